@@ -1,0 +1,90 @@
+#include "hosts/simulated/simulated_screens.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quomi::simulated {
+
+struct SimulatedScreens::Page {
+    std::shared_ptr<SimulatedScreen> presenter;
+    WebPageEvents events;
+    std::string url;
+    bool owned = true;  // events end with whoever owns the page
+};
+
+class SimulatedScreens::OwnedPage final : public WebPage {
+public:
+    OwnedPage(SimulatedScreens& screens, std::shared_ptr<Page> page) : screens_(screens), page_(std::move(page)) {}
+    ~OwnedPage() override {
+        page_->owned = false;
+        screens_.takeAway(page_);
+    }
+    OwnedPage(const OwnedPage&) = delete;
+    OwnedPage& operator=(const OwnedPage&) = delete;
+
+    void load(const std::string& url) override {
+        page_->url = url;
+        tell(screens_.observer_.webPage, url);
+    }
+    void dismiss() override { screens_.takeAway(page_); }
+
+private:
+    SimulatedScreens& screens_;
+    std::shared_ptr<Page> page_;
+};
+
+SimulatedScreens::SimulatedScreens(VirtualLoop& loop, const PhoneObserver& observer)
+    : loop_(loop), observer_(observer) {}
+
+SimulatedScreens::~SimulatedScreens() = default;
+
+std::shared_ptr<Screen> SimulatedScreens::makeBusyScreen() {
+    auto screen = std::make_shared<SimulatedScreen>();
+    screen->present(std::make_shared<SimulatedScreen>());
+    return screen;
+}
+
+bool SimulatedScreens::closeWebPage() {
+    if (pages_.empty()) return false;
+    loop_.post([page = pages_.back()] {
+        const auto closeRequested = page->events.closeRequested;
+        if (page->owned) tell(closeRequested);
+    });
+    return true;
+}
+
+std::string SimulatedScreens::shownURL() const {
+    return pages_.empty() ? std::string() : pages_.back()->url;
+}
+
+std::unique_ptr<WebPage> SimulatedScreens::presentWebPage(const std::shared_ptr<Screen>& over, WebPageEvents events) {
+    auto presenter = std::dynamic_pointer_cast<SimulatedScreen>(over);
+    if (!presenter || presenter->presentedScreen()) return nullptr;
+    auto container = std::make_shared<SimulatedScreen>(Screen::Kind::navigation);
+    container->setVisibleChild(std::make_shared<SimulatedScreen>());
+    presenter->present(std::move(container));
+    auto page = std::make_shared<Page>(Page{std::move(presenter), std::move(events), {}});
+    pages_.push_back(page);
+    loop_.post([page] {
+        const auto didAppear = page->events.didAppear;
+        if (page->owned) tell(didAppear);
+    });
+    return std::make_unique<OwnedPage>(*this, std::move(page));
+}
+
+void SimulatedScreens::presentAlert(const std::shared_ptr<Screen>& over, const std::string& title,
+                                    const std::string& message, const std::string& /*button*/) {
+    if (over) tell(observer_.alert, title, message);
+}
+
+void SimulatedScreens::takeAway(const std::shared_ptr<Page>& page) {
+    if (std::erase(pages_, page) == 0) return;
+    page->presenter->present(nullptr);
+    if (!page->owned) return;
+    loop_.post([page] {
+        const auto didDisappear = page->events.didDisappear;
+        if (page->owned) tell(didDisappear);
+    });
+}
+
+}  // namespace quomi::simulated

@@ -1,0 +1,134 @@
+#include "quomi/api/http_session.h"
+
+#include <algorithm>
+#include <list>
+#include <utility>
+
+#include "quomi/api/url.h"
+#include "quomi/util/json_readers.h"
+#include "quomi/util/text.h"
+
+#include <boost/json/serialize.hpp>
+#include <fmt/format.h>
+
+namespace quomi {
+
+namespace {
+
+HttpSessionFailure failureWith(std::int64_t code, std::string_view description, std::optional<int> status) {
+    return {{kHTTPErrorDomain, code, {{kLocalizedDescriptionKey, description}}}, status};
+}
+
+struct Operation {
+    HttpRequest request;
+    std::string origin;
+    HttpSession::Success success;
+    HttpSession::Failure failure;
+    std::unique_ptr<HttpTask> task;  // set while on the wire
+};
+
+void report(const Operation& operation, const HttpSessionFailure& failure) {
+    if (operation.failure) operation.failure(failure);
+}
+
+void reportResponse(const Operation& operation, const HttpResponse& response) {
+    if (response.status < 200 || response.status > 299) {
+        report(operation, failureWith(response.status, fmt::format("The server answered with status {}", response.status),
+                                      response.status));
+        return;
+    }
+    auto body = parseJsonBody(response.body);
+    if (!body) {
+        report(operation, failureWith(kHTTPErrorInvalidBody, "The server's answer is no JSON", response.status));
+    } else if (operation.success) {
+        operation.success(std::move(*body), response.status);
+    }
+}
+
+void reportResult(const Operation& operation, const HttpResult& result) {
+    if (const auto* response = std::get_if<HttpResponse>(&result)) {
+        reportResponse(operation, *response);
+    } else {
+        const auto& failure = std::get<HttpFailure>(result);
+        report(operation, failureWith(static_cast<std::int64_t>(failure.kind), failure.message, std::nullopt));
+    }
+}
+
+}  // namespace
+
+std::optional<boost::json::value> parseJsonBody(const std::string& body) {
+    if (QuomiUtils::trim(body).empty()) return boost::json::value(nullptr);
+    return parseJson(body);
+}
+
+struct HttpSession::Queue : std::enable_shared_from_this<Queue> {
+    explicit Queue(HttpTransport& httpTransport) : transport(httpTransport) {}
+
+    void startWhatMay() {
+        if (suspended) return;
+        for (auto it = operations.begin(); it != operations.end(); ++it) {
+            if (it->task == nullptr && !isBusy(it->origin)) send(it);
+        }
+    }
+
+    [[nodiscard]] bool isBusy(const std::string& origin) const {
+        return std::any_of(operations.begin(), operations.end(), [&origin](const Operation& operation) {
+            return operation.task != nullptr && operation.origin == origin;
+        });
+    }
+
+    void send(std::list<Operation>::iterator operation) {
+        operation->task = transport.send(operation->request,
+                                         [weak = weak_from_this(), operation](const HttpResult& result) {
+                                             // The queue's end drops the task and so this callback's position with it.
+                                             if (const auto queue = weak.lock()) queue->finish(operation, result);
+                                         });
+    }
+
+    void finish(std::list<Operation>::iterator finished, const HttpResult& result) {
+        std::list<Operation> ended;
+        ended.splice(ended.begin(), operations, finished);
+        reportResult(ended.front(), result);
+        startWhatMay();
+    }
+
+    HttpTransport& transport;
+    bool suspended = false;
+    std::list<Operation> operations;
+};
+
+HttpSession::HttpSession(HttpTransport& transport, HttpHeaders headers, Duration timeout)
+    : headers_(std::move(headers)), timeout_(timeout), queue_(std::make_shared<Queue>(transport)) {}
+
+HttpSession::~HttpSession() { cancelAll(); }
+
+void HttpSession::get(const std::string& url, Success success, Failure failure) {
+    enqueue({"GET", url, headers_, {}, timeout_}, std::move(success), std::move(failure));
+}
+
+void HttpSession::post(const std::string& url, const boost::json::object& body, Success success, Failure failure) {
+    enqueue({"POST", url, headers_, boost::json::serialize(body), timeout_}, std::move(success), std::move(failure));
+}
+
+void HttpSession::enqueue(HttpRequest request, Success success, Failure failure) {
+    // An URL that cannot be one goes to the transport as it is, whose refusal comes back in a later turn.
+    if (auto url = normalizedHttpUrl(request.url)) request.url = std::move(*url);
+    auto origin = originOf(request.url);
+    queue_->operations.push_back(
+        {std::move(request), std::move(origin), std::move(success), std::move(failure), nullptr});
+    queue_->startWhatMay();
+}
+
+std::size_t HttpSession::requestCount() const { return queue_->operations.size(); }
+
+void HttpSession::cancelAll() {
+    std::list<Operation> dropped;
+    dropped.swap(queue_->operations);
+}
+
+void HttpSession::setSuspended(bool suspended) {
+    queue_->suspended = suspended;
+    queue_->startWhatMay();
+}
+
+}  // namespace quomi

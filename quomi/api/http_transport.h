@@ -1,0 +1,62 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "quomi/util/time.h"
+
+namespace quomi {
+
+using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
+
+/// One request. The URL is absolute, http or https; `timeout` is the longest time from sending to the last byte of the
+/// answer.
+struct HttpRequest {
+    std::string method = "GET";
+    std::string url;
+    HttpHeaders headers;
+    std::string body;
+    Duration timeout = std::chrono::seconds(25);
+};
+
+/// An answer, whatever its status. Header names are in lower case.
+struct HttpResponse {
+    int status = 0;
+    HttpHeaders headers;
+    std::string body;
+};
+
+/// Why no answer arrived. The numbers are the codes of the errors made from it.
+enum class HttpFailureKind { connection = 1, timeout = 2, tls = 3 };
+
+struct HttpFailure {
+    HttpFailureKind kind = HttpFailureKind::connection;
+    std::string message;
+};
+
+using HttpResult = std::variant<HttpResponse, HttpFailure>;
+
+/// An owned request in flight. Dropping it cancels it: its completion never runs afterwards.
+class HttpTask {
+public:
+    virtual ~HttpTask() = default;
+};
+
+/// Port: carries single requests. Whoever uses it decides what may start when; a transport sends what it is given at
+/// once and keeps no queue.
+///
+/// `send` and the destruction of tasks happen on the host's thread and never block; the completion runs once, on the
+/// host's thread, in a later turn, unless the task was dropped before. A task may be dropped from inside its own
+/// completion. Dropping the transport cancels what is in flight.
+class HttpTransport {
+public:
+    using Completion = std::function<void(HttpResult)>;
+    virtual ~HttpTransport() = default;
+    [[nodiscard]] virtual std::unique_ptr<HttpTask> send(HttpRequest request, Completion completion) = 0;
+};
+
+}  // namespace quomi

@@ -1,0 +1,106 @@
+#include "quomi/api/url.h"
+
+#include <memory>
+
+#include <curl/curl.h>
+
+namespace quomi {
+
+namespace {
+
+using CurlUrl = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
+
+std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0) {
+    char* text = nullptr;
+    if (curl_url_get(url, which, &text, flags) != CURLUE_OK) return std::nullopt;
+    std::string value(text);
+    curl_free(text);
+    return value;
+}
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+void appendEncoded(std::string& text, char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    text += '%';
+    text += kHexDigits[byte >> 4];
+    text += kHexDigits[byte & 0xF];
+}
+
+bool isUnreserved(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+           c == '_' || c == '~';
+}
+
+bool mayStandInUrl(char c) {
+    return c > ' ' && c < '\x7F' && std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
+}
+
+std::string withoutForbiddenCharacters(std::string_view url) {
+    std::string clean;
+    clean.reserve(url.size());
+    for (const char c : url) {
+        if (mayStandInUrl(c)) {
+            clean += c;
+        } else {
+            appendEncoded(clean, c);
+        }
+    }
+    return clean;
+}
+
+std::string percentEncoded(std::string_view text) {
+    std::string encoded;
+    for (const char c : text) {
+        if (isUnreserved(c)) {
+            encoded += c;
+        } else {
+            appendEncoded(encoded, c);
+        }
+    }
+    return encoded;
+}
+
+}  // namespace
+
+std::optional<std::string> normalizedHttpUrl(std::string_view url) {
+    const std::string clean = withoutForbiddenCharacters(url);
+    const CurlUrl parsed(curl_url(), &curl_url_cleanup);
+    if (parsed == nullptr || curl_url_set(parsed.get(), CURLUPART_URL, clean.c_str(), 0) != CURLUE_OK) {
+        return std::nullopt;
+    }
+    const auto scheme = part(parsed.get(), CURLUPART_SCHEME);
+    const auto host = part(parsed.get(), CURLUPART_HOST);
+    if (!scheme || (*scheme != "http" && *scheme != "https") || !host || host->empty()) return std::nullopt;
+    return clean;
+}
+
+std::string originOf(std::string_view url) {
+    const auto schemeEnd = url.find("://");
+    const auto hostEnd = url.find_first_of("/?#", schemeEnd == std::string_view::npos ? 0 : schemeEnd + 3);
+    std::string origin(url.substr(0, hostEnd));
+    for (char& c : origin) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return origin;
+}
+
+std::string joinUrl(std::string_view base, std::string_view path) {
+    if (base.ends_with('/')) base.remove_suffix(1);
+    return std::string(base).append(path);
+}
+
+std::string withQuery(std::string_view url, const QueryParameters& parameters) {
+    std::string full(url);
+    char separator = full.find('?') == std::string::npos ? '?' : '&';
+    for (const auto& [name, value] : parameters) {
+        full += separator;
+        full += percentEncoded(name);
+        full += '=';
+        full += percentEncoded(value);
+        separator = '&';
+    }
+    return full;
+}
+
+}  // namespace quomi

@@ -1,0 +1,229 @@
+#include "quomi/core/sdk.h"
+
+#include <utility>
+
+#include "quomi/api/url.h"
+#include "quomi/core/deferred_release.h"
+#include "quomi/core/errors.h"
+#include "quomi/core/host_delegate.h"
+#include "quomi/core/session.h"
+#include "quomi/core/version.h"
+#include "quomi/data/records.h"
+#include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/console.h"
+#include "quomi/util/text.h"
+
+#include <boost/json/object.hpp>
+
+namespace quomi {
+
+QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
+    : platform_(platform),
+      settings_(settings),
+      capabilities_(platform.location),
+      debugLog_(std::make_unique<DebugLog>(platform.files, platform.clock,
+                                           [&settings] { return settings.isFileLogEnabled(); })),
+      errors_(std::make_unique<QuomiErrors>(platform.localization)),
+      host_(std::make_unique<HostDelegate>(*this, *debugLog_)),
+      graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)) {}
+
+QuomiSDK::~QuomiSDK() = default;
+
+std::string QuomiSDK::SDKVersion() const { return kSDKVersion; }
+
+void QuomiSDK::setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate) { host_->set(std::move(delegate)); }
+
+std::shared_ptr<QuomiSDKDelegate> QuomiSDK::delegate() const { return host_->get(); }
+
+// Starting and stopping
+
+bool QuomiSDK::fail(std::optional<Error>* error, Error failure) {
+    assign(error, failure);
+    forwardErrorToDelegate(failure);
+    return false;
+}
+
+bool QuomiSDK::start(std::optional<Error>* error) {
+    if (running_) {
+        return fail(error,
+                    errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot start SDK if already started"));
+    }
+    if (!appNamespace()) {
+        return fail(error, errors_->errorWithCode(ErrorCode::namespaceNotSet,
+                                                  "App namespace must be set before starting the SDK"));
+    }
+    if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
+    if (session_ == nullptr) {
+        session_ = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
+                                                            *host_, *graveyard_, eventLogsEnabled_});
+    }
+    std::optional<Error> failure;
+    if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));
+    running_ = true;
+    if (const auto application = session_->application()) {
+        session_->configure(*application);
+        return completeStart(*application, error);
+    }
+    if (error != nullptr) error->reset();
+    startAsynchronously();
+    return true;
+}
+
+void QuomiSDK::startAsynchronously() {
+    session_->downloadApplication([this, weak = std::weak_ptr(session_)](const Session::Application& application,
+                                                                         const std::optional<Error>& requestError) {
+        const auto session = weak.lock();
+        if (session == nullptr || !isCurrent(session)) return;
+        if (application) {
+            session->configure(*application);
+            completeStart(*application, nullptr);
+            return;
+        }
+        if (requestError) forwardErrorToDelegate(requestError);
+        if (!isCurrent(session)) return;
+        running_ = false;
+        // An answer that cannot be stored deliberately reaches the system log only.
+        platform_.console.log(requestError ? "Quomi SDK Error: Failed to retrieve Quomi application data"
+                                           : "Quomi SDK Error: Failed to parse Quomi application data");
+    });
+}
+
+bool QuomiSDK::isCurrent(const std::shared_ptr<Session>& session) const { return session == session_ && running_; }
+
+bool QuomiSDK::completeStart(const QuomiApplication& /*application*/, std::optional<Error>* error) {
+    const auto session = session_;
+    session->downloadEventLimits();
+    std::optional<Error> failure;
+    if (geofencesEnabled() && !session->startLocation(&failure)) return abandonStart(session, error, failure);
+    if (beaconsEnabled() && !session->startBeacon(&failure)) {
+        session->stopLocation();
+        return abandonStart(session, error, failure);
+    }
+    forceFullGeofencesUpdate_ = true;
+    updateUserInformation();
+    session->registerForNotifications();
+    session->setSdkIsStarted(true);
+    debugLog_->log("Quomi SDK successfully started");
+    if (error != nullptr) error->reset();
+    return true;
+}
+
+bool QuomiSDK::abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
+                            const std::optional<Error>& failure) {
+    if (error != nullptr) *error = failure;
+    forwardErrorToDelegate(failure);
+    // The host may have stopped and started anew when it heard of the error.
+    if (session == session_) running_ = false;
+    return false;
+}
+
+void QuomiSDK::stop() {
+    if (!running_) return;
+    const auto session = std::exchange(session_, nullptr);
+    session->shutDown();
+    graveyard_->release(session);
+    debugLog_->log("Quomi SDK stopped");
+    running_ = false;
+}
+
+// Configuration
+
+void QuomiSDK::setAppNamespace(const std::optional<std::string>& appNamespace) {
+    if (running_) {
+        forwardErrorToDelegate(
+            errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set appNamespace when SDK is started"));
+        return;
+    }
+    settings_.namespace_ = appNamespace && !QuomiUtils::trim(*appNamespace).empty() ? appNamespace : std::nullopt;
+}
+
+void QuomiSDK::setBaseURL(const std::string& baseURL) {
+    if (running_) {
+        forwardErrorToDelegate(
+            errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set baseURL when SDK is started"));
+        return;
+    }
+    if (!normalizedHttpUrl(baseURL)) {
+        forwardErrorToDelegate(errors_->errorWithCode(ErrorCode::unknown, "Invalid baseURL provided"));
+        return;
+    }
+    settings_.baseAPIUrl = baseURL;
+}
+
+void QuomiSDK::warn(const char* message) const { platform_.console.log(message); }
+
+void QuomiSDK::setBeaconsEnabled(bool enabled) {
+    if (enabled && !deviceSupportsBeacons()) {
+        warn("Quomi SDK Error: can't turn beaconsEnabled property to YES because device does not support beacons");
+        return;
+    }
+    settings_.beaconEnabled = enabled;
+    if (!running_ || session_ == nullptr) return;
+    std::optional<Error> failure;
+    if (!enabled) {
+        session_->stopBeacon();
+    } else if (!session_->startBeacon(&failure)) {
+        forwardErrorToDelegate(failure);
+    }
+}
+
+void QuomiSDK::setGeofencesEnabled(bool enabled) {
+    if (enabled && !deviceSupportsGeofences()) {
+        warn("Quomi SDK Error: can't turn geofencesEnabled property to YES because device does not support geofences");
+        return;
+    }
+    settings_.geofencingEnabled = enabled;
+    if (running_ && session_ != nullptr) {
+        std::optional<Error> failure;
+        if (!enabled) {
+            session_->stopLocation();
+            return;
+        }
+        if (!session_->startLocation(&failure)) forwardErrorToDelegate(failure);
+    }
+    if (enabled && requestWhenInUseAuthorization()) {
+        warn(
+            "Quomi SDK Warning: Setting geofencesEnabled to YES but requestWhenInUseAuthorization value is YES as "
+            "well. Geofencing features won't work. Set geofencesEnabled to NO if you don't plan on using geofence "
+            "rules in your app, or use 'Always' location authorization by setting requestWhenInUseAuthorization to "
+            "NO.");
+    }
+}
+
+void QuomiSDK::setRequestWhenInUseAuthorization(bool request) {
+    settings_.requestWhenInUseAuthorization = request;
+    if (request && geofencesEnabled()) {
+        warn(
+            "Quomi SDK Warning: Setting requestWhenInUseAuthorization to YES but geofencesEnabled value is YES as "
+            "well. Geofencing features won't work. Set geofencesEnabled to NO if you don't plan on using geofence "
+            "rules in your app.");
+    }
+}
+
+void QuomiSDK::setUseExtendedBackgroundRangingTime(bool use) {
+    settings_.useExtendedBackgroundRangingTime = use;
+    if (session_ != nullptr) session_->setUseExtendedBackgroundRangingTime(use);
+}
+
+// User, events, diagnostics
+
+void QuomiSDK::updateUserInformation(std::function<void()> success, std::function<void(const Error&)> failure) {
+    if (session_ == nullptr || user_ == nullptr) return;
+    user_->advertisingTrackingModeEnabled = isIDFACollectionEnabled();
+    session_->updateUserInformation(*user_, std::move(success), std::move(failure));
+}
+
+void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) { host_->forwardErrorToDelegate(error); }
+
+void QuomiSDK::logEvent(const boost::json::object& event) {
+    const auto session = session_;
+    if (session != nullptr) session->logEvent(event);
+}
+
+std::string QuomiSDK::getDebugFileContent() const {
+    return QuomiFileLogger(platform_.files).getFileLogContent().value_or("");
+}
+
+void QuomiSDK::clearDebugFile() { QuomiFileLogger(platform_.files).clearLogFile(); }
+
+}  // namespace quomi

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quomi/core/sdk_delegate.h"
+#include "quomi/core/settings.h"
+#include "quomi/core/user.h"
+#include "quomi/platform/platform.h"
+#include "quomi/util/error.h"
+
+#include <boost/json/fwd.hpp>
+
+namespace quomi {
+
+class DebugLog;
+class DeferredRelease;
+class HostDelegate;
+class QuomiErrors;
+class Session;
+struct QuomiApplication;
+
+/// The one object through which a host app uses the SDK: set `appNamespace` and options, perhaps a delegate, `start`.
+///
+/// Everything is called on the host's thread; every operation may be called in every state and from inside every
+/// callback. No operation throws. Errors that an operation reports go to its out-parameter, when one is given, and to
+/// the delegate.
+class QuomiSDK {
+public:
+    /// An SDK on a phone. Platform and settings outlive it.
+    QuomiSDK(const Platform& platform, QuomiSettings& settings);
+    /// Ends everything without a `stop`: what the phone monitors goes on, nobody is called any more.
+    ~QuomiSDK();
+    QuomiSDK(const QuomiSDK&) = delete;
+    QuomiSDK& operator=(const QuomiSDK&) = delete;
+
+    /// Makes the host's one phone and deployment known, once, before the first `sharedInstance`. False when that was
+    /// done before. The platform's ports live as long as the process.
+    static bool installPlatform(const Platform& platform, const Deployment& deployment = {});
+    /// The host's one SDK, made at the first call; null before `installPlatform`. Any thread for the call itself.
+    [[nodiscard]] static QuomiSDK* sharedInstance();
+
+    [[nodiscard]] bool deviceSupportsGeofences() const { return capabilities_.deviceSupportsGeofences(); }
+    [[nodiscard]] bool deviceSupportsBeacons() const { return capabilities_.deviceSupportsBeacons(); }
+    [[nodiscard]] std::string SDKVersion() const;
+
+    /// Opens the store, obtains the namespace's application record and begins to watch. With a stored record the result
+    /// is the outcome. Without one the record is downloaded: the result is true at once, and what becomes of it shows in
+    /// `isRunning` and the delegate's errors.
+    /// Fails with 3 when running, 7 without a namespace, 600 to 604 when the store cannot be opened, 5 and 6 when the
+    /// phone lacks what is enabled; without an error object when the security mode is unknown. A failed start leaves the
+    /// SDK able to start again.
+    bool start(std::optional<Error>* error = nullptr);
+    /// Ends everything that `start` began: nothing of it calls back any more, requests are dropped. Nothing happens when
+    /// not running. User and delegate stay.
+    void stop();
+    [[nodiscard]] bool isRunning() const { return running_; }
+
+    /// Held weakly.
+    void setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate);
+    [[nodiscard]] std::shared_ptr<QuomiSDKDelegate> delegate() const;
+
+    /// The app's namespace at the back office; empty text is nil. Refused with error 3 while running.
+    void setAppNamespace(const std::optional<std::string>& appNamespace);
+    [[nodiscard]] const std::optional<std::string>& appNamespace() const { return settings_.namespace_; }
+    /// Where the back office is: an absolute http or https URL, else error 1. Refused with error 3 while running.
+    void setBaseURL(const std::string& baseURL);
+    [[nodiscard]] const std::string& baseURL() const { return settings_.baseAPIUrl; }
+
+    /// Switches beacons on or off, also while running. On a phone without beacons YES changes nothing.
+    void setBeaconsEnabled(bool enabled);
+    [[nodiscard]] bool beaconsEnabled() const { return settings_.beaconEnabled; }
+    /// Switches geofences on or off, also while running. On a phone without geofences YES changes nothing.
+    void setGeofencesEnabled(bool enabled);
+    [[nodiscard]] bool geofencesEnabled() const { return settings_.geofencingEnabled; }
+    /// Which location permission is asked for when beacons start next. Geofences need the other one.
+    void setRequestWhenInUseAuthorization(bool request);
+    [[nodiscard]] bool requestWhenInUseAuthorization() const { return settings_.requestWhenInUseAuthorization; }
+    void setUseExtendedBackgroundRangingTime(bool use);
+    [[nodiscard]] bool useExtendedBackgroundRangingTime() const { return settings_.useExtendedBackgroundRangingTime; }
+    /// Whether debug lines go to the debug log file.
+    void setFileLogEnabled(bool enabled) { settings_.fileLogEnabled = enabled; }
+    [[nodiscard]] bool isFileLogEnabled() const { return settings_.fileLogEnabled; }
+    /// Whether events are logged.
+    void setEventLogsEnabled(bool enabled) { eventLogsEnabled_ = enabled; }
+    [[nodiscard]] bool isEventLogEnabled() const { return eventLogsEnabled_; }
+    /// Whether the advertising identifier may be sent with the user.
+    void setEnableIDFACollection(bool enabled) { enableIDFACollection_ = enabled; }
+    [[nodiscard]] bool isIDFACollectionEnabled() const { return enableIDFACollection_; }
+
+    /// Stored for the host, held weakly; the SDK makes no use of it.
+    void setAdPlaceholderView(std::weak_ptr<void> view) { adPlaceholderView_ = std::move(view); }
+    [[nodiscard]] std::shared_ptr<void> adPlaceholderView() const { return adPlaceholderView_.lock(); }
+
+    /// The device user; null before the first start.
+    [[nodiscard]] std::shared_ptr<QuomiUser> user() const { return user_; }
+    /// Sends the user to the server. Nothing happens, and no block is called, unless the SDK has a server client: from
+    /// `start` to `stop`.
+    void updateUserInformation(std::function<void()> success = {}, std::function<void(const Error&)> failure = {});
+
+    /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
+    void forwardErrorToDelegate(const std::optional<Error>& error);
+    /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. Nothing is
+    /// reported when it was not.
+    void logEvent(const boost::json::object& event);
+
+    /// The debug log's text; empty when there is none.
+    [[nodiscard]] std::string getDebugFileContent() const;
+    void clearDebugFile();
+
+private:
+    bool fail(std::optional<Error>* error, Error failure);
+    bool completeStart(const QuomiApplication& application, std::optional<Error>* error);
+    bool abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
+                      const std::optional<Error>& failure);
+    void startAsynchronously();
+    [[nodiscard]] bool isCurrent(const std::shared_ptr<Session>& session) const;
+    void warn(const char* message) const;
+
+    const Platform platform_;
+    QuomiSettings& settings_;
+    const DeviceCapabilities capabilities_;
+    std::unique_ptr<DebugLog> debugLog_;
+    std::unique_ptr<QuomiErrors> errors_;
+    std::unique_ptr<HostDelegate> host_;
+    std::shared_ptr<QuomiUser> user_;
+    std::weak_ptr<void> adPlaceholderView_;
+    bool running_ = false;
+    bool eventLogsEnabled_ = true;
+    bool enableIDFACollection_ = false;
+    bool forceFullGeofencesUpdate_ = false;
+    std::unique_ptr<DeferredRelease> graveyard_;
+    std::shared_ptr<Session> session_;
+};
+
+}  // namespace quomi

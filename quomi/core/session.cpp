@@ -1,0 +1,202 @@
+#include "quomi/core/session.h"
+
+#include <utility>
+
+#include "quomi/api/api_client.h"
+#include "quomi/beacons/beacon_manager.h"
+#include "quomi/core/beacon_router.h"
+#include "quomi/core/deferred_release.h"
+#include "quomi/core/errors.h"
+#include "quomi/core/host_delegate.h"
+#include "quomi/core/settings.h"
+#include "quomi/core/user.h"
+#include "quomi/data/data.h"
+#include "quomi/data/parser.h"
+#include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/clock.h"
+#include "quomi/platform/console.h"
+
+#include <boost/json/object.hpp>
+#include <fmt/format.h>
+
+namespace quomi {
+
+Session::Session(const SessionContext& context)
+    : context_(context),
+      beaconRouter_(std::make_shared<BeaconRouter>(
+          context.host, [this](const boost::json::object& event) { logEvent(event); })) {}
+
+Session::~Session() = default;
+
+// Opening
+
+bool Session::open(std::optional<Error>* error) {
+    if (api_ == nullptr || api_->baseURL() != context_.settings.baseAPIUrl) {
+        if (data_ != nullptr) data_->setApiClient(nullptr);
+        api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
+                                          context_.debugLog);
+    }
+    if (data_ == nullptr) {
+        const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
+        data_ = QuomiData::create(file, false, context_.platform, context_.errors, context_.debugLog, error);
+        if (data_ == nullptr) return false;
+    }
+    data_->setApiClient(api_.get());
+    if (apiResponseParser_ == nullptr) {
+        apiResponseParser_ =
+            std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform.clock);
+    }
+    return true;
+}
+
+Session::Application Session::application() const { return data_->getApplication(); }
+
+void Session::downloadApplication(
+    std::function<void(const Application&, const std::optional<Error>& requestError)> done) {
+    // The client goes with the session, and its requests with the client: both outlive every answer.
+    api_->getApplicationWithNamespace(
+        context_.settings.namespace_.value_or(""),
+        [this, done](const boost::json::value& answer) {
+            const bool stored = apiResponseParser_->parseAndSaveApiApplicationResponseData(answer);
+            done(stored ? application() : std::nullopt, std::nullopt);
+        },
+        [done](const Error& error) { done(std::nullopt, error); });
+}
+
+void Session::configure(const QuomiApplication& application) {
+    auto& settings = context_.settings;
+    settings.beaconProximityUUIDNormal = application.proximityUUIDNormal;
+    settings.beaconProximityUUIDSecure = application.proximityUUIDSecure;
+    settings.beaconProximityUUIDService = application.proximityUUIDService;
+    if (application.antiHackingProtocol == kQuimoApplicationSecurityProtocolNone) {
+        settings.beaconSecurityMode = kBeaconSecurityModeNone;
+    } else if (application.antiHackingProtocol == kQuimoApplicationSecurityProtocolRotatingAdvertisement) {
+        settings.beaconSecurityMode = kBeaconSecurityModeRotatingAdvertisement;
+    }
+    settings.proximityFarSplitThreshold = application.proximityFarSplitThreshold;
+}
+
+void Session::downloadEventLimits() {
+    api_->getApplicationEventLimits(
+        context_.settings.namespace_.value_or(""),
+        [this](const boost::json::value& answer) {
+            std::optional<Error> failure;
+            if (!apiResponseParser_->parseAndSaveApiApplicationLimitsResponseData(answer, &failure)) {
+                context_.host.forwardErrorToDelegate(failure);
+            }
+        },
+        [this](const Error& error) { context_.host.forwardErrorToDelegate(error); });
+}
+
+// Location
+
+bool Session::startLocation(std::optional<Error>* error) {
+    if (!context_.capabilities.deviceSupportsGeofences()) {
+        assign(error, context_.errors.errorWithCode(ErrorCode::regionMonitoringUnsupported));
+        return false;
+    }
+    return true;
+}
+
+void Session::stopLocation() {}
+
+// Beacons
+
+std::unique_ptr<QuomiBeaconManager> Session::makeBeaconManager() const {
+    const auto& settings = context_.settings;
+    if (settings.beaconSecurityMode == kBeaconSecurityModeNone) {
+        const auto uuid = Uuid::parse(settings.beaconProximityUUIDNormal).value_or(Uuid());
+        return std::make_unique<QuomiBeaconManager>(uuid, context_.platform, settings, context_.debugLog);
+    }
+    context_.platform.console.log(
+        fmt::format("Quomi SDK Error: Unsupported beacon security mode ({})", settings.beaconSecurityMode));
+    return nullptr;
+}
+
+bool Session::startBeacon(std::optional<Error>* error) {
+    if (!context_.capabilities.deviceSupportsBeacons()) {
+        assign(error, context_.errors.errorWithCode(ErrorCode::beaconsUnsupported));
+        return false;
+    }
+    if (beaconManager_ == nullptr) beaconManager_ = makeBeaconManager();
+    // A start without an error object: deliberate, hosts take it as "this security mode is not for this version".
+    if (beaconManager_ == nullptr) return false;
+    beaconManager_->setFarDistanceSplitThreshold(context_.settings.proximityFarSplitThreshold);
+    beaconManager_->setRequestWhenInUseAuthorization(context_.settings.requestWhenInUseAuthorization);
+    beaconManager_->setUseExtendedBackgroundRangingTime(context_.settings.useExtendedBackgroundRangingTime);
+    beaconManager_->setDelegate(beaconRouter_);
+    return beaconManager_->isStarted() || beaconManager_->start(error);
+}
+
+void Session::stopBeacon() {
+    if (beaconManager_ == nullptr) return;
+    if (beaconManager_->isStarted()) beaconManager_->stop();
+    beaconManager_->setDelegate({});
+    // Perhaps one of its own callbacks led here.
+    context_.graveyard.release(std::move(beaconManager_));
+}
+
+void Session::setUseExtendedBackgroundRangingTime(bool use) {
+    if (beaconManager_ != nullptr) beaconManager_->setUseExtendedBackgroundRangingTime(use);
+}
+
+// The app's state
+
+void Session::registerForNotifications() {
+    applicationObservation_ =
+        context_.platform.application.observe([this](ApplicationEvent event) { applicationChanged(event); });
+}
+
+void Session::applicationChanged(ApplicationEvent event) {
+    switch (event) {
+        case ApplicationEvent::didBecomeActive:
+            context_.debugLog.log("applicationDidBecomeActive");
+            break;
+        case ApplicationEvent::willResignActive:
+            context_.debugLog.log("applicationWillResignActive");
+            break;
+        case ApplicationEvent::didEnterBackground:
+            context_.debugLog.log("applicationDidEnterBackground");
+            if (context_.settings.beaconEnabled && beaconManager_ != nullptr) {
+                beaconManager_->beginBackgroundRangingTask();
+            }
+            break;
+        case ApplicationEvent::willEnterForeground:
+            context_.debugLog.log("applicationWillEnterForeground");
+            break;
+        case ApplicationEvent::willTerminate:
+            context_.debugLog.log("applicationWillTerminate");
+            break;
+        case ApplicationEvent::backgroundRefreshStatusDidChange:
+            break;
+    }
+}
+
+void Session::setSdkIsStarted(bool isStarted) { data_->setSdkIsStarted(isStarted); }
+
+void Session::shutDown() {
+    applicationObservation_.reset();
+    stopLocation();
+    stopBeacon();
+    beaconRouter_->end();
+    api_->cancelAllRequests();
+    data_->setApiClient(nullptr);
+    setSdkIsStarted(false);
+    isShutDown_ = true;
+}
+
+// Events and user
+
+void Session::logEvent(const boost::json::object& event) {
+    if (isShutDown_ || data_ == nullptr || !context_.eventLogsEnabled) return;
+    const WallTime now = context_.platform.clock.now();
+    if (data_->logEvent(event, now)) context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+}
+
+void Session::updateUserInformation(const QuomiUser& user, std::function<void()> success,
+                                    std::function<void(const Error&)> failure) {
+    if (isShutDown_ || api_ == nullptr) return;
+    api_->setUserInformation(user, context_.settings.namespace_.value_or(""), std::move(success), std::move(failure));
+}
+
+}  // namespace quomi

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quomi/platform/application.h"
+#include "quomi/platform/platform.h"
+#include "quomi/util/error.h"
+
+#include <boost/json/fwd.hpp>
+
+namespace quomi {
+
+class BeaconRouter;
+class DebugLog;
+class DeferredRelease;
+class DeviceCapabilities;
+class HostDelegate;
+class QuomiAPI;
+class QuomiBeaconManager;
+class QuomiData;
+class QuomiDataApiResponseParser;
+class QuomiErrors;
+struct QuomiApplication;
+struct QuomiSettings;
+struct QuomiUser;
+
+/// What the facade holds for good and lends to each of its sessions.
+struct SessionContext {
+    const Platform& platform;
+    QuomiSettings& settings;
+    const DeviceCapabilities& capabilities;
+    const QuomiErrors& errors;
+    DebugLog& debugLog;
+    HostDelegate& host;
+    DeferredRelease& graveyard;
+    const bool& eventLogsEnabled;
+};
+
+/// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and
+/// let go of together.
+///
+/// A start that fails half-way leaves its session to the next start, which goes on with what is there. A session that
+/// was shut down calls nobody any more; it is destroyed in a later turn, because `stop` may come from one of its own
+/// callbacks. Host's thread only.
+class Session {
+public:
+    using Application = std::optional<QuomiApplication>;
+
+    explicit Session(const SessionContext& context);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /// Makes the server's client, the store and the parser where they are missing; the client anew when the base URL
+    /// has changed. Fails with the store's error.
+    bool open(std::optional<Error>* error);
+    /// The stored application record; nothing when there is none.
+    [[nodiscard]] Application application() const;
+    /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with nothing
+    /// and the request's error, or with neither when the answer could not be stored.
+    void downloadApplication(std::function<void(const Application&, const std::optional<Error>& requestError)> done);
+    /// Takes UUIDs, security mode and split distance of the record into the settings.
+    void configure(const QuomiApplication& application);
+    /// Downloads the device-wide event limits and stores them; errors go to the host.
+    void downloadEventLimits();
+
+    bool startLocation(std::optional<Error>* error);
+    void stopLocation();
+    /// False without an error when the security mode is one that the SDK does not know.
+    bool startBeacon(std::optional<Error>* error);
+    void stopBeacon();
+    void setUseExtendedBackgroundRangingTime(bool use);
+
+    void registerForNotifications();
+    void setSdkIsStarted(bool isStarted);
+    /// Ends everything in the order of `stop`.
+    void shutDown();
+
+    /// Appends the event to the event log and tells the host of it, when event logs are enabled.
+    void logEvent(const boost::json::object& event);
+    /// Sends the user to the server.
+    void updateUserInformation(const QuomiUser& user, std::function<void()> success,
+                               std::function<void(const Error&)> failure);
+
+private:
+    [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
+    void applicationChanged(ApplicationEvent event);
+
+    const SessionContext context_;
+    std::unique_ptr<QuomiData> data_;
+    std::unique_ptr<QuomiAPI> api_;
+    std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
+    std::shared_ptr<BeaconRouter> beaconRouter_;
+    std::unique_ptr<QuomiBeaconManager> beaconManager_;
+    std::unique_ptr<ApplicationObservation> applicationObservation_;
+    bool isShutDown_ = false;
+};
+
+}  // namespace quomi

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace quomi {
+
+class LocationPlatform;
+
+/// What the operator of the service supplies once for every app: where the service lives and which beacons are its own.
+struct Deployment {
+    std::string apiBaseUrl = "https://api.quomi.test";                                    ///< kAPIBaseUrl
+    std::string beaconProximityUUIDNormal = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A1";       ///< of normal beacons
+    std::string beaconProximityUUIDSecure = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2";       ///< of secure beacons
+    std::string beaconProximityUUIDService = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3";      ///< of service beacons
+};
+
+/// What the phone can do, asked of it anew at each call. Host's thread.
+class DeviceCapabilities {
+public:
+    /// The platform outlives the object.
+    explicit DeviceCapabilities(const LocationPlatform& location) : location_(location) {}
+
+    /// Whether the phone monitors circular regions and significant location changes.
+    [[nodiscard]] bool deviceSupportsGeofences() const;
+    /// Whether the phone monitors and ranges beacons; no on a system that does not offer one of the questions.
+    [[nodiscard]] bool deviceSupportsBeacons() const;
+
+private:
+    const LocationPlatform& location_;
+};
+
+inline constexpr std::uint64_t kAPIVersion = 3;
+inline constexpr double kAPIRequestTimeout = 25.0;                             // seconds
+inline constexpr double kAPIServerNotificationRequestTimeout = 5.0;            // seconds
+inline constexpr std::uint64_t kAPIServerNotificationDefaultNumberOfRetry = 4;
+inline constexpr double kAPIServerNotificationDefaultMaxRetryPeriod = 40.0;    // seconds
+inline constexpr double kAPIServerNotificationDefaultRetrySlotDuration = 2.0;  // seconds
+inline constexpr double kAPIMinimumRefreshInterval = 7200;                     // seconds
+inline constexpr std::uint64_t kSignificantLocationUpdateInterval = 180;       // seconds
+inline constexpr std::int64_t kBeaconAliveTimeout = 4;                         // seconds
+inline constexpr double kLocationDistanceFilter = 10;                          // metres
+inline constexpr std::uint64_t kLocationHistoryMaxEntries = 10;
+inline constexpr std::uint64_t kGeofenceDownloadRadius = 100;        // metres
+inline constexpr double kProximityDefaultFarSplitThreshold = 10.0;   // metres
+inline constexpr const char* kBeaconDefaultProximityIdentifier = "Quomi beacon";
+inline constexpr const char* kBeaconDefaultProximityIdentifierService = "Quomi beacon service";
+inline constexpr const char* kQuomiSQLiteStoreFile = "QuomiData.sqlite";
+
+// "Quimo" is deliberate in these two names: they are part of the interface.
+inline constexpr const char* kQuimoApplicationSecurityProtocolNone = "none";
+inline constexpr const char* kQuimoApplicationSecurityProtocolRotatingAdvertisement = "rotating_advertisement";
+
+/// Values of `QuomiSettings::beaconSecurityMode`.
+inline constexpr std::uint64_t kBeaconSecurityModeNone = 0;
+inline constexpr std::uint64_t kBeaconSecurityModeRotatingAdvertisement = 1;
+
+/// The SDK's tunables, read by every component at each use. Plain data without logic: writes take effect where the
+/// value is next read. Host's thread.
+struct QuomiSettings {
+    /// Defaults as the deployment and the phone give them; the platform outlives the settings.
+    QuomiSettings(Deployment deployment, const LocationPlatform& location);
+
+    /// The settings of the host's one SDK, made at the first call from what `QuomiSDK::installPlatform` was given. A
+    /// convenience for hosts; null before that.
+    [[nodiscard]] static QuomiSettings* sharedInstance();
+
+    /// Writes every default; `namespace_` stays as it is.
+    void resetToDefaults();
+
+    [[nodiscard]] bool isFileLogEnabled() const { return fileLogEnabled; }
+
+    std::string baseAPIUrl;  ///< absolute http or https URL
+    std::uint64_t apiVersion{};
+    double requestTimeout{};                        ///< seconds
+    double serverNotificationRequestTimeout{};      ///< seconds
+    std::uint64_t serverNotificationNumberOfRetry{};
+    double serverNotificationMaxRetryPeriod{};      ///< seconds
+    double serverNotificationRetrySlotDuration{};   ///< seconds
+    std::optional<std::string> namespace_;          ///< the app's namespace; unset until the host sets it
+    std::uint64_t significantLocationUpdateInterval{};  ///< seconds; kept for hosts, no component reads it
+    bool stopUpdatingLocationAfterFirstUpdate{};
+    bool downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion{};
+    bool localNotificationActionsEnabled{};
+    bool serverNotificationActionsEnabled{};
+    bool openWebPageActionsEnabled{};
+    bool openPassBookActionsEnabled{};  ///< kept for hosts, no component reads it
+    bool openDeepLinkActionsEnabled{};
+    bool beaconEnabled{};
+    std::uint64_t beaconSecurityMode{};
+    bool beaconServiceMonitorinEnabled{};  ///< the missing letter is deliberate: hosts set it by this name
+    std::string beaconProximityIdentifier;
+    std::string beaconProximityIdentifierService;
+    std::string beaconProximityUUIDNormal;   ///< UUID text
+    std::string beaconProximityUUIDSecure;   ///< UUID text
+    std::string beaconProximityUUIDService;  ///< UUID text
+    double proximityFarSplitThreshold{};     ///< metres
+    bool requestWhenInUseAuthorization{};
+    bool useExtendedBackgroundRangingTime{};
+    bool geofencingEnabled{};
+    bool fileLogEnabled{};
+
+private:
+    const Deployment deployment_;
+    const DeviceCapabilities capabilities_;
+};
+
+}  // namespace quomi

@@ -1,0 +1,89 @@
+#include "quomi/data/event_upload.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/clock.h"
+
+#include <boost/json/serialize.hpp>
+
+namespace quomi {
+
+namespace {
+
+constexpr Duration kUploadInterval = std::chrono::seconds(40);
+constexpr Duration kLongestUploadPause = std::chrono::seconds(300);
+
+}  // namespace
+
+EventUploadLoop::EventUploadLoop(const Platform& platform, DebugLog& debugLog)
+    : platform_(platform), debugLog_(debugLog), logger_(platform.files, platform.clock, platform.console) {}
+
+EventUploadLoop::~EventUploadLoop() = default;
+
+void EventUploadLoop::setUploader(EventUploader* uploader) {
+    if (uploader_ == uploader) return;
+    uploader_ = uploader;
+    ++run_;
+    currentBatchWithLogs_.reset();
+}
+
+bool EventUploadLoop::logEvent(const boost::json::object& event, WallTime date) {
+    const QuomiDLog record{date, boost::json::serialize(event)};
+    if (!logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()))) return false;
+    if (uploadLogLoopTimer_ == nullptr) {
+        uploadLogLoopTimer_ =
+            platform_.runLoop.scheduleRepeating(kUploadInterval, [this] { uploadLogsInBatches(); });
+    }
+    if (lastUploadedLogsAt_ && platform_.clock.now() - *lastUploadedLogsAt_ > kLongestUploadPause) {
+        uploadLogsInBatches();
+    }
+    return true;
+}
+
+void EventUploadLoop::uploadLogsInBatches() {
+    lastUploadedLogsAt_ = platform_.clock.now();
+    uploadLogsInBatchesFromTmpFile();
+}
+
+void EventUploadLoop::uploadLogsInBatchesFromTmpFile() {
+    if (uploader_ == nullptr) return;
+    auto batch = nextBatch();
+    if (!batch || isInFlight(*batch)) return;
+    currentBatchWithLogs_ = std::move(batch);
+    uploader_->sendBatchOfLogEvents(
+        *currentBatchWithLogs_,
+        [this, run = run_, alive = std::weak_ptr(alive_)] {
+            if (!alive.expired()) batchArrived(run);
+        },
+        [this, run = run_, alive = std::weak_ptr(alive_)](const Error& error) {
+            if (!alive.expired()) batchFailed(run, error);
+        });
+}
+
+std::optional<std::vector<QuomiDLog>> EventUploadLoop::nextBatch() {
+    auto batch = logger_.getBatchOfQuomiDLogsFromTmpFile();
+    if (!batch || batch->empty()) batch = logger_.getBatchOfQuomiDLogsFromFile();
+    if (batch && batch->empty()) batch.reset();
+    return batch;
+}
+
+bool EventUploadLoop::isInFlight(const std::vector<QuomiDLog>& batch) const {
+    if (!currentBatchWithLogs_) return false;
+    // Another count stops the upload too: some batch is on its way.
+    return currentBatchWithLogs_->size() != batch.size() || *currentBatchWithLogs_ == batch;
+}
+
+void EventUploadLoop::batchArrived(std::uint64_t run) {
+    if (run != run_) return;
+    currentBatchWithLogs_.reset();
+    logger_.clearTmpLogFile();
+    uploadLogsInBatchesFromTmpFile();
+}
+
+void EventUploadLoop::batchFailed(std::uint64_t run, const Error& /*error*/) {
+    if (run == run_) currentBatchWithLogs_.reset();
+}
+
+}  // namespace quomi

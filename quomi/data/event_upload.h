@@ -1,0 +1,69 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quomi/diagnostics/event_log.h"
+#include "quomi/platform/platform.h"
+#include "quomi/platform/run_loop.h"
+#include "quomi/util/error.h"
+#include "quomi/util/time.h"
+
+#include <boost/json/fwd.hpp>
+
+namespace quomi {
+
+class DebugLog;
+
+/// What the upload of events needs of whoever speaks to the server.
+class EventUploader {
+public:
+    virtual ~EventUploader() = default;
+    /// Sends the records as one batch. One of the two callbacks runs, in a later turn, unless the uploader drops the
+    /// request.
+    virtual void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
+                                      std::function<void(const Error&)> failure) = 0;
+};
+
+/// The event log's way home: writes events to the log file and uploads them in batches, at the first event's time plus
+/// 40 s and every 40 s from then on, and at once with an event when the last upload began more than 300 s before.
+///
+/// A batch stays in the batch file until the server has accepted it; nothing is sent twice at the same time.
+/// Host's thread only.
+class EventUploadLoop {
+public:
+    /// Platform and log outlive the loop.
+    EventUploadLoop(const Platform& platform, DebugLog& debugLog);
+    ~EventUploadLoop();
+    EventUploadLoop(const EventUploadLoop&) = delete;
+    EventUploadLoop& operator=(const EventUploadLoop&) = delete;
+
+    /// Who sends; null (nothing is sent) at first. Outlives the loop or is taken away before it ends.
+    void setUploader(EventUploader* uploader);
+    /// Appends the event to the log file. False when it could not be written: the event is not accepted then.
+    bool logEvent(const boost::json::object& event, WallTime date);
+    /// Starts the upload of what is in the files, unless the same batch is on its way already.
+    void uploadLogsInBatches();
+
+private:
+    void uploadLogsInBatchesFromTmpFile();
+    [[nodiscard]] std::optional<std::vector<QuomiDLog>> nextBatch();
+    [[nodiscard]] bool isInFlight(const std::vector<QuomiDLog>& batch) const;
+    void batchArrived(std::uint64_t run);
+    void batchFailed(std::uint64_t run, const Error& error);
+
+    const Platform& platform_;
+    DebugLog& debugLog_;
+    QuomiDLogger logger_;
+    EventUploader* uploader_ = nullptr;
+    std::optional<std::vector<QuomiDLog>> currentBatchWithLogs_;
+    std::optional<WallTime> lastUploadedLogsAt_;
+    std::unique_ptr<Timer> uploadLogLoopTimer_;
+    std::uint64_t run_ = 0;  // changes with the uploader: answers to an earlier one are too late
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace quomi

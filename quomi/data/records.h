@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "quomi/util/time.h"
+
+namespace quomi {
+
+/// The SDK's status and device-wide counters: one row. Periods and intervals in seconds; 0 means no limit.
+struct QuomiStatusInfo {
+    bool isStarted = false;
+    WallTime lastGeofencesDataUpdatedAt{};
+    WallTime lastBeaconsDataUpdatedAt{};
+    std::int32_t globalTriggersCount = 0;
+    std::int32_t globalMaxEvents = 0;
+    std::int32_t globalMaxEventsPeriod = 0;
+    std::int32_t globalMinInterval = 0;
+    WallTime lastEventDate{};
+    std::vector<WallTime> globalHistory;  ///< one date for each counted event, oldest first
+
+    /// Forgets the events that no limit asks about any more: those before `now` minus the period, or all when there is
+    /// no period.
+    void trimOutdatedHistoryElements(WallTime now);
+};
+
+/// What the server says of the app's namespace: one row.
+struct QuomiApplication {
+    std::string appNamespace;
+    std::string proximityUUIDNormal;
+    std::string proximityUUIDSecure;
+    std::string proximityUUIDService;
+    std::string antiHackingProtocol;
+    double proximityFarSplitThreshold = 10.0;  ///< metres
+};
+
+}  // namespace quomi

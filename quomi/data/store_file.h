@@ -1,0 +1,56 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "quomi/util/error.h"
+
+namespace SQLite {
+class Database;
+class Statement;
+}  // namespace SQLite
+
+namespace quomi {
+
+class Files;
+class QuomiErrors;
+
+/// The SQLite file under the store: one connection, prepared statements kept, changes in transactions.
+///
+/// A change is whole or not there, whenever the process is killed. A loss of power may cost the last changes but leaves
+/// a sound file. One thread at a time.
+class StoreFile {
+public:
+    /// Opens the file, making it and its directory when they are not there. Fails, leaving what is there untouched:
+    /// 604 when a file stands where the directory belongs, 601 when the file is not a store of this version, 603 with
+    /// the reason when it cannot be read, written or locked. With `allowDeletion` a file that is not a store of this
+    /// version is deleted and made anew (602 when it cannot be deleted).
+    [[nodiscard]] static std::unique_ptr<StoreFile> open(const std::filesystem::path& file, bool allowDeletion,
+                                                         Files& files, const QuomiErrors& errors,
+                                                         std::optional<Error>* error);
+    ~StoreFile();
+    StoreFile(const StoreFile&) = delete;
+    StoreFile& operator=(const StoreFile&) = delete;
+
+    /// Runs the work inside a transaction: committed when it returns, rolled back when SQLite fails in it. False with
+    /// an error of code 600 then. The work uses `statement` and throws nothing of its own.
+    bool change(const std::function<void()>& work, std::optional<Error>* error = nullptr);
+    /// Runs reading work; false as above.
+    bool read(const std::function<void()>& work, std::optional<Error>* error = nullptr) const;
+
+    /// The prepared statement of the text, reset and without bindings, for use inside `change` and `read` only.
+    [[nodiscard]] SQLite::Statement& statement(const std::string& sql);
+
+private:
+    class Statements;
+    StoreFile(std::unique_ptr<SQLite::Database> database, const QuomiErrors& errors);
+
+    const QuomiErrors& errors_;
+    std::unique_ptr<SQLite::Database> database_;
+    std::unique_ptr<Statements> statements_;  // after the database: they end first
+};
+
+}  // namespace quomi

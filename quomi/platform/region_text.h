@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+#include "quomi/platform/location.h"
+
+namespace quomi {
+
+/// One line for logs: kind, identifier and what makes the region.
+[[nodiscard]] std::string describe(const Region& region);
+
+/// One line for logs: domain, code and text.
+[[nodiscard]] std::string describe(const PlatformError& error);
+
+}  // namespace quomi

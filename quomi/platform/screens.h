@@ -1,0 +1,51 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quomi {
+
+/// One screen of the host's app, seen from outside: what it shows on top of itself or inside itself.
+class Screen {
+public:
+    enum class Kind { plain, navigation, tabs };
+    virtual ~Screen() = default;
+    [[nodiscard]] virtual Kind kind() const = 0;
+    /// The screen that this one presents over itself; null when none.
+    [[nodiscard]] virtual std::shared_ptr<Screen> presentedScreen() const = 0;
+    /// The visible screen of a navigation container, the selected one of a tab container; null otherwise or when none.
+    [[nodiscard]] virtual std::shared_ptr<Screen> visibleChild() const = 0;
+};
+
+/// A web page on show, owned by whoever presents it.
+class WebPage {
+public:
+    virtual ~WebPage() = default;
+    virtual void load(const std::string& url) = 0;
+    virtual void dismiss() = 0;
+};
+
+/// What the user and the phone do to a web page. All empty at first. Host's thread.
+struct WebPageEvents {
+    std::function<void()> didAppear;
+    std::function<void()> didDisappear;
+    std::function<void()> closeRequested;
+};
+
+/// Port: the app's screens. Host's thread only.
+class Screens {
+public:
+    virtual ~Screens() = default;
+
+    /// Root screen of the key window; null when there is no window.
+    [[nodiscard]] virtual std::shared_ptr<Screen> rootScreen() const = 0;
+    /// Presents a page screen, in a navigation container, over the given one. Null when that is not possible.
+    [[nodiscard]] virtual std::unique_ptr<WebPage> presentWebPage(const std::shared_ptr<Screen>& over,
+                                                                  WebPageEvents events) = 0;
+    /// Shows an alert with one button over the given screen.
+    virtual void presentAlert(const std::shared_ptr<Screen>& over, const std::string& title,
+                              const std::string& message, const std::string& button) = 0;
+};
+
+}  // namespace quomi

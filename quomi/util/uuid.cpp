@@ -1,0 +1,50 @@
+#include "quomi/util/uuid.h"
+
+#include <cctype>
+
+namespace quomi {
+
+namespace {
+
+constexpr bool isDashPosition(std::size_t i) { return i == 8 || i == 13 || i == 18 || i == 23; }
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::optional<Uuid> Uuid::parse(std::string_view text) {
+    if (text.size() != 36) return std::nullopt;
+    Bytes bytes{};
+    std::size_t nibble = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (isDashPosition(i)) {
+            if (text[i] != '-') return std::nullopt;
+            continue;
+        }
+        const int digit = hexDigit(text[i]);
+        if (digit < 0) return std::nullopt;
+        auto& byte = bytes[nibble / 2];
+        byte = static_cast<std::uint8_t>((byte << 4) | digit);
+        ++nibble;
+    }
+    return Uuid(bytes);
+}
+
+std::string Uuid::string() const {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    text.reserve(36);
+    for (std::size_t i = 0; i < bytes_.size(); ++i) {
+        if (isDashPosition(text.size())) text += '-';
+        text += digits[bytes_[i] >> 4];
+        text += digits[bytes_[i] & 0xF];
+    }
+    return text;
+}
+
+}  // namespace quomi

@@ -1,0 +1,209 @@
+#include "quomi/diagnostics/event_log.h"
+
+#include "tests/diagnostics/faulty_files.h"
+#include "tests/diagnostics/log_support.h"
+
+#include <algorithm>
+
+#include <boost/json/object.hpp>
+#include <boost/json/value.hpp>
+#include <gmock/gmock.h>
+
+namespace quomi {
+namespace {
+
+using namespace std::chrono_literals;
+using test::eventLine;
+using test::eventLines;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Days = std::chrono::sys_days;
+
+class EventLogTest : public testing::Test {
+protected:
+    std::size_t lines(const std::string& text) {
+        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+    }
+
+    test::SetClock clock_;
+    test::KeptConsole console_;
+};
+
+TEST_F(EventLogTest, LinesAndTheRecordsTheyHold) {
+    struct Case {
+        std::string line;
+        std::optional<std::string> data;
+        bool isReported;
+    };
+    const std::string time = "2026-11-21 05:00:00 +0100";
+    const Case cases[] = {
+        {time + ";{\"a\":1}", "{\"a\":1}", false},
+        {time + ";{}", "{}", false},
+        {time + ";{no JSON, but in braces}", "{no JSON, but in braces}", false},
+        {time + ";[1]", std::nullopt, false},
+        {time + "; {}", std::nullopt, false},
+        {time + ";{} ", std::nullopt, false},
+        {time + ";", std::nullopt, false},
+        {"21.11.2026 05:00;{}", std::nullopt, false},
+        {";{}", std::nullopt, false},
+        {time + ";{\"a\":\"x;y\"}", std::nullopt, true},
+        {time + "{}", std::nullopt, true},
+    };
+    for (const auto& [line, data, isReported] : cases) {
+        console_.messages.clear();
+        const auto record = QuomiDLog::quomiDLogFromString(line, console_);
+        EXPECT_EQ(record ? record->logData : std::nullopt, data) << line;
+        EXPECT_EQ(record ? record->logTime : clock_.time, clock_.time) << line;
+        if (isReported) {
+            EXPECT_THAT(console_.messages, ElementsAre("Quomi SDK error while parsing log string: " + line));
+        } else {
+            EXPECT_THAT(console_.messages, IsEmpty()) << line;
+        }
+    }
+    EXPECT_THAT(QuomiDLog::quomiDLogsFromString("\n" + eventLine(1) + "\n\nbad\n" + eventLine(2), console_), SizeIs(2));
+}
+
+TEST_F(EventLogTest, ARecordIsWrittenInTheZoneOfThePhone) {
+    const QuomiDLog record{clock_.time + 999ms, "{}"};
+    EXPECT_EQ(record.description("Europe/Berlin"), "2026-11-21 05:00:00 +0100;{}");
+    EXPECT_EQ(record.stringFromQuomiDLog("America/St_Johns"), "2026-11-21 00:30:00 -0330;{}");
+    EXPECT_EQ(record.description("UTC"), "2026-11-21 04:00:00 +0000;{}");
+    EXPECT_EQ(record.dictionary().at("logTime").as_int64(), record.logTime->time_since_epoch().count());
+    EXPECT_EQ(record.dictionary().at("logData"), "{}");
+    EXPECT_THAT(QuomiDLog{}.dictionary(), IsEmpty());
+}
+
+TEST_F(EventLogTest, TheYearOfAnEventNearNewYearIsThatOfItsWeek) {
+    const QuomiDLog record{Days(std::chrono::year(2024) / 12 / 31) + 12h, "{}"};
+    EXPECT_EQ(record.description("UTC"), "2025-12-31 12:00:00 +0000;{}");
+    const auto read = QuomiDLog::quomiDLogFromString(record.description("UTC"), console_);
+    EXPECT_EQ(read.value().logTime, Days(std::chrono::year(2025) / 12 / 31) + 12h);
+    EXPECT_EQ((QuomiDLog{Days(std::chrono::year(2027) / 1 / 1), "{}"}.description("UTC")),
+              "2026-01-01 00:00:00 +0000;{}");
+}
+
+TEST_F(EventLogTest, HandsOverFiftyRecordsAtATime) {
+    test::LogDirectory log(eventLines(0, 120));
+    QuomiDLogger logger(log.files, clock_, console_);
+    const auto batch = logger.getBatchOfQuomiDLogsFromFile();
+    ASSERT_THAT(batch.value(), SizeIs(50));
+    EXPECT_EQ(batch->back().logData, "{\"id\":\"49\"}");
+    EXPECT_EQ(log.batch() + "\n", eventLines(0, 50));
+    EXPECT_EQ(log.text(), eventLines(50, 120));
+    EXPECT_EQ(logger.getBatchOfQuomiDLogsFromTmpFile(), batch);
+    ASSERT_THAT(logger.getBatchOfQuomiDLogsFromFile().value(), SizeIs(50));
+    ASSERT_THAT(logger.getBatchOfQuomiDLogsFromFile().value(), SizeIs(20));
+    EXPECT_EQ(log.text(), "(missing)");
+    EXPECT_EQ(log.batch() + "\n", eventLines(100, 120));
+    EXPECT_EQ(logger.getBatchOfQuomiDLogsFromFile(), std::nullopt);
+    EXPECT_EQ(log.text(), "");
+    logger.clearTmpLogFile();
+    EXPECT_EQ(log.batch(), "(missing)");
+    EXPECT_THAT(logger.getBatchOfQuomiDLogsFromTmpFile().value(), IsEmpty());
+}
+
+TEST_F(EventLogTest, BadLinesAreLostWithTheHandOver) {
+    test::LogDirectory log("bad\n" + eventLine(1) + "\n" + eventLine(2) + ";\n\n" + eventLines(3, 4) + "2026;[]\n");
+    QuomiDLogger logger(log.files, clock_, console_);
+    EXPECT_THAT(logger.getBatchOfQuomiDLogsFromFile().value(), SizeIs(2));
+    EXPECT_EQ(log.text(), "(missing)");
+    EXPECT_THAT(console_.messages, SizeIs(2));
+    log.write(kQuomiBOLogFileName, "bad\n");
+    EXPECT_THAT(logger.getBatchOfQuomiDLogsFromFile().value(), IsEmpty());
+    EXPECT_EQ(log.text(), "(missing)");
+    EXPECT_EQ(log.batch(), "(missing)");
+}
+
+TEST_F(EventLogTest, TheFirstEventCreatesWhatIsMissingForTheOwnerAlone) {
+    test::LogDirectory log;
+    QuomiDLogger logger(log.files, clock_, console_);
+    EXPECT_EQ(logger.getQuomiDLogFileContent(), "");
+    EXPECT_EQ(log.text(), "");
+    logger.clearLogFile();
+    EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(1)));
+    EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(2)));
+    EXPECT_EQ(log.text(), eventLines(1, 3));
+    EXPECT_THAT(logger.getBatchOfQuomiDLogsFromFile().value(), SizeIs(2));
+    for (const auto& path : {logger.getLogFilePath(), logger.getTmpLogFilePath()}) {
+        EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600)) << path;
+    }
+    EXPECT_EQ(std::filesystem::status(log.files.documentsDirectory()).permissions(), std::filesystem::perms(0700));
+}
+
+TEST_F(EventLogTest, AnEventIsRefusedWhenItCannotBeWritten) {
+    test::LogDirectory log(eventLines(0, 1));
+    test::FullDisk disk(log.files);
+    QuomiDLogger logger(disk, clock_, console_);
+    EXPECT_FALSE(logger.addQuomiDLogToFile("\xc3"));
+    EXPECT_FALSE(logger.addQuomiDLogToFile("\xed\xa0\x80"));
+    for (disk.room = 0; disk.room <= eventLine(1).size(); ++disk.room) {
+        EXPECT_FALSE(logger.addQuomiDLogToFile(eventLine(1)));
+        EXPECT_EQ(log.text(), eventLines(0, 1));
+    }
+    disk.room = 1000;
+    EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(1)));
+    EXPECT_EQ(log.text(), eventLines(0, 2));
+    posix::PosixFiles nowhere(log.path(kQuomiBOLogFileName));
+    EXPECT_FALSE(QuomiDLogger(nowhere, clock_, console_).addQuomiDLogToFile(eventLine(2)));
+}
+
+TEST_F(EventLogTest, LastLinesWithoutLineBreak) {
+    struct Case {
+        std::string tail;
+        bool isWhole;
+    };
+    const std::string time = "2026-11-21 05:00:00 +0100;";
+    const Case cases[] = {
+        {time + R"({"a":{"b":1}})", true},
+        {time + R"({"a":{"b":1})", false},
+        {time + "{\"a\":\"\xc3", false},
+        {time + "{", false},
+        {time, false},
+        {"2026-11", false},
+        {std::string(3, '\0'), false},
+        {std::string(100'000, 'x'), false},
+    };
+    for (const auto& [tail, isWhole] : cases) {
+        for (const std::string& before : {std::string(), eventLines(0, 2)}) {
+            test::LogDirectory log(before + tail);
+            QuomiDLogger logger(log.files, clock_, console_);
+            EXPECT_THAT(logger.getQuomiDLogsFromFile().value(), SizeIs(lines(before) + (isWhole ? 1 : 0)));
+            EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(7)));
+            EXPECT_EQ(log.text(), before + (isWhole ? tail + "\n" : "") + eventLine(7) + "\n");
+        }
+    }
+    EXPECT_THAT(console_.messages, IsEmpty());
+}
+
+TEST_F(EventLogTest, AHandOverThatFailsTakesNothingFromTheLog) {
+    for (const char* full : {kQuomiBOTmpLogFileName, kQuomiBOLogFileName}) {
+        test::LogDirectory log(eventLines(0, 70));
+        test::FullDisk disk(log.files);
+        disk.isFull = [full](const std::string& name) { return name == full; };
+        QuomiDLogger logger(disk, clock_, console_);
+        EXPECT_EQ(logger.getBatchOfQuomiDLogsFromFile(), std::nullopt);
+        EXPECT_EQ(log.text(), eventLines(0, 70));
+        EXPECT_EQ(log.batch(), "(missing)") << "the same batch would be uploaded again and again";
+    }
+}
+
+TEST_F(EventLogTest, ALogThatWasRewrittenInSpiteOfAnErrorKeepsItsBatch) {
+    test::LogDirectory log(eventLines(0, 70));
+    test::FullDisk disk(log.files);
+    disk.writesThenFails = true;
+    disk.isFull = [](const std::string& name) { return name == kQuomiBOLogFileName; };
+    EXPECT_THAT(QuomiDLogger(disk, clock_, console_).getBatchOfQuomiDLogsFromFile().value(), SizeIs(50));
+    EXPECT_EQ(log.batch() + "\n" + log.text(), eventLines(0, 70));
+}
+
+TEST_F(EventLogTest, ALogThatIsNotUtf8IsUnreadable) {
+    test::LogDirectory log(eventLine(1) + "\n\xff\n");
+    QuomiDLogger logger(log.files, clock_, console_);
+    EXPECT_EQ(logger.getQuomiDLogsFromFile(), std::nullopt);
+    EXPECT_EQ(logger.getBatchOfQuomiDLogsFromFile(), std::nullopt);
+    EXPECT_EQ(log.text(), eventLine(1) + "\n\xff\n");
+}
+
+}  // namespace
+}  // namespace quomi

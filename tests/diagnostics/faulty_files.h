@@ -1,0 +1,122 @@
+#pragma once
+
+#include "quomi/platform/files.h"
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace quomi::test {
+
+/// Hands everything on; a fault overrides one operation.
+class FilesWrapper : public Files {
+public:
+    using Path = std::filesystem::path;
+    using Code = std::error_code;
+
+    explicit FilesWrapper(Files& files) : files_(files) {}
+
+    [[nodiscard]] Path libraryDirectory() const override { return files_.libraryDirectory(); }
+    [[nodiscard]] Path documentsDirectory() const override { return files_.documentsDirectory(); }
+    [[nodiscard]] Path cachesDirectory() const override { return files_.cachesDirectory(); }
+    [[nodiscard]] std::optional<std::string> bundleResource(const std::string& path) const override {
+        return files_.bundleResource(path);
+    }
+    [[nodiscard]] std::filesystem::file_type type(const Path& path, Code& error) const override {
+        return files_.type(path, error);
+    }
+    bool createDirectories(const Path& path, Code& error) override { return files_.createDirectories(path, error); }
+    [[nodiscard]] std::optional<std::string> read(const Path& path, Code& error) const override {
+        return files_.read(path, error);
+    }
+    bool replace(const Path& path, std::string_view bytes, Code& error) override {
+        return files_.replace(path, bytes, error);
+    }
+    bool append(const Path& path, std::string_view bytes, Code& error) override {
+        return files_.append(path, bytes, error);
+    }
+    [[nodiscard]] std::optional<std::string> readTail(const Path& path, std::uint64_t count,
+                                                      Code& error) const override {
+        return files_.readTail(path, count, error);
+    }
+    bool truncate(const Path& path, std::uint64_t size, Code& error) override {
+        return files_.truncate(path, size, error);
+    }
+    [[nodiscard]] std::optional<std::uint64_t> size(const Path& path, Code& error) const override {
+        return files_.size(path, error);
+    }
+    bool remove(const Path& path, Code& error) override { return files_.remove(path, error); }
+
+protected:
+    static bool refuse(Code& error) {
+        error = std::make_error_code(std::errc::no_space_on_device);
+        return false;
+    }
+    Files& files_;
+};
+
+/// The files of a process that is killed in one of its changes to them. Every change after that one is refused; what
+/// the dead process still reads has no effect on anybody.
+class MortalFiles : public FilesWrapper {
+public:
+    /// Killed in the change with this number, counted from 0; when that is an append, after `bytes` of it.
+    MortalFiles(Files& files, std::size_t change, std::size_t bytes)
+        : FilesWrapper(files), remaining_(change), bytes_(bytes) {}
+
+    [[nodiscard]] bool isAlive() const { return alive_; }
+    /// Length of the append in which the process was killed; 0 when it was another change.
+    [[nodiscard]] std::size_t fatalAppend() const { return fatalAppend_; }
+
+    bool createDirectories(const Path& path, Code& error) override {
+        return change(error) && files_.createDirectories(path, error);
+    }
+    bool replace(const Path& path, std::string_view bytes, Code& error) override {
+        return change(error) && files_.replace(path, bytes, error);
+    }
+    bool append(const Path& path, std::string_view bytes, Code& error) override {
+        const bool wasAlive = alive_;
+        if (change(error)) return files_.append(path, bytes, error);
+        if (!wasAlive) return false;
+        fatalAppend_ = bytes.size();
+        files_.append(path, bytes.substr(0, bytes_), error);
+        return refuse(error);
+    }
+    bool truncate(const Path& path, std::uint64_t size, Code& error) override {
+        return change(error) && files_.truncate(path, size, error);
+    }
+    bool remove(const Path& path, Code& error) override { return change(error) && files_.remove(path, error); }
+
+private:
+    bool change(Code& error) {
+        if (alive_ && remaining_-- > 0) return true;
+        alive_ = false;
+        return refuse(error);
+    }
+
+    std::size_t remaining_;
+    std::size_t bytes_;
+    bool alive_ = true;
+    std::size_t fatalAppend_ = 0;
+};
+
+/// A full disk: appends take their first `room` bytes, and files for which `isFull` says so cannot be replaced.
+class FullDisk : public FilesWrapper {
+public:
+    using FilesWrapper::FilesWrapper;
+
+    bool append(const Path& path, std::string_view bytes, Code& error) override {
+        if (bytes.size() <= room) return files_.append(path, bytes, error);
+        files_.append(path, bytes.substr(0, room), error);
+        return refuse(error);
+    }
+    bool replace(const Path& path, std::string_view bytes, Code& error) override {
+        if (writesThenFails) files_.replace(path, bytes, error);
+        return isFull(path.filename().string()) ? refuse(error) : files_.replace(path, bytes, error);
+    }
+
+    std::size_t room = 1'000'000;
+    std::function<bool(const std::string&)> isFull = [](const std::string&) { return false; };
+    bool writesThenFails = false;  ///< the file is replaced, only the directory could not be forced to the disk
+};
+
+}  // namespace quomi::test

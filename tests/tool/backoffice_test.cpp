@@ -1,0 +1,311 @@
+#include "tools/quomi/backoffice.h"
+
+#include "tools/quomi/backoffice_page.h"
+
+#include <atomic>
+#include <chrono>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <gmock/gmock.h>
+#include <httplib.h>
+
+namespace quomi::tool {
+namespace {
+
+namespace json = boost::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr const char* kJson = "application/json";
+constexpr const char* kUserPath = "/u_app_users/find_or_create_by_udid.json";
+constexpr const char* kLogPath = "/u_applications/shop/log.json";
+constexpr const char* kBatchPath = "/u_applications/shop/log_multi.json";
+constexpr const char* kEvent = R"({"udid": "U", "date": "2031-05-04 09:30:00 +0000", "data": {"type": "view"}})";
+
+Campaign campaignOf(const std::string& text) {
+    std::optional<Error> error;
+    auto campaign = Campaign::parse(text, "test", &error);
+    if (!campaign) throw std::invalid_argument(describe(*error));
+    return *campaign;
+}
+
+Campaign shop() {
+    return campaignOf(R"({"application": {"namespace_uid": "shop", "anti_hacking_protocol": "none",
+        "max_distance_medium_far": 12.5}, "limits": {"max_events": 3, "min_interval": 20},
+        "beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}]})");
+}
+
+json::object user() {
+    return {{"udid", "U"},
+            {"properties", {{"ext_id", "ann"}}},
+            {"u_application_uid", "shop"},
+            {"advertising_tracking_mode_enabled", false},
+            {"system_name", "iOS"},
+            {"system_version", "17.1"},
+            {"sdk_name", "sdk"},
+            {"sdk_version", "1"},
+            {"model", "iPhone"},
+            {"language", nullptr}};
+}
+
+std::string userBody(const json::object& record) {
+    return json::serialize(json::object{{"u_app_user", record}});
+}
+
+/// A started back office and a client that keeps its connection.
+class BackofficeTest : public testing::Test {
+protected:
+    BackofficeTest() {
+        client_.set_keep_alive(true);
+        client_.set_tcp_nodelay(true);
+    }
+
+    static int started(Backoffice& backoffice) { return backoffice.start() ? backoffice.port() : 0; }
+
+    void expectRefusal(const httplib::Result& result, int status, const std::string& error) {
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->status, status) << result->body;
+        EXPECT_EQ(result->get_header_value("Content-Type"), kJson);
+        const json::value body = json::parse(result->body);
+        EXPECT_EQ(body.at("success"), false);
+        EXPECT_THAT(std::string(std::string_view(body.at("error").as_string())), HasSubstr(error));
+    }
+
+    void expectAnswer(const httplib::Result& result, const json::value& body) {
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->status, 200) << result->body;
+        EXPECT_EQ(result->get_header_value("Content-Type"), kJson);
+        EXPECT_EQ(json::parse(result->body), body);
+    }
+
+    Backoffice backoffice_{shop()};
+    httplib::Client client_{"127.0.0.1", started(backoffice_)};
+};
+
+TEST_F(BackofficeTest, ServesApplicationAndLimits) {
+    expectAnswer(client_.Get("/u_applications/query.json?namespace=shop"), {{"success", true},
+                                                                            {"namespace_uid", "shop"},
+                                                                            {"anti_hacking_protocol", "none"},
+                                                                            {"max_distance_medium_far", 12.5}});
+    expectAnswer(client_.Get("/u_applications/limits.json?namespace=shop"),
+                 {{"success", true}, {"max_events", 3}, {"min_interval", 20}});
+}
+
+TEST_F(BackofficeTest, RefusesWhatItDoesNotServe) {
+    for (const std::string path : {"/u_applications/query.json", "/u_applications/limits.json"}) {
+        expectRefusal(client_.Get(path + "?namespace=other"), 404, "\"other\" is unknown");
+        expectRefusal(client_.Get(path + "?namespace=%ff%1b"), 404, "is unknown");
+        expectRefusal(client_.Get(path), 400, "namespace");
+        expectRefusal(client_.Post(path + "?namespace=shop", "{}", kJson), 405, "GET only");
+    }
+    expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop"), 404, "not served by this version");
+    expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop"), 404, "not served by this version");
+    expectRefusal(client_.Post("/u_beacon_devices/battery_alert.json", "{}", kJson), 404, "not served by this version");
+    expectRefusal(client_.Get("/favicon.ico"), 404, "no such endpoint");
+    expectRefusal(client_.Get("/" + std::string(8000, 'a')), 404, "no such endpoint");
+    expectRefusal(client_.Post("/u_applications//log.json", kEvent, kJson), 404, "no such endpoint");
+    expectRefusal(client_.Delete(kLogPath), 405, "POST only");
+    EXPECT_EQ(client_.Get(kLogPath)->get_header_value("Allow"), "POST");
+}
+
+TEST_F(BackofficeTest, KeepsUsersAndEvents) {
+    const json::object success{{"success", true}};
+    expectAnswer(client_.Post(kUserPath, userBody(user()), kJson), success);
+    expectAnswer(client_.Post(kLogPath, kEvent, kJson), success);
+    expectAnswer(client_.Post(kLogPath, R"({"udid": "V", "date": 1.5})", kJson), success);
+    expectAnswer(
+        client_.Post(kBatchPath, R"({"udid": "W", "logs": [{"date": "d1", "data": {"n": 1}}, {"date": "d2"}]})", kJson),
+        success);
+    expectAnswer(client_.Post(kBatchPath, R"({"udid": "W", "logs": []})", kJson), success);
+
+    const std::vector<Received> all = backoffice_.inbox().all();
+    ASSERT_EQ(all.size(), 5U);
+    EXPECT_EQ(all[0].kind, ReceivedKind::user);
+    EXPECT_EQ(all[0].udid, "U");
+    EXPECT_EQ(json::parse(all[0].content), json::value(user()));
+    std::vector<std::string> events;
+    for (std::size_t i = 1; i < all.size(); ++i)
+        events.push_back(all[i].udid + "|" + all[i].date + "|" + all[i].content);
+    EXPECT_THAT(events, ElementsAre("U|2031-05-04 09:30:00 +0000|{\"type\":\"view\"}", "V|1.5E0|null", "W|d1|{\"n\":1}",
+                                    "W|d2|null"));
+    EXPECT_EQ(backoffice_.inbox().counts().events, 4U);
+}
+
+TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
+    auto without = user();
+    without.erase("model");
+    auto mistyped = user();
+    mistyped["advertising_tracking_mode_enabled"] = 1;
+    auto foreign = user();
+    foreign["u_application_uid"] = "other";
+    const struct {
+        std::string path;
+        std::string body;
+        int status;
+        const char* error;
+    } cases[] = {
+        {kLogPath, "", 400, "JSON"},
+        {kLogPath, "{\"udid\": \"\xff\"}", 400, "JSON"},
+        {kLogPath, "[]", 400, "$: expected an object"},
+        {kLogPath, R"({"date": "d"})", 400, "$.udid: "},
+        {kLogPath, R"({"udid": "", "date": "d"})", 400, "$.udid: "},
+        {kLogPath, R"({"udid": "U", "date": null})", 400, "$.date: "},
+        {kLogPath, R"({"udid": "U", "date": "d", "data": "text"})", 400, "$.data: expected an object"},
+        {kLogPath, R"({"udid": "U", "date": "d", "logs": []})", 400, "$.logs: "},
+        {"/u_applications/other/log.json", kEvent, 404, "\"other\" is unknown"},
+        {"/u_applications/a/b/log.json", kEvent, 404, "\"a/b\" is unknown"},
+        {kBatchPath, kEvent, 400, "$.date: "},
+        {kBatchPath, R"({"udid": "U", "logs": [{"date": "d"}, {"data": {}}]})", 400, "$.logs[1].date: "},
+        {kBatchPath, R"({"udid": "U", "logs": {}})", 400, "$.logs: expected an array"},
+        {kUserPath, R"({"udid": "U"})", 400, "$.udid: "},
+        {kUserPath, userBody(without), 400, "$.u_app_user.model: "},
+        {kUserPath, userBody(mistyped), 400, "$.u_app_user.advertising_tracking_mode_enabled: "},
+        {kUserPath, userBody(foreign), 404, "\"other\" is unknown"},
+    };
+    for (const auto& [path, body, status, error] : cases) {
+        SCOPED_TRACE(path + " " + body);
+        expectRefusal(client_.Post(path, body, kJson), status, error);
+    }
+    EXPECT_TRUE(backoffice_.inbox().all().empty());
+}
+
+TEST_F(BackofficeTest, BoundsBodiesAndDoesNotUnpackThem) {
+    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody + 1, ' '), kJson), 413, "");
+    static constexpr char gzipped[] =
+        "\037\213\010\000\000\000\000\000\002\003\253\126\052\115\311\114\121\262\122\012\125\322\121\112\111\054\111"
+        "\005\062\123\224\152\001\000\307\145\132\027\000\000\000";
+    expectRefusal(client_.Post(kLogPath, {{"Content-Encoding", "gzip"}}, gzipped, sizeof(gzipped) - 1, kJson), 400,
+                  "JSON");
+    EXPECT_EQ(client_.Get("/u_applications/query.json?namespace=shop", {{"Range", "bytes=0-3"}})->status, 200);
+}
+
+TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {
+    constexpr int kClients = 8;
+    constexpr int kRequests = 50;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kClients; ++i) {
+        threads.emplace_back([&, i] {
+            httplib::Client client("127.0.0.1", backoffice_.port());
+            client.set_keep_alive(true);
+            client.set_tcp_nodelay(true);
+            const std::string body =
+                R"({"udid": ")" + std::to_string(i) + R"(", "logs": [{"date": "a"}, {"date": "b"}]})";
+            for (int n = 0; n < kRequests; ++n) {
+                const auto result = client.Post(kBatchPath, body, kJson);
+                if (!result || result->status != 200) ++failures;
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failures, 0);
+    const std::vector<Received> all = backoffice_.inbox().all();
+    ASSERT_EQ(all.size(), std::size_t{kClients} * kRequests * 2);
+    for (std::size_t i = 0; i < all.size(); i += 2) {
+        EXPECT_EQ(all[i].udid, all[i + 1].udid) << "a batch was torn apart at " << i;
+        EXPECT_EQ(all[i].date + all[i + 1].date, "ab");
+    }
+}
+
+TEST_F(BackofficeTest, StopsAtOnceWithOpenConnectionsAndStartsAgain) {
+    std::vector<std::unique_ptr<httplib::Client>> idle;
+    for (int i = 0; i < 4; ++i) {
+        auto& client = idle.emplace_back(std::make_unique<httplib::Client>("127.0.0.1", backoffice_.port()));
+        client->set_keep_alive(true);
+        ASSERT_EQ(client->Get("/")->status, 200);
+    }
+    const int half = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(backoffice_.port()));
+    ASSERT_EQ(::connect(half, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_GT(::send(half, "POST / HTTP/1.1\r\nContent-Le", 27, 0), 0);
+    ASSERT_EQ(client_.Post(kLogPath, kEvent, kJson)->status, 200);
+
+    const int port = backoffice_.port();
+    const auto before = std::chrono::steady_clock::now();
+    backoffice_.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    ::close(half);
+    EXPECT_EQ(backoffice_.port(), 0);
+    EXPECT_FALSE(idle.front()->Get("/"));
+    backoffice_.stop();
+
+    ASSERT_TRUE(backoffice_.start(port)) << "the port is free again at once";
+    EXPECT_FALSE(backoffice_.start());
+    EXPECT_EQ(backoffice_.port(), port);
+    EXPECT_EQ(client_.Get("/u_applications/limits.json?namespace=shop")->status, 200);
+    EXPECT_EQ(backoffice_.inbox().all().size(), 1U);
+}
+
+TEST_F(BackofficeTest, DoesNotShareItsPort) {
+    Backoffice other(shop());
+    EXPECT_FALSE(other.start(backoffice_.port()));
+    EXPECT_EQ(other.port(), 0);
+    EXPECT_EQ(other.baseUrl(), "");
+}
+
+TEST(Backoffice, ReportsEveryAnswerAndSurvivesAReporterThatThrows) {
+    std::vector<std::string> lines;
+    Backoffice backoffice(shop(), [&](const RequestLine& request) {
+        lines.push_back(request.method + " " + request.path + " " + std::to_string(request.status));
+        throw std::runtime_error("reporter");
+    });
+    ASSERT_TRUE(backoffice.start());
+    httplib::Client client("127.0.0.1", backoffice.port());
+    client.Get("/u_applications/limits.json?namespace=shop&x=%20");
+    client.Post(kLogPath, "{", kJson);
+    client.Put("/nowhere", "", kJson);
+    backoffice.stop();
+    EXPECT_THAT(lines, ElementsAre("GET /u_applications/limits.json?namespace=shop&x=%20 200",
+                                   "POST /u_applications/shop/log.json 400", "PUT /nowhere 404"));
+}
+
+TEST_F(BackofficeTest, PageEscapesWhatDevicesSend) {
+    const std::string hostile = R"(</code><script>alert(\"1\")</script>&'\u0000)";
+    const std::string body =
+        R"({"udid": ")" + hostile + R"(", "date": ")" + hostile + R"(", "data": {")" + hostile + R"(": 1}})";
+    ASSERT_EQ(client_.Post(kLogPath, body, kJson)->status, 200);
+    const auto page = client_.Get("/");
+    ASSERT_TRUE(page);
+    EXPECT_THAT(page->get_header_value("Content-Type"), HasSubstr("text/html"));
+    EXPECT_THAT(page->get_header_value("Content-Security-Policy"), HasSubstr("default-src 'none'"));
+    EXPECT_THAT(page->body, HasSubstr("&lt;/code&gt;&lt;script&gt;alert(&quot;1&quot;)&lt;/script&gt;&amp;&#39;"));
+    EXPECT_THAT(page->body, Not(HasSubstr("<script")));
+    EXPECT_EQ(page->body.find('\0'), std::string::npos);
+    EXPECT_EQ(client_.Head("/")->status, 200);
+}
+
+TEST(BackofficePage, QuotesCommandsForTheShellAndThenForHtml) {
+    const EndpointHelp endpoint{"POST", "/x", "Purpose <b>", "", R"({"a": "it's"})"};
+    const std::string page = startPage(shop(), Inbox(), "http://h", std::span(&endpoint, 1));
+    EXPECT_THAT(page, HasSubstr("Purpose &lt;b&gt;"));
+    EXPECT_THAT(page, HasSubstr(R"(-d &#39;{&quot;a&quot;: &quot;it&#39;\&#39;&#39;s&quot;}&#39;)"));
+}
+
+TEST(Inbox, DropsTheOldestBeyondItsBounds) {
+    const auto entry = [](const std::string& udid, std::size_t size) {
+        return Received{ReceivedKind::event, {}, udid, "", std::string(size, 'x')};
+    };
+    Inbox inbox({.entries = 3, .bytes = 3000});
+    inbox.add({entry("a", 1), entry("b", 1), entry("c", 1), entry("d", 1)});
+    ASSERT_EQ(inbox.all().size(), 3U);
+    EXPECT_EQ(inbox.all().front().udid, "b");
+    inbox.add({entry("e", 2700)});
+    EXPECT_LT(inbox.all().size(), 3U);
+    EXPECT_EQ(inbox.newest(1).front().udid, "e");
+    inbox.add({entry("f", 5000)});
+    EXPECT_TRUE(inbox.all().empty());
+    EXPECT_EQ(inbox.counts().events, 6U);
+    EXPECT_EQ(inbox.counts().dropped, 6U);
+    EXPECT_TRUE(inbox.newest(5).empty());
+}
+
+}  // namespace
+}  // namespace quomi::tool

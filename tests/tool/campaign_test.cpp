@@ -1,0 +1,141 @@
+#include "tools/quomi/campaign.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gmock/gmock.h>
+
+namespace quomi::tool {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr const char* kUuid = "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90";
+
+std::string faultOf(const std::string& text) {
+    std::optional<Error> error;
+    const auto campaign = Campaign::parse(text, "shop.json", &error);
+    if (campaign) return "no fault";
+    EXPECT_EQ(error->domain, kCampaignErrorDomain);
+    return error->localizedDescription().value_or("");
+}
+
+std::string replaced(std::string text, std::string_view from, const std::string& to) {
+    const std::size_t at = text.find(from);
+    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+}
+
+std::string inCampaign(const std::string& members) {
+    return R"({"application": {"namespace_uid": "shop"}, )" + members + "}";
+}
+
+std::string withBeacon(const std::string& members) {
+    return inCampaign(R"("beacons": [{"id": "b0", "proximity_uid": ")" + std::string(kUuid) +
+                      R"("}, {"id": "b1", "proximity_uid": ")" + std::string(kUuid) + R"(", )" + members + "}]");
+}
+
+std::string withRule(const std::string& kind, const std::string& ruleAction) {
+    const std::string place =
+        kind == "beacons" ? R"("proximity_uid": ")" + std::string(kUuid) + "\"" : R"("radius": 50)";
+    return inCampaign("\"" + kind + R"(": [{"id": "p", )" + place + R"(, "rules_actions": [)" + ruleAction + "]}]");
+}
+
+TEST(Campaign, ExampleShopIsValid) {
+    std::optional<Error> error;
+    const auto campaign = Campaign::load(QUOMI_SOURCE_DIR "/examples/shop/campaign.json", &error);
+    ASSERT_TRUE(campaign) << describe(*error);
+    EXPECT_EQ(campaign->namespaceUid(), "corner-and-oak");
+    EXPECT_EQ(campaign->application().at("normal_proximity_uuid"), kUuid);
+    EXPECT_EQ(campaign->limits().at("min_interval"), 30);
+    ASSERT_EQ(campaign->beacons().size(), 12U);
+    for (std::size_t i = 0; i < 12; ++i) EXPECT_EQ(campaign->beacons()[i].at("minor"), i + 1);
+    EXPECT_EQ(campaign->geofences().size(), 1U);
+}
+
+TEST(Campaign, OnlyTheApplicationsNamespaceIsRequired) {
+    const auto campaign = Campaign::parse(R"({"application": {"namespace_uid": "a.b-c_d~1"}})", "x");
+    ASSERT_TRUE(campaign);
+    EXPECT_TRUE(campaign->limits().empty());
+    EXPECT_TRUE(campaign->beacons().empty());
+    EXPECT_TRUE(campaign->geofences().empty());
+}
+
+TEST(Campaign, FaultsNameFilePathAndExpectation) {
+    const struct {
+        std::string text;
+        const char* path;
+        const char* expected;
+    } cases[] = {
+        {"[]", "$: ", "an object"},
+        {"{}", "$.application: ", "an object"},
+        {inCampaign(R"("beacon": [])"), "$.beacon: ", "\"beacons\""},
+        {R"({"application": {}})", "$.application.namespace_uid: ", "letters"},
+        {R"({"application": {"namespace_uid": "a b"}})", "$.application.namespace_uid: ", "letters"},
+        {R"({"application": {"namespace_uid": "a/b"}})", "$.application.namespace_uid: ", "found \"a/b\""},
+        {R"({"application": {"namespace_uid": ".."}})", "$.application.namespace_uid: ", "letters"},
+        {R"({"application": {"namespace_uid": "a", "normal_proximity_uuid": "5D1B"}})",
+         "$.application.normal_proximity_uuid: ", "a UUID"},
+        {R"({"application": {"namespace_uid": "a", "anti_hacking_protocol": "None"}})",
+         "$.application.anti_hacking_protocol: ", "\"none\", \"rotating_advertisement\""},
+        {R"({"application": {"namespace_uid": "a", "max_distance_medium_far": "10"}})",
+         "$.application.max_distance_medium_far: ", "a number from 0 to 32767"},
+        {inCampaign(R"("limits": {"max_events": -1})"), "$.limits.max_events: ", "from 0 to 2147483647, found -1"},
+        {inCampaign(R"("limits": {"min_interval": 1.5})"), "$.limits.min_interval: ", "found 1.5"},
+        {inCampaign(R"("beacons": {})"), "$.beacons: ", "an array"},
+        {inCampaign(R"("beacons": [{"proximity_uid": ")" + std::string(kUuid) + "\"}]"),
+         "$.beacons[0].id: ", "a text that is not empty"},
+        {inCampaign(R"("beacons": [{"id": "b"}])"), "$.beacons[0].proximity_uid: ", "a UUID, found nothing"},
+        {replaced(withBeacon(R"("major": 1)"), "b1", "b0"), "$.beacons[1].id: ", "an id that no other one has"},
+        {withBeacon(R"("proximity_uuid": "x")"), "$.beacons[1].proximity_uuid: ", "\"proximity_uid\""},
+        {withBeacon(R"("major": 65536)"), "$.beacons[1].major: ", "from 0 to 65535"},
+        {withBeacon(R"("minor": "1")"), "$.beacons[1].minor: ", "from 0 to 65535"},
+        {withBeacon(R"("lat": 90.5)"), "$.beacons[1].lat: ", "from -90 to 90"},
+        {withBeacon(R"("radius": 5)"), "$.beacons[1].radius: ", "one of the keys"},
+        {withBeacon(R"("end": "2031-02-30T00:00:00Z")"), "$.beacons[1].end: ", "a date"},
+        {withBeacon(R"("opening_hours": {"week": {"monday": {"open": 0, "close": 1}}})"),
+         "$.beacons[1].opening_hours.week.monday: ", "mon"},
+        {withBeacon(R"("opening_hours": {"specific_days": {"2031-13-01": {"open": 0, "close": 1}}})"),
+         "$.beacons[1].opening_hours.specific_days[\"2031-13-01\"]: ", "2031-12-25"},
+        {withBeacon(R"("opening_hours": {"breaks": {"fri": {"open": 0}}})"),
+         "$.beacons[1].opening_hours.breaks.fri.close: ", "0 to 86400"},
+        {withBeacon(R"("timezone": {"dst": 1})"), "$.beacons[1].timezone.dst: ", "true or false"},
+        {inCampaign(R"("geofences": [{"id": "g"}])"), "$.geofences[0].radius: ", "a number"},
+        {withRule("beacons", R"({"id": "r", "rule": {"trigger": "entry"}, "action": {}})"),
+         "$.beacons[0].rules_actions[0].rule.trigger: ", "\"on_entry\", \"on_exit\""},
+        {withRule("beacons", R"({"id": "r", "rule": {"trigger": "on_exit", "proximity": 6}, "action": {}})"),
+         "$.beacons[0].rules_actions[0].rule.proximity: ", "from 0 to 5"},
+        {withRule("geofences", R"({"id": "r", "rule": {"trigger": "on_exit", "proximity": 1}, "action": {}})"),
+         "$.geofences[0].rules_actions[0].rule.proximity: ", "one of the keys"},
+        {withRule("geofences", R"({"id": "r", "rule": {"trigger": "on_exit"}, "action": {"notify_user": {}}})"),
+         "$.geofences[0].rules_actions[0].action.notify_user: ", "a text, found an object"},
+    };
+    for (const auto& [text, path, expected] : cases) {
+        const std::string fault = faultOf(text);
+        EXPECT_THAT(fault, StartsWith(std::string("shop.json: ") + path)) << text;
+        EXPECT_THAT(fault, HasSubstr(expected)) << text;
+        EXPECT_EQ(fault.find('\n'), std::string::npos) << text;
+    }
+}
+
+TEST(Campaign, SaysWhereTheTextIsNoJson) {
+    EXPECT_THAT(faultOf("{\n  \"application\": nil\n}"), HasSubstr("line 2"));
+    EXPECT_THAT(faultOf(R"({"application": {"namespace_uid": "a"}, "limits": {}, "limits": {}})"), HasSubstr("limits"));
+    EXPECT_THAT(faultOf(std::string(100'000, '[')), HasSubstr("64"));
+    EXPECT_THAT(faultOf(""), StartsWith("shop.json: $"));
+}
+
+TEST(Campaign, UnreadableFilesAreRefused) {
+    const auto directory = std::filesystem::temp_directory_path();
+    for (const std::string& path : {std::string("/nowhere/shop.json"), directory.string()}) {
+        std::optional<Error> error;
+        EXPECT_FALSE(Campaign::load(path, &error));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->code, static_cast<std::int64_t>(CampaignErrorCode::unreadable));
+        EXPECT_THAT(error->localizedDescription().value_or(""), StartsWith(path + ": expected a readable file"));
+    }
+}
+
+}  // namespace
+}  // namespace quomi::tool

@@ -1,0 +1,138 @@
+#include "quomi/util/json_readers.h"
+
+#include "tests/util/random_text.h"
+
+#include <string>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <gtest/gtest.h>
+
+namespace quomi {
+namespace {
+
+using namespace QuomiUtils;
+
+boost::json::object dictionary(std::string_view text) {
+    return parseJson(text).value().get_object();
+}
+
+TEST(ParseJson, TakesExactlyOneValue) {
+    const struct {
+        std::string text;
+        bool isValid;
+    } cases[] = {
+        {"{\"a\":[1,2.5,null,true]}", true},
+        {" 3 ", true},
+        {"\"text\"", true},
+        {"", false},
+        {"{} x", false},
+        {"{}{}", false},
+        {"{\"a\":1,}", false},
+        {"[1e999]", false},
+        {"{\"a\":{\"b\":[-1e400]}}", false},
+        {"1e99999999999", false},
+        {"1e308", true},
+        {"NaN", false},
+        {"\"\xff\"", false},
+        {"\"\\ud800\"", false},
+        {std::string(64, '[') + std::string(64, ']'), true},
+        {std::string(65, '[') + std::string(65, ']'), false},
+        {std::string(100'000, '['), false},
+    };
+    for (const auto& [text, isValid] : cases) {
+        std::optional<Error> error;
+        EXPECT_EQ(parseJson(text, &error).has_value(), isValid) << text.substr(0, 40);
+        EXPECT_NE(error.has_value(), isValid) << text.substr(0, 40);
+    }
+}
+
+TEST(ParseJson, SurvivesDamagedText) {
+    RandomText random(1);
+    for (int i = 0; i < 20'000; ++i) {
+        const auto value = parseJson(random.like(R"({"a":[1,-2.5e3,null,true],"b":{"c":"é\u00e9"}})"));
+        if (value) {
+            ASSERT_TRUE(parseJson(boost::json::serialize(*value)));
+        }
+    }
+}
+
+TEST(Readers, BoolTakesNumbersOnly) {
+    const auto values = dictionary(R"({"yes":true,"no":false,"two":2,"half":0.5,"zero":0.0,"text":"1","null":null})");
+    EXPECT_TRUE(boolForKey(values, "yes", false));
+    EXPECT_FALSE(boolForKey(values, "no", true));
+    EXPECT_TRUE(boolForKey(values, "two", false));
+    EXPECT_TRUE(boolForKey(values, "half", false));
+    EXPECT_FALSE(boolForKey(values, "zero", true));
+    for (const char* key : {"text", "null", "missing"}) {
+        EXPECT_FALSE(boolForKey(values, key, false)) << key;
+        EXPECT_TRUE(boolForKey(values, key, true)) << key;
+    }
+}
+
+TEST(Readers, NumberTakesNumbersAndTexts) {
+    const auto values = dictionary(
+        R"({"n":7,"d":-0.25,"yes":true,"big":18446744073709551615,"text":"12.5","word":"abc","blanks":"  ","array":[1],
+            "null":null})");
+    EXPECT_EQ(numberForKey(values, "n", std::nullopt), Number(7));
+    EXPECT_EQ(numberForKey(values, "d", std::nullopt), Number(-0.25));
+    EXPECT_EQ(numberForKey(values, "yes", std::nullopt), Number(1));
+    EXPECT_EQ(numberForKey(values, "big", 0).as<std::int64_t>(), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(numberForKey(values, "text", std::nullopt), Number(12.5));
+    EXPECT_EQ(numberForKey(values, "word", 9), Number(0));
+    for (const char* key : {"blanks", "array", "null", "missing"}) {
+        EXPECT_EQ(numberForKey(values, key, std::nullopt), std::nullopt) << key;
+        EXPECT_EQ(numberForKey(values, key, 10.5), Number(10.5)) << key;
+    }
+}
+
+TEST(Readers, StringDescribesWhatIsNoText) {
+    const auto values = dictionary(
+        R"({"text":" a ","n":-12,"d":2.50,"whole":3.0,"yes":true,"no":false,"array":[1,"b"],"object":{"k":null},
+            "null":null})");
+    const std::pair<const char*, const char*> cases[] = {
+        {"text", " a "}, {"n", "-12"}, {"d", "2.5"},           {"whole", "3"},
+        {"yes", "1"},    {"no", "0"},  {"array", "[1,\"b\"]"}, {"object", "{\"k\":null}"}};
+    for (const auto& [key, expected] : cases) EXPECT_EQ(stringForKey(values, key, "default"), expected) << key;
+    EXPECT_EQ(stringForKey(values, "null", "default"), "default");
+    EXPECT_EQ(stringForKey(values, "missing", std::string("default")), "default");
+    EXPECT_EQ(stringForKey(values, "missing", std::nullopt), std::nullopt);
+}
+
+TEST(Readers, ContainersAndDatesKeepToTheirTypes) {
+    const auto values =
+        dictionary(R"({"array":[1],"object":{"a":1},"date":"1970-01-01T00:00:01Z","bad":"soon","n":5})");
+    const boost::json::array spareArray;
+    const boost::json::object spareObject;
+    const WallTime spareDate{std::chrono::hours(1)};
+    EXPECT_EQ(arrayForKey(values, "array")->size(), 1U);
+    EXPECT_EQ(arrayForKey(values, "object"), nullptr);
+    EXPECT_EQ(arrayForKey(values, "missing", &spareArray), &spareArray);
+    EXPECT_EQ(dictionaryForKey(values, "object")->size(), 1U);
+    EXPECT_EQ(dictionaryForKey(values, "array", &spareObject), &spareObject);
+    EXPECT_EQ(isoDateForKey(values, "date", spareDate), WallTime{std::chrono::seconds(1)});
+    EXPECT_EQ(isoDateForKey(values, "bad", spareDate), std::nullopt);
+    EXPECT_EQ(isoDateForKey(values, "n", spareDate), spareDate);
+    EXPECT_EQ(isoDateForKey(values, "missing", std::nullopt), std::nullopt);
+}
+
+TEST(Readers, EmptyMeansNoTextOrOnlyBlanks) {
+    const boost::json::value zero = 0;
+    const boost::json::value blanks = " \n";
+    const boost::json::value text = " x";
+    EXPECT_TRUE(isEmpty(static_cast<const boost::json::value*>(nullptr)));
+    EXPECT_TRUE(isEmpty(&zero));
+    EXPECT_TRUE(isEmpty(&blanks));
+    EXPECT_FALSE(isEmpty(&text));
+}
+
+TEST(ReplaceNSNull, EntersDictionariesButNotArrays) {
+    const auto values = dictionary(R"({"z":null,"a":{"b":null,"c":{"d":null,"e":1}},"list":[null,{"f":null}]})");
+    EXPECT_EQ(boost::json::serialize(replaceNSNullFromDictionnary(values, std::nullopt)),
+              R"({"a":{"c":{"e":1}},"list":[null,{"f":null}]})");
+    EXPECT_EQ(boost::json::serialize(replaceNSNullFromDictionnary(values, boost::json::value("-"))),
+              R"({"z":"-","a":{"b":"-","c":{"d":"-","e":1}},"list":[null,{"f":null}]})");
+}
+
+}  // namespace
+}  // namespace quomi

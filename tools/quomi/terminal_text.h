@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace quomi::tool {
+
+/// Foreign text made fit for one line of a terminal: control characters stand as their pictures, invalid UTF-8 and
+/// characters that reorder or hide text as U+FFFD. Nothing of it can move the cursor, ring or change colours.
+[[nodiscard]] std::string neutralised(std::string_view text);
+
+/// Terminal columns that UTF-8 text takes: two for wide East Asian characters and most emoji, none for combining marks.
+[[nodiscard]] std::size_t columnsOf(std::string_view text);
+
+/// The text, filled up with blanks to that many columns; longer text stays as it is.
+[[nodiscard]] std::string leftAligned(std::string text, std::size_t columns);
+[[nodiscard]] std::string rightAligned(const std::string& text, std::size_t columns);
+
+/// The text, cut to that many columns with an ellipsis as the last one.
+[[nodiscard]] std::string clipped(std::string text, std::size_t columns);
+
+/// A span for people: "0.4 s", "12 s", "6 min 30 s", "1 h 2 min".
+[[nodiscard]] std::string spanText(double seconds);
+
+}  // namespace quomi::tool
