@@ -19,6 +19,11 @@ add_library(quomi_options INTERFACE)
 target_compile_options(quomi_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
 
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # g++ 12 warns of overlapping copies inside std::string's operator+ where there are none (GCC bug 105329).
+  target_compile_options(quomi_options INTERFACE -Wno-restrict)
+endif()
+
 find_program(QUOMI_MOLD mold)
 if(QUOMI_MOLD)
   target_link_options(quomi_options INTERFACE -fuse-ld=mold)
@@ -28,4 +33,9 @@ if(QUOMI_SANITIZE)
   target_compile_options(quomi_options INTERFACE
     -fsanitize=${QUOMI_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(quomi_options INTERFACE -fsanitize=${QUOMI_SANITIZE})
+endif()
+
+if(QUOMI_BUILD_FUZZERS)
+  # A fuzzer learns from the paths that its inputs take through the library.
+  target_compile_options(quomi_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()

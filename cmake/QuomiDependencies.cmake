@@ -10,6 +10,14 @@ find_package(date REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(RE2 REQUIRED IMPORTED_TARGET re2)
 
+list(APPEND CMAKE_MODULE_PATH /usr/share/cmake/geographiclib)  # where Debian keeps GeographicLib's own find module
+find_package(GeographicLib REQUIRED)
+if(NOT TARGET GeographicLib::GeographicLib)  # a config package makes it, the module does not
+  add_library(GeographicLib::GeographicLib INTERFACE IMPORTED)
+  target_include_directories(GeographicLib::GeographicLib INTERFACE ${GeographicLib_INCLUDE_DIRS})
+  target_link_libraries(GeographicLib::GeographicLib INTERFACE ${GeographicLib_LIBRARIES})
+endif()
+
 if(QUOMI_BUILD_TOOLS)
   find_package(CLI11 REQUIRED)
   find_library(QUOMI_HTTPLIB_LIBRARY cpp-httplib REQUIRED)

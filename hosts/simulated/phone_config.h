@@ -30,7 +30,7 @@ struct PhoneConfig {
     std::string model = "iPhone";
     /// Preferred one first.
     std::vector<std::string> languages = {"en"};
-    std::optional<std::string> advertisingId;
+    std::optional<std::string> advertisingId{};
     bool advertisingTracking = false;
 
     /// Whether the phone monitors and ranges beacon regions.
@@ -57,11 +57,11 @@ struct PhoneConfig {
     /// The app's container, made when needed: `Library/`, `Documents/`. What the phone itself remembers lies in it too,
     /// in `phone.json`; a phone made on the same container later is the same phone after a relaunch of the app. Empty:
     /// a fresh temporary directory that goes with the phone.
-    std::filesystem::path container;
+    std::filesystem::path container{};
     /// Translations of the app, by English text.
-    std::map<std::string, std::string, std::less<>> localization;
+    std::map<std::string, std::string, std::less<>> localization{};
     /// Texts of the app's bundle, by path.
-    std::map<std::string, std::string, std::less<>> resources;
+    std::map<std::string, std::string, std::less<>> resources{};
 };
 
 }  // namespace quomi::simulated

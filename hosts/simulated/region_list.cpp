@@ -3,6 +3,7 @@
 #include "quomi/util/json_readers.h"
 
 #include <algorithm>
+#include <fstream>
 #include <optional>
 #include <system_error>
 
@@ -99,9 +100,19 @@ void RegionList::write() {
     for (const auto& region : regions_) {
         list.push_back(std::visit([](const auto& some) { return toObject(some); }, region));
     }
-    std::error_code ignored;
-    if (!files_.createDirectories(path_.parent_path(), ignored)) return;
-    files_.replace(path_, json::serialize(json::object{{"monitoredRegions", std::move(list)}}), ignored);
+    std::error_code error;
+    if (!files_.createDirectories(path_.parent_path(), error)) return;
+    // Not through the port, which forces every file to the disk: no simulated phone loses its power, and a walk past
+    // many regions writes often.
+    const std::filesystem::path fresh = path_.string() + ".tmp";
+    {
+        std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
+        file << json::serialize(json::object{{"monitoredRegions", std::move(list)}});
+        if (!file.flush()) return;
+    }
+    std::filesystem::permissions(fresh, std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+                                 error);
+    std::filesystem::rename(fresh, path_, error);
 }
 
 }  // namespace quomi::simulated

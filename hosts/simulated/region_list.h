@@ -19,8 +19,9 @@ namespace quomi::simulated {
 ///         {"identifier": "Quomi beacon", "uuid": "…", "notifyEntryStateOnDisplay": true,
 ///          "notifyOnEntry": true, "notifyOnExit": true}]}
 ///
-/// It is read once, at construction, and replaced as a whole at every change. A file that is missing or no such JSON
-/// counts as empty, an entry that is no region is left out; a write that fails leaves the old file.
+/// It is read once, at construction, and replaced as a whole at every change, so that a process killed at any moment
+/// leaves the old file or the new one. A file that is missing or no such JSON counts as empty, an entry that is no
+/// region is left out; a write that fails leaves the old file.
 class RegionList {
 public:
     /// `files` outlives the list.

@@ -18,12 +18,12 @@ namespace quomi::simulated {
 /// What a scripted back office answers to one request.
 struct ScriptedAnswer {
     int status = 200;
-    std::string body;
-    HttpHeaders headers;
+    std::string body{};
+    HttpHeaders headers{};
     /// From sending to the answer, in virtual time.
     Duration delay = std::chrono::milliseconds(50);
     /// No answer arrives: connection and TLS failures come after `delay`, a timeout at the request's timeout.
-    std::optional<HttpFailureKind> fail;
+    std::optional<HttpFailureKind> fail{};
 
     /// An answer with that JSON, and a content type that says so.
     [[nodiscard]] static ScriptedAnswer json(const boost::json::value& body, int status = 200);

@@ -105,7 +105,7 @@ void SimulatedLocation::setLocation(const Coordinate& coordinate, double accurac
 
 void SimulatedLocation::locationFails(std::int64_t code) {
     loop_.post([this, code] {
-        tellUpdating([&](LocationServiceDelegate& delegate) { delegate.didFailWithError(failure(code)); });
+        tellAll([&](LocationServiceDelegate& delegate) { delegate.didFailWithError(failure(code)); });
     });
 }
 

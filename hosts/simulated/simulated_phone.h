@@ -88,7 +88,7 @@ public:
     /// Failure callback for the monitored or ranged region of that identifier or UUID, if there is one.
     void monitoringFails(std::string_view region, std::int64_t code);
     void rangingFails(std::string_view region, std::int64_t code);
-    /// Failure callback to services that run updates.
+    /// Failure callback to every location service.
     void locationFails(std::int64_t code);
     void setAuthorization(AuthorizationStatus status);
     /// Followed by an authorization callback with the status as it stands.

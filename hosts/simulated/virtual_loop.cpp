@@ -1,10 +1,10 @@
 #include "hosts/simulated/virtual_loop.h"
 
 #include <algorithm>
-#include <compare>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -34,7 +34,9 @@ struct VirtualLoop::Events {
         MonotonicTime time;
         Kind kind;
         std::uint64_t order;
-        auto operator<=>(const Key&) const = default;
+        bool operator<(const Key& other) const {
+            return std::tie(time, kind, order) < std::tie(other.time, other.kind, other.order);
+        }
     };
     struct Event {
         Key key;

@@ -26,9 +26,13 @@ QuomiBeaconManager::QuomiBeaconManager(const Uuid& proximityUUID, const Platform
 QuomiBeaconManager::~QuomiBeaconManager() { cancelBackgroundRangingTask(); }
 
 template <class Operation, class... Arguments>
-void QuomiBeaconManager::tell(Operation QuomiBeaconManagerDelegate::*operation, const Arguments&... arguments) const {
-    const auto delegate = delegate_.lock();
-    if (delegate != nullptr && (*delegate).*operation) ((*delegate).*operation)(arguments...);
+void QuomiBeaconManager::tell(Operation QuomiBeaconManagerDelegate::*operation,
+                              const Arguments&... arguments) const noexcept {
+    try {
+        const auto delegate = delegate_.lock();
+        if (delegate != nullptr && (*delegate).*operation) ((*delegate).*operation)(arguments...);
+    } catch (...) {  // NOLINT(bugprone-empty-catch): one bad callback must not cost the rest of a report
+    }
 }
 
 // Starting and stopping
@@ -203,6 +207,7 @@ void QuomiBeaconManager::monitoringDidFail(const Region& region, const PlatformE
 void QuomiBeaconManager::didDetermineState(RegionState state, const Region& region) {
     const auto* own = ownRegion(region);
     if (own == nullptr) return;
+    const auto run = runs_;
     switch (state) {
         case RegionState::unknown:
             debugLog_.log("didDetermineState UNKNOWN for region {}", describe(region));
@@ -215,7 +220,7 @@ void QuomiBeaconManager::didDetermineState(RegionState state, const Region& regi
             handleInsideState(*own);
             break;
     }
-    if (!isStarted_) return;
+    if (run != runs_) return;
     if (platform_.application.state() == ApplicationState::background) beginBackgroundRangingTask();
     tell(&QuomiBeaconManagerDelegate::beaconRegionStateChanged, *own, state);
 }
@@ -326,7 +331,7 @@ void QuomiBeaconManager::updateAliveBeaconsTimeoutStatus() {
     std::sort(silent.begin(), silent.end(), [](const Nearby& a, const Nearby& b) { return a.order < b.order; });
     const auto run = runs_;
     for (const auto& nearby : silent) {
-        nearbyBeacons_.erase(nearby.beacon->name());
+        if (nearbyBeacons_.erase(nearby.beacon->name()) == 0) continue;
         tell(&QuomiBeaconManagerDelegate::didLoseBeacon, *nearby.beacon);
         if (run != runs_) return;
     }

@@ -22,7 +22,7 @@ class QuomiBeaconManager;
 struct QuomiSettings;
 
 /// What a beacon manager tells its owner; an empty function is news that the owner does not want. All on the host's
-/// thread. A callback may stop the manager; nothing further is reported then.
+/// thread. A callback may stop the manager; nothing further is reported then. What a callback throws is dropped.
 struct QuomiBeaconManagerDelegate {
     std::function<void(const BeaconRegion&)> didEnterBeaconRegion;
     std::function<void(const BeaconRegion&)> didExitBeaconRegion;
@@ -67,12 +67,16 @@ public:
 
     /// Held weakly.
     void setDelegate(std::weak_ptr<QuomiBeaconManagerDelegate> delegate) { delegate_ = std::move(delegate); }
-    /// Which permission `start` asks for.
+    [[nodiscard]] std::shared_ptr<QuomiBeaconManagerDelegate> delegate() const { return delegate_.lock(); }
+    /// Which permission `start` asks for; at first the one for always.
     void setRequestWhenInUseAuthorization(bool request) { requestWhenInUseAuthorization_ = request; }
+    [[nodiscard]] bool requestWhenInUseAuthorization() const { return requestWhenInUseAuthorization_; }
     /// Keeps the app running in the background by coarse location updates so that ranging goes on. Takes effect at once.
     void setUseExtendedBackgroundRangingTime(bool use);
-    /// Where far is divided, in metres; for beacons found from now on.
+    [[nodiscard]] bool useExtendedBackgroundRangingTime() const { return useExtendedBackgroundRangingTime_; }
+    /// Where far is divided, in metres, at first 0; for beacons found from now on.
     void setFarDistanceSplitThreshold(double metres) { farDistanceSplitThreshold_ = metres; }
+    [[nodiscard]] double farDistanceSplitThreshold() const { return farDistanceSplitThreshold_; }
 
     /// Asks the phone for time in the background, unless a task is held already; held until it expires or `stop`.
     void beginBackgroundRangingTask();
@@ -112,7 +116,7 @@ private:
     void handleEntry(const BeaconRegion& region);
     void handleRangedBeacon(const RangedBeacon& report);
     template <class Operation, class... Arguments>
-    void tell(Operation QuomiBeaconManagerDelegate::*operation, const Arguments&... arguments) const;
+    void tell(Operation QuomiBeaconManagerDelegate::*operation, const Arguments&... arguments) const noexcept;
     void updateAliveBeaconsTimeoutStatus();
     [[nodiscard]] std::vector<Nearby> nearbyInOrder() const;
 

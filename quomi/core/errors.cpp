@@ -81,6 +81,8 @@ std::string_view englishMessage(std::int64_t code) {
 
 std::string QuomiErrors::errorMessageForCode(std::int64_t code) const {
     const std::string_view english = englishMessage(code);
+    // Some catalogues translate the empty text into something about themselves.
+    if (english.empty()) return {};
     return localization_.localizedString(english).value_or(std::string(english));
 }
 

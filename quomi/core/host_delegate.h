@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -9,6 +10,15 @@
 namespace quomi {
 
 class DebugLog;
+
+/// Calls a function of the host's; an empty one and one that throws are the same as none.
+template <class... Parameters, class... Arguments>
+void callHost(const std::function<void(Parameters...)>& function, Arguments&&... arguments) noexcept {
+    try {
+        if (function) function(std::forward<Arguments>(arguments)...);
+    } catch (...) {  // NOLINT(bugprone-empty-catch): a host's exception is the host's affair
+    }
+}
 
 /// The host's delegate, held weakly, and the one way to call it: a missing delegate, an empty operation and one that
 /// throws are all the same as none. Host's thread.
@@ -30,13 +40,8 @@ public:
     /// Calls a notifying operation. The host may stop the SDK in it: whoever goes on afterwards looks.
     template <class Operation, class... Arguments>
     void tell(Operation QuomiSDKDelegate::*operation, Arguments&&... arguments) const noexcept {
-        try {
-            const auto delegate = delegate_.lock();
-            if (delegate != nullptr && (*delegate).*operation) {
-                ((*delegate).*operation)(facade_, std::forward<Arguments>(arguments)...);
-            }
-        } catch (...) {  // NOLINT(bugprone-empty-catch): a host's exception is the host's affair
-        }
+        const auto delegate = delegate_.lock();
+        if (delegate != nullptr) callHost((*delegate).*operation, facade_, std::forward<Arguments>(arguments)...);
     }
 
     /// Logs the error and tells the host of it; nothing is logged as "(null)" and goes no further.

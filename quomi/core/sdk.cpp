@@ -80,8 +80,8 @@ void QuomiSDK::startAsynchronously() {
             return;
         }
         if (requestError) forwardErrorToDelegate(requestError);
-        if (!isCurrent(session)) return;
-        running_ = false;
+        // The host may have stopped, and started anew, when it heard of the error.
+        if (session == session_) running_ = false;
         // An answer that cannot be stored deliberately reaches the system log only.
         platform_.console.log(requestError ? "Quomi SDK Error: Failed to retrieve Quomi application data"
                                            : "Quomi SDK Error: Failed to parse Quomi application data");
@@ -134,7 +134,7 @@ void QuomiSDK::setAppNamespace(const std::optional<std::string>& appNamespace) {
             errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set appNamespace when SDK is started"));
         return;
     }
-    settings_.namespace_ = appNamespace && !QuomiUtils::trim(*appNamespace).empty() ? appNamespace : std::nullopt;
+    settings_.namespace_ = QuomiUtils::isEmpty(appNamespace) ? std::nullopt : appNamespace;
 }
 
 void QuomiSDK::setBaseURL(const std::string& baseURL) {
@@ -210,7 +210,9 @@ void QuomiSDK::setUseExtendedBackgroundRangingTime(bool use) {
 void QuomiSDK::updateUserInformation(std::function<void()> success, std::function<void(const Error&)> failure) {
     if (session_ == nullptr || user_ == nullptr) return;
     user_->advertisingTrackingModeEnabled = isIDFACollectionEnabled();
-    session_->updateUserInformation(*user_, std::move(success), std::move(failure));
+    session_->updateUserInformation(
+        *user_, [success = std::move(success)] { callHost(success); },
+        [failure = std::move(failure)](const Error& error) { callHost(failure, error); });
 }
 
 void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) { host_->forwardErrorToDelegate(error); }

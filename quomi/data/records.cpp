@@ -1,6 +1,6 @@
 #include "quomi/data/records.h"
 
-#include <algorithm>
+#include "quomi/rules/history.h"
 
 namespace quomi {
 
@@ -9,10 +9,8 @@ void QuomiStatusInfo::trimOutdatedHistoryElements(WallTime now) {
         globalHistory.clear();
         return;
     }
-    const WallTime cutOff = now - std::chrono::seconds(globalMaxEventsPeriod);
-    const auto first =
-        std::find_if(globalHistory.begin(), globalHistory.end(), [cutOff](WallTime date) { return date >= cutOff; });
-    globalHistory.erase(globalHistory.begin(), first);
+    globalHistory =
+        QuomiHistoryUtils::getTrimmedHistory(globalHistory, now - std::chrono::seconds(globalMaxEventsPeriod));
 }
 
 }  // namespace quomi

@@ -2,6 +2,7 @@
 #include "tests/api/curl_client.h"
 #include "tests/support/loopback_server.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>

@@ -1,10 +1,11 @@
+#include "quomi/beacons/beacon.h"
+
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include <boost/json/object.hpp>
 #include <gtest/gtest.h>
-
-#include "quomi/beacons/beacon.h"
 
 namespace quomi {
 namespace {
@@ -16,13 +17,20 @@ TEST(Proximity, ServerNumbersMapOntoTheScale) {
         std::uint64_t server;
         int expected;
     };
-    for (const auto& [server, expected] :
-         {Case{0, 6}, Case{1, 1}, Case{2, 2}, Case{3, 3}, Case{4, 4}, Case{5, 5}, Case{6, 0}, Case{7, 0},
-          Case{static_cast<std::uint64_t>(-1), 0}}) {
+    for (const auto& [server, expected] : {Case{0, 6}, Case{1, 1}, Case{2, 2}, Case{3, 3}, Case{4, 4}, Case{5, 5},
+                                           Case{6, 0}, Case{7, 0}, Case{static_cast<std::uint64_t>(-1), 0}}) {
         EXPECT_EQ(QuomiProximityUtils::mapServerProximityToQuomiProximity(server), expected) << server;
     }
-    EXPECT_EQ(QuomiProximityUtils::mapCLProximityToQuomiProximity(PlatformProximity::unknown), QuomiProximityUnknown);
-    EXPECT_EQ(QuomiProximityUtils::mapCLProximityToQuomiProximity(PlatformProximity::far), QuomiProximityFar);
+    for (const auto& [phone, expected] : {std::pair(0, 6), {1, 1}, {2, 2}, {3, 3}, {6, 0}, {-1, 0}}) {
+        const auto proximity = static_cast<PlatformProximity>(phone);
+        EXPECT_EQ(QuomiProximityUtils::mapCLProximityToQuomiProximity(proximity), expected) << phone;
+    }
+}
+
+TEST(Proximity, OnlyThreeToFiveAreFar) {
+    for (int value = -4; value <= 8; ++value) {
+        EXPECT_EQ(QuomiProximityUtils::isProximityFar(static_cast<QuomiProximity>(value)), value >= 3 && value <= 5);
+    }
 }
 
 TEST(Proximity, FarIsSplitAtTheThreshold) {
@@ -42,7 +50,9 @@ TEST(Proximity, FarIsSplitAtTheThreshold) {
              Case{2, 99.0, 2, 2},
              Case{4, 99.0, 4, 5},
              Case{5, 1.0, 5, 4},
+             Case{4, nan, 4, 5},
              Case{6, 99.0, 6, 5},
+             Case{6, 10.0, 6, 4},
              Case{7, -1.0, 7, 4},
              Case{0, 1.0, 0, 4},
          }) {

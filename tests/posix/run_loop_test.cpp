@@ -3,6 +3,7 @@
 #include "hosts/posix/clock.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -49,7 +50,7 @@ TEST_F(RunLoopTest, TurnsAreInOrderOfPostingAndNeverNested) {
 }
 
 TEST_F(RunLoopTest, TimersFireByDueTimeThenByCreation) {
-    const auto late = loop_.scheduleOnce(3ms, note("late"));
+    const auto late = loop_.scheduleOnce(100ms, note("late"));
     const auto now1 = loop_.scheduleOnce(0ms, note("now 1"));
     const auto now2 = loop_.scheduleOnce(-5s, note("now 2"));
     const auto never = loop_.scheduleOnce(Duration::max(), note("never"));
@@ -120,6 +121,7 @@ TEST_F(RunLoopTest, StopEndsNestedRunsAndIsUsedUp) {
         stopper = std::thread([this] { loop_.stop(); });
         while (loop_.runOneSource()) {
         }
+        loop_.runUntilIdle();
         notes_.emplace_back("nested ended");
         loop_.post(note("left over"));
     });
@@ -144,9 +146,9 @@ TEST(RunLoopLifetime, TimersAndQueuesMayOutliveTheLoop) {
 
 TEST(SystemClock, NamesTheTimeZoneFromVariableLinkOrFile) {
     namespace fs = std::filesystem;
-    const fs::path root = fs::path(::testing::TempDir()) / "quomi_time_zone_test";
+    std::string pattern = ::testing::TempDir() + "quomi_time_zone_XXXXXX";
+    const fs::path root = ::mkdtemp(pattern.data());
     const fs::path database = root / "zoneinfo";
-    fs::remove_all(root);
     fs::create_directories(database / "Europe");
     for (const char* zone : {"UTC", "Europe/Berlin", "Europe/Paris", "Europe/Rome"}) std::ofstream(database / zone);
     const auto zone = [&](std::optional<std::string> variable) { return timeZoneName(variable, root, database); };

@@ -49,14 +49,19 @@ protected:
 };
 
 TEST_F(ScriptedTransportTest, KeysAreMethodAndURLWithoutQuery) {
-    const std::vector<std::pair<HttpRequest, std::string>> cases = {
-        {{"GET", "https://backoffice.test/u_beacons/query.json?lat=1&b=/x"}, "GET /u_beacons/query.json"},
-        {{"POST", "https://backoffice.test"}, "POST /"},
-        {{"GET", "https://backoffice.test.evil/a"}, "GET https://backoffice.test.evil/a"},
-        {{"GET", "https://other.test/api/a#f"}, "GET /api/a"},
-        {{"GET", "https://other.test/apis/a?b"}, "GET https://other.test/apis/a"},
+    struct Case {
+        std::string method;
+        std::string url;
+        std::string key;
     };
-    for (const auto& [request, key] : cases) EXPECT_EQ(scripted_.keyOf(request), key);
+    const std::vector<Case> cases = {
+        {"GET", "https://backoffice.test/u_beacons/query.json?lat=1&b=/x", "GET /u_beacons/query.json"},
+        {"POST", "https://backoffice.test", "POST /"},
+        {"GET", "https://backoffice.test.evil/a", "GET https://backoffice.test.evil/a"},
+        {"GET", "https://other.test/api/a#f", "GET /api/a"},
+        {"GET", "https://other.test/apis/a?b", "GET https://other.test/apis/a"},
+    };
+    for (const auto& some : cases) EXPECT_EQ(scripted_.keyOf({some.method, some.url, {}, {}, 25s}), some.key);
 }
 
 TEST_F(ScriptedTransportTest, AnswersAreUsedUpInOrderAndTheLastRepeats) {
@@ -117,7 +122,7 @@ TEST_F(ScriptedTransportTest, ADroppedTaskIsCancelledAndNeverCompletes) {
 TEST_F(ScriptedTransportTest, ATaskMayBeDroppedInsideItsCompletion) {
     std::unique_ptr<HttpTask> task;
     int completions = 0;
-    task = http_.send({"GET", "u"}, [&](const HttpResult&) {
+    task = http_.send({"GET", "u", {}, {}, 25s}, [&](const HttpResult&) {
         ++completions;
         task.reset();
         ++completions;

@@ -234,7 +234,7 @@ TEST_F(SimulatedPhoneTest, NothingIsReportedWithoutRightsOrWithServicesOff) {
     EXPECT_THAT(everything(), IsEmpty());
     phone_.setLocationServices(true);
     EXPECT_THAT(news(), ElementsAre("a authorization 4"));
-    EXPECT_EQ(everything().size(), 7u);
+    EXPECT_EQ(everything().size(), 8u);
 }
 
 TEST_F(SimulatedPhoneTest, LocationRequestsAreGrantedOnceInALaterTurn) {
@@ -412,10 +412,16 @@ TEST_F(SimulatedPhoneTest, NotificationCentreAnswersInLaterTurns) {
     EXPECT_THAT(news(phone), ElementsAre("2"));
     EXPECT_THAT(asked(), ElementsAre("category one", "category two", "category one"));
 
-    NotificationRequest first{.identifier = "a", .badge = 7};
-    centre.add(first);
-    centre.add({.identifier = "b"});
-    centre.add({.identifier = "a", .title = "again"});
+    NotificationRequest request;
+    request.identifier = "a";
+    request.badge = 7;
+    centre.add(request);
+    request.identifier = "b";
+    request.badge = std::nullopt;
+    centre.add(request);
+    request.identifier = "a";
+    request.title = "again";
+    centre.add(request);
     EXPECT_EQ(phone.badge(), 7);
     ASSERT_EQ(phone.notifications().size(), 2u);
     EXPECT_EQ(phone.notifications().back().title, "again");

@@ -2,9 +2,10 @@
 
 #include "tools/quomi/backoffice_page.h"
 
+#include <array>
 #include <atomic>
 #include <chrono>
-#include <set>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 
@@ -20,6 +21,7 @@ namespace json = boost::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr const char* kJson = "application/json";
 constexpr const char* kUserPath = "/u_app_users/find_or_create_by_udid.json";
@@ -55,6 +57,31 @@ json::object user() {
 
 std::string userBody(const json::object& record) {
     return json::serialize(json::object{{"u_app_user", record}});
+}
+
+int connectedTo(int port, int receiveBuffer = 65536) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    ::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(receiveBuffer));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    EXPECT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    return socket;
+}
+
+/// Sends bytes as they are, and reads until the server closes.
+std::string exchanged(int port, const std::string& request) {
+    const int socket = connectedTo(port);
+    EXPECT_EQ(::send(socket, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    ::shutdown(socket, SHUT_WR);
+    std::string answer;
+    std::array<char, 4096> block{};
+    for (ssize_t number = 0; (number = ::recv(socket, block.data(), block.size(), 0)) > 0;) {
+        answer.append(block.data(), static_cast<std::size_t>(number));
+    }
+    ::close(socket);
+    return answer;
 }
 
 /// A started back office and a client that keeps its connection.
@@ -184,6 +211,17 @@ TEST_F(BackofficeTest, BoundsBodiesAndDoesNotUnpackThem) {
     EXPECT_EQ(client_.Get("/u_applications/query.json?namespace=shop", {{"Range", "bytes=0-3"}})->status, 200);
 }
 
+TEST_F(BackofficeTest, AnswersWhatIsNoRequestAndRequestsSentInOneGo) {
+    const std::string refusal = exchanged(backoffice_.port(), "garbage\r\n\r\n");
+    EXPECT_THAT(refusal, StartsWith("HTTP/1.1 400 "));
+    EXPECT_THAT(refusal, HasSubstr(R"({"success":false)"));
+    const std::string two = exchanged(backoffice_.port(),
+                                      "POST /u_applications/shop/log.json HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}"
+                                      "GET /u_applications/limits.json?namespace=shop HTTP/1.1\r\n\r\n");
+    EXPECT_THAT(two, StartsWith("HTTP/1.1 400 "));
+    EXPECT_THAT(two, HasSubstr("\"max_events\":3"));
+}
+
 TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {
     constexpr int kClients = 8;
     constexpr int kRequests = 50;
@@ -219,20 +257,15 @@ TEST_F(BackofficeTest, StopsAtOnceWithOpenConnectionsAndStartsAgain) {
         client->set_keep_alive(true);
         ASSERT_EQ(client->Get("/")->status, 200);
     }
-    const int half = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<std::uint16_t>(backoffice_.port()));
-    ASSERT_EQ(::connect(half, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_GT(::send(half, "POST / HTTP/1.1\r\nContent-Le", 27, 0), 0);
+    const int halfSent = connectedTo(backoffice_.port());
+    ASSERT_GT(::send(halfSent, "POST / HTTP/1.1\r\nContent-Le", 27, 0), 0);
     ASSERT_EQ(client_.Post(kLogPath, kEvent, kJson)->status, 200);
 
     const int port = backoffice_.port();
     const auto before = std::chrono::steady_clock::now();
     backoffice_.stop();
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
-    ::close(half);
+    ::close(halfSent);
     EXPECT_EQ(backoffice_.port(), 0);
     EXPECT_FALSE(idle.front()->Get("/"));
     backoffice_.stop();
@@ -242,6 +275,26 @@ TEST_F(BackofficeTest, StopsAtOnceWithOpenConnectionsAndStartsAgain) {
     EXPECT_EQ(backoffice_.port(), port);
     EXPECT_EQ(client_.Get("/u_applications/limits.json?namespace=shop")->status, 200);
     EXPECT_EQ(backoffice_.inbox().all().size(), 1U);
+}
+
+TEST(Backoffice, StopsAtOnceWhenAClientDoesNotTakeItsAnswers) {
+    constexpr int kRequests = 5000;
+    std::atomic<int> answered{0};
+    Backoffice backoffice(shop(), [&](const RequestLine&) { ++answered; });
+    ASSERT_TRUE(backoffice.start());
+    const int client = connectedTo(backoffice.port(), 4096);
+    std::string requests;
+    for (int i = 0; i < kRequests; ++i) requests += "GET / HTTP/1.1\r\n\r\n";
+    ASSERT_GT(::send(client, requests.data(), requests.size(), 0), 0);
+    for (int before = -1; before != answered || before == 0;) {  // until the connection is full
+        before = answered;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ASSERT_LT(answered, kRequests);
+    const auto before = std::chrono::steady_clock::now();
+    backoffice.stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
+    ::close(client);
 }
 
 TEST_F(BackofficeTest, DoesNotShareItsPort) {

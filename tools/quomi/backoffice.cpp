@@ -165,8 +165,8 @@ bool Backoffice::Server::start(int port) {
     http->set_default_headers({{"Cache-Control", "no-store"},
                                {"X-Content-Type-Options", "nosniff"},
                                {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'"}});
-    http->answerWith([this](const auto& request, auto& response) { answer(request, response); });
-    http->set_logger([this](const auto& request, const auto& response) { report(request, response); });
+    http->answerWith([this](const auto& request, auto& response) { answer(request, response); },
+                     [this](const auto& request, const auto& response) { report(request, response); });
     if (!http->bind(port)) return false;
     port_ = http->port();
     http->run();
@@ -192,7 +192,7 @@ void Backoffice::Server::answer(const httplib::Request& request, httplib::Respon
         reply = refusal(500, "the back office failed to answer");
     }
     response.status = reply.status;
-    response.set_content(std::move(reply.content), reply.type);
+    response.set_content(reply.content, reply.type);
     if (!reply.allow.empty()) response.set_header("Allow", reply.allow);
 }
 

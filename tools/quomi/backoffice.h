@@ -9,7 +9,7 @@
 
 namespace quomi::tool {
 
-/// One request that has been answered.
+/// One request and how it was answered.
 struct RequestLine {
     /// Empty when the request could not be read.
     std::string method;
@@ -29,8 +29,8 @@ public:
     /// The largest body that is accepted; larger ones are answered with status 413.
     static constexpr std::size_t kMaxBody = std::size_t{8} * 1024 * 1024;
 
-    /// `onRequest`, when given, is called for every answer after it was sent: on a thread of the server, one call at a
-    /// time, none after `stop` has returned. It must not call `stop`; what it throws is dropped.
+    /// `onRequest`, when given, is called for every answer right before it is sent: on a thread of the server, one call
+    /// at a time, none after `stop` has returned. It must not call `stop`; what it throws is dropped.
     explicit Backoffice(Campaign campaign, OnRequest onRequest = nullptr);
     /// Stops.
     ~Backoffice();

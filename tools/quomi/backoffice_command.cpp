@@ -122,7 +122,7 @@ int BackofficeCommand::run(const std::vector<std::string>& args, std::ostream& o
     return 0;
 }
 
-int runBackoffice(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
+int runBackoffice(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) {
     return BackofficeCommand().run(args, out, err);
 }
 

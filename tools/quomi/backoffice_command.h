@@ -31,6 +31,6 @@ private:
 };
 
 /// Runs the command as the process's main thread does, waiting for signals.
-int runBackoffice(std::vector<std::string> args, std::ostream& out, std::ostream& err);
+int runBackoffice(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 
 }  // namespace quomi::tool

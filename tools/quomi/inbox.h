@@ -57,7 +57,7 @@ public:
 private:
     void keep(Received entry);
 
-    const Bounds bounds_;
+    Bounds bounds_;
     mutable std::mutex mutex_;
     std::deque<Received> entries_;
     std::size_t bytes_ = 0;

@@ -106,9 +106,10 @@ std::int64_t JsonNode::integer(std::int64_t least, std::int64_t most) const {
     if (number && *number >= least && *number <= most) return *number;
     const bool below = least > std::numeric_limits<std::int64_t>::min();
     const bool above = most < std::numeric_limits<std::int64_t>::max();
-    fail(below && above ? fmt::format("an integer from {} to {}", least, most)
-         : below        ? fmt::format("an integer of at least {}", least)
-                        : "an integer");
+    fail(least == most    ? fmt::format("{}", least)
+         : below && above ? fmt::format("an integer from {} to {}", least, most)
+         : below          ? fmt::format("an integer of at least {}", least)
+                          : "an integer");
     return 0;
 }
 

@@ -114,13 +114,18 @@ LoopbackServer::LoopbackServer() {
     new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
 }
 
-void LoopbackServer::answerWith(Handler answer) {
+void LoopbackServer::answerWith(Handler answer, Handler report) {
     // Not as a route: the library matches paths by recursion, as deep as the path is long. A request for which it has
     // no route reaches the error handler whole, its body read.
-    set_error_handler([answer = std::move(answer)](const httplib::Request& request, httplib::Response& response) {
+    set_error_handler([answer = std::move(answer), report = std::move(report)](const httplib::Request& request,
+                                                                               httplib::Response& response) {
         constexpr int kWithoutRoute = 404;
-        if (response.status == kWithoutRoute) return answer(request, response);
-        response.set_content(R"({"success":false,"error":"the request was not understood"})", "application/json");
+        if (response.status == kWithoutRoute) {
+            answer(request, response);
+        } else {
+            response.set_content(R"({"success":false,"error":"the request was not understood"})", "application/json");
+        }
+        report(request, response);
     });
 }
 

@@ -19,9 +19,10 @@ public:
     LoopbackServer();
     ~LoopbackServer() override;
 
-    /// Whoever answers all requests that are well formed and not too large (others get their status and a JSON error
-    /// from here): it sets the status and the content, and does not throw. Before `run`.
-    void answerWith(Handler answer);
+    /// `answer` gets all requests that are well formed and not too large, and sets status and content; others get their
+    /// status and a JSON error from here. `report` gets every request with its answer, right before the answer is sent.
+    /// Neither throws. Before `run`.
+    void answerWith(Handler answer, Handler report);
 
     /// Takes the port, 0 for any free one; clients that connect from now on wait. False when it cannot be had. Once.
     bool bind(int port);

@@ -258,7 +258,10 @@ TraceWords::Line TraceWords::request(const Record& record) {
     sent_.push_back({url, method, now_});
     auto text = fmt::format("{:<4} {}", method, shortURL(url));
     const auto* logs = objectOf(record, "body").if_contains("logs");
-    if (logs != nullptr && logs->is_array()) text += fmt::format("  {} events", logs->get_array().size());
+    if (logs != nullptr && logs->is_array()) {
+        const auto count = logs->get_array().size();
+        text += fmt::format("  {} event{}", count, count == 1 ? "" : "s");
+    }
     return TraceLine{"→", "request", Tone::network, text};
 }
 

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "hosts/simulated/simulated_phone.h"
+#include "quomi/core/sdk.h"
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+namespace quomi::bench {
+
+/// UUID of the beacons of every benchmark.
+extern const Uuid kShopUuid;
+
+/// A phone with an SDK whose back office knows the namespace "shop". Geofences are off, event logs are off.
+struct BenchPhone {
+    /// An empty container is a fresh one.
+    explicit BenchPhone(std::filesystem::path container = {});
+
+    simulated::SimulatedPhone phone;
+    Deployment deployment;
+    QuomiSettings settings;
+    QuomiSDK sdk;
+};
+
+/// Runs the work once and gives the time that it took.
+template <class Work>
+[[nodiscard]] double secondsOf(Work&& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+}  // namespace quomi::bench

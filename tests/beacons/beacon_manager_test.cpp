@@ -1,0 +1,215 @@
+#include "quomi/platform/clock.h"
+#include "tests/beacons/manager_bench.h"
+
+#include <limits>
+
+namespace quomi {
+namespace {
+
+using namespace std::chrono_literals;
+using test::heard;
+using test::kOther;
+using test::kShop;
+using test::Log;
+using test::ManagerBench;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr auto kUnknown = PlatformProximity::unknown;
+constexpr auto kImmediate = PlatformProximity::immediate;
+constexpr auto kFar = PlatformProximity::far;
+
+TEST(BeaconManager, FindsThenUpdatesAndPingsEachTimeInTheOrderOfTheReport) {
+    const auto bench = ManagerBench::started();
+    EXPECT_THAT(bench->report({heard(2), heard(1)}), ElementsAre("found 2 at 2", "ping 2", "found 1 at 2", "ping 1"));
+    EXPECT_THAT(bench->report({heard(1), heard(2, kImmediate, 0.25)}),
+                ElementsAre("updated 1 from 2 2 to 2 2", "ping 1", "updated 2 from 2 2 to 1 0.25", "ping 2"));
+    EXPECT_THAT(bench->report({}), IsEmpty());
+}
+
+TEST(BeaconManager, ABeaconTwiceInOneReportIsFoundAndThenUpdated) {
+    const auto bench = ManagerBench::started();
+    EXPECT_THAT(bench->report({heard(7), heard(7, kImmediate, 0.5)}),
+                ElementsAre("found 7 at 2", "ping 7", "updated 7 from 2 2 to 1 0.5", "ping 7"));
+}
+
+TEST(BeaconManager, TellsBeaconsApartByMajorAndMinor) {
+    const auto bench = ManagerBench::started();
+    auto swapped = heard(2);
+    std::swap(swapped.major, swapped.minor);
+    EXPECT_THAT(bench->report({heard(2), swapped}), ElementsAre("found 2 at 2", "ping 2", "found 1 at 2", "ping 1"));
+    EXPECT_EQ(bench->manager->getNearbyBeacons().at(1)->name(), kShop.string() + "/2-1");
+}
+
+TEST(BeaconManager, UnknownReportsNeitherFindNorKeepABeacon) {
+    const auto bench = ManagerBench::started();
+    EXPECT_THAT(bench->report({heard(1, kUnknown, -1), heard(2)}), ElementsAre("found 2 at 2", "ping 2"));
+    Log told;
+    for (int second = 0; second < 5; ++second) {
+        for (const auto& line : bench->after(1s)) told.push_back(line);
+        EXPECT_THAT(bench->report({heard(1, kUnknown, -1), heard(2, kUnknown, -1)}), IsEmpty());
+    }
+    EXPECT_THAT(told, ElementsAre("lost 2"));
+}
+
+TEST(BeaconManager, ANumberThatNoPhoneReportsIsAcceptedAsInvalid) {
+    const auto bench = ManagerBench::started();
+    EXPECT_THAT(bench->report({heard(1, static_cast<PlatformProximity>(9)), heard(2, PlatformProximity{-1})}),
+                ElementsAre("found 1 at 0", "ping 1", "found 2 at 0", "ping 2"));
+}
+
+TEST(BeaconManager, LosesABeaconAtTheFirstTickAfterFourSeconds) {
+    struct Case {
+        Duration heardAt;
+        Duration lostAt;
+    };
+    // Ticks come with each full second; a beacon that is exactly 4 s old stays.
+    for (const auto& [heardAt, lostAt] :
+         {Case{0s, 5s}, Case{1us, 5s}, Case{500ms, 5s}, Case{999'999us, 5s}, Case{1s, 6s}, Case{1s + 1us, 6s}}) {
+        SCOPED_TRACE(heardAt.count());
+        const auto bench = ManagerBench::started();
+        bench->after(heardAt);
+        bench->report({heard(1)});
+        EXPECT_THAT(bench->after(lostAt - heardAt - 1us), IsEmpty());
+        EXPECT_THAT(bench->after(1us), ElementsAre("lost 1"));
+        EXPECT_THAT(bench->after(60s), IsEmpty());
+    }
+}
+
+TEST(BeaconManager, FindsALostBeaconAsNewAndLosesItAgain) {
+    const auto bench = ManagerBench::started();
+    bench->report({heard(1)});
+    const auto first = bench->manager->getNearbyBeacons().at(0);
+    EXPECT_THAT(bench->after(9500ms), ElementsAre("lost 1"));
+    EXPECT_EQ(first->proximity(), QuomiProximityNear) << "the record as it was when it was lost";
+    EXPECT_THAT(bench->report({heard(1, kImmediate, 0.1)}), ElementsAre("found 1 at 1", "ping 1"));
+    EXPECT_NE(bench->manager->getNearbyBeacons().at(0), first);
+    EXPECT_THAT(bench->after(4499ms), IsEmpty());
+    EXPECT_THAT(bench->after(1ms), ElementsAre("lost 1"));
+}
+
+TEST(BeaconManager, LosesSeveralBeaconsAtOnceInTheOrderOfFinding) {
+    const auto bench = ManagerBench::started();
+    Log expected;
+    for (const auto minor : std::initializer_list<std::uint16_t>{9, 3, 40, 1, 22, 7, 65535, 0, 12}) {
+        bench->report({heard(minor)});
+        expected.push_back(fmt::format("lost {}", minor));
+    }
+    // Being heard again does not change the order, and who was heard later is lost later.
+    bench->report({heard(12), heard(9)});
+    bench->after(200ms);
+    bench->report({heard(100)});
+    bench->after(1s);
+    bench->report({heard(200)});
+    expected.push_back("lost 100");
+    EXPECT_THAT(bench->after(3800ms), testing::ElementsAreArray(expected));
+    EXPECT_THAT(bench->after(1s), ElementsAre("lost 200"));
+}
+
+TEST(BeaconManager, GivesTheBeaconsHeardLessThanFourSecondsAgoInTheOrderOfFinding) {
+    const auto bench = ManagerBench::started();
+    EXPECT_THAT(bench->nearby(), IsEmpty());
+    bench->report({heard(8), heard(3)});
+    bench->after(1s);
+    bench->report({heard(5), heard(3)});
+    EXPECT_THAT(bench->nearby(), ElementsAre(8, 3, 5));
+    bench->after(2'999'999us);
+    EXPECT_THAT(bench->nearby(), ElementsAre(8, 3, 5));
+    EXPECT_THAT(bench->after(1us), IsEmpty());
+    EXPECT_THAT(bench->nearby(), ElementsAre(3, 5)) << "one of exactly 4 s is neither nearby nor lost";
+    EXPECT_THAT(bench->after(1s), ElementsAre("lost 8"));
+    EXPECT_THAT(bench->nearby(), IsEmpty());
+}
+
+TEST(BeaconManager, AClockThatJumpsForwardsLosesWhatWasNearby) {
+    const auto bench = ManagerBench::started();
+    bench->after(500ms);
+    bench->report({heard(1)});
+    bench->phone.jumpClock(Seconds(3.5));
+    EXPECT_THAT(bench->after(500ms), IsEmpty()) << "exactly 4 s by the wall clock";
+    EXPECT_THAT(bench->nearby(), IsEmpty());
+    bench->report({heard(1)});
+    bench->phone.jumpClock(Seconds(86400));
+    EXPECT_THAT(bench->nearby(), IsEmpty());
+    EXPECT_THAT(bench->after(999ms), IsEmpty()) << "the tick does not notice the jump";
+    EXPECT_THAT(bench->after(1ms), ElementsAre("lost 1"));
+}
+
+TEST(BeaconManager, AClockThatJumpsBackKeepsWhatWasNearbyUntilItIsHeardAgain) {
+    const auto bench = ManagerBench::started();
+    bench->report({heard(1), heard(2)});
+    bench->phone.jumpClock(Seconds(-3600));
+    EXPECT_THAT(bench->after(60s), IsEmpty());
+    EXPECT_THAT(bench->nearby(), ElementsAre(1, 2));
+    bench->report({heard(2)});
+    EXPECT_THAT(bench->after(4s), IsEmpty());
+    EXPECT_THAT(bench->after(1s), ElementsAre("lost 2"));
+    EXPECT_THAT(bench->nearby(), ElementsAre(1));
+}
+
+TEST(BeaconManager, WhatWasSilentWhileTheAppStoodStillIsLostWhenItGoesOn) {
+    const auto bench = ManagerBench::started();
+    bench->report({heard(1)});
+    bench->phone.suspend();
+    EXPECT_THAT(bench->after(60s), IsEmpty());
+    EXPECT_THAT(bench->nearby(), IsEmpty());
+    bench->phone.resume();
+    EXPECT_THAT(bench->news(), ElementsAre("lost 1"));
+}
+
+TEST(BeaconManager, GivesItsSplitThresholdToTheBeaconsThatItFinds) {
+    const auto bench = ManagerBench::started();
+    EXPECT_EQ(bench->manager->farDistanceSplitThreshold(), 0);
+    EXPECT_THAT(bench->report({heard(1, kFar, 0.001), heard(2, kFar, 0), heard(3, kFar, -1)}),
+                ElementsAre("found 1 at 5", "ping 1", "found 2 at 4", "ping 2", "found 3 at 4", "ping 3"));
+    bench->manager->setFarDistanceSplitThreshold(10);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_THAT(bench->report({heard(4, kFar, 10), heard(5, kFar, 10.001), heard(6, kFar, nan)}),
+                ElementsAre("found 4 at 4", "ping 4", "found 5 at 5", "ping 5", "found 6 at 5", "ping 6"));
+    EXPECT_THAT(bench->report({heard(1, kFar, 9)}), ElementsAre("updated 1 from 5 0.001 to 5 9", "ping 1"))
+        << "a beacon keeps what it was found with";
+}
+
+TEST(BeaconManager, HandsOutRecordsAsTheyWereReported) {
+    const auto bench = ManagerBench::started({.start = WallTime(1795249800s)});
+    bench->after(1500ms);
+    bench->report({heard(6, kImmediate, 0.25)});
+    const auto beacon = bench->manager->getNearbyBeacons().at(0);
+    EXPECT_EQ(beacon->proximityUUID(), kShop);
+    EXPECT_EQ(beacon->major(), 1);
+    EXPECT_EQ(beacon->accuracy(), 0.25);
+    EXPECT_EQ(beacon->rssi(), -65);
+    EXPECT_EQ(beacon->lastSeenAt(), WallTime(1795249801500ms));
+    EXPECT_FALSE(beacon->isSecure());
+}
+
+/// Makes records of a kind of its own.
+class NamingManager : public QuomiBeaconManager {
+public:
+    using QuomiBeaconManager::QuomiBeaconManager;
+
+private:
+    class Named final : public QuomiBeacon {
+    public:
+        using QuomiBeacon::QuomiBeacon;
+        [[nodiscard]] bool isSecure() const override { return true; }
+    };
+    [[nodiscard]] std::shared_ptr<QuomiBeacon> createNewBeaconWithCLBeacon(const RangedBeacon& beacon) const override {
+        return std::make_shared<Named>(beacon.proximityUUID, beacon.major, beacon.minor, platform().clock.now());
+    }
+};
+
+TEST(BeaconManager, ASubclassMakesTheRecords) {
+    ManagerBench bench;
+    bench.manager = std::make_unique<NamingManager>(kShop, bench.platform, bench.settings, bench.debugLog);
+    bench.manager->setDelegate(bench.delegate);
+    bench.manager->setFarDistanceSplitThreshold(10);
+    ASSERT_TRUE(bench.manager->start());
+    bench.news();
+    EXPECT_THAT(bench.report({heard(1, kFar, 9)}), ElementsAre("found 1 at 4", "ping 1"));
+    EXPECT_TRUE(bench.manager->getNearbyBeacons().at(0)->isSecure());
+    EXPECT_THAT(bench.after(5s), ElementsAre("lost 1"));
+}
+
+}  // namespace
+}  // namespace quomi

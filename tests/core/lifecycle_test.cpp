@@ -1,0 +1,244 @@
+#include "quomi/core/errors.h"
+#include "quomi/data/data.h"
+#include "quomi/diagnostics/debug_log.h"
+#include "tests/support/sdk_fixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+namespace {
+
+using simulated::ScriptedAnswer;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+/// What the store in the file says of a completed start.
+bool storedIsStarted(SdkFixture& app) {
+    const auto platform = app.phone.platform();
+    const QuomiErrors errors(platform.localization);
+    DebugLog log(platform.files, platform.clock, {});
+    const auto data = QuomiData::create(app.storeFile(), false, platform, errors, log);
+    return data != nullptr && data->sdkIsStarted();
+}
+
+TEST(Start, WithoutARecordAnswersYesAndGoesOnWhenItHasArrived) {
+    SdkFixture app;
+    app.sdk->setFileLogEnabled(true);
+    std::optional<Error> error = Error{"left over", 1, {}};
+    EXPECT_TRUE(app.sdk->start(&error));
+    EXPECT_EQ(error, std::nullopt);
+    EXPECT_TRUE(app.sdk->isRunning()) << "although the start may still fail";
+    EXPECT_THAT(app.phone.monitoredRegions(), IsEmpty());
+    ASSERT_NE(app.sdk->user(), nullptr);
+    app.settle();
+    EXPECT_TRUE(app.sdk->isRunning());
+    EXPECT_THAT(
+        app.lines("re"),
+        ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response 200",
+                    "request GET https://api.quomi.test/u_applications/limits.json", "response 200",
+                    "request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json", "response 200"));
+    EXPECT_EQ(app.phone.monitoredRegions().size(), 1U);
+    EXPECT_EQ(app.phone.rangedRegions().size(), 1U);
+    EXPECT_TRUE(storedIsStarted(app));
+    EXPECT_THAT(app.debugLines(), Contains("Quomi SDK successfully started"));
+}
+
+TEST(Start, TakesTheSettingsOfTheRecord) {
+    struct Row {
+        const char* protocol;
+        std::uint64_t before;
+        std::uint64_t mode;
+    };
+    for (const auto& row : {Row{"none", 1, 0}, Row{"rotating_advertisement", 0, 1}, Row{"None", 0, 0}, Row{"", 1, 1}}) {
+        SdkFixture app;
+        app.settings.beaconSecurityMode = row.before;
+        auto answer = applicationAnswer();
+        answer["anti_hacking_protocol"] = row.protocol;
+        app.phone.transport().answer(kApplicationRequest, ScriptedAnswer::json(answer));
+        app.start();
+        EXPECT_EQ(app.settings.beaconSecurityMode, row.mode) << row.protocol;
+        EXPECT_EQ(app.settings.beaconProximityUUIDNormal, kShopUUID);
+        EXPECT_EQ(app.settings.beaconProximityUUIDSecure, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2");
+        EXPECT_EQ(app.settings.beaconProximityUUIDService, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3");
+        EXPECT_EQ(app.settings.proximityFarSplitThreshold, 12.0);
+    }
+}
+
+TEST(Start, ARelaunchFindsTheRecordAndCompletesAtOnce) {
+    const TemporaryDirectory container;
+    SdkFixture({.container = container.path()}).start();
+    SdkFixture app({.container = container.path()});
+    std::optional<Error> error = Error{"left over", 1, {}};
+    EXPECT_TRUE(app.sdk->start(&error));
+    EXPECT_EQ(error, std::nullopt);
+    EXPECT_THAT(app.journal, Contains("range Quomi beacon")) << "before any answer";
+    EXPECT_TRUE(storedIsStarted(app));
+    app.settle();
+    EXPECT_EQ(app.phone.transport().requests(kApplicationRequest), 0U);
+    EXPECT_EQ(app.phone.transport().requests(kLimitsRequest), 1U);
+    EXPECT_EQ(app.phone.transport().requests(kUserRequest), 1U);
+}
+
+TEST(Start, TwiceIsRefusedAndTheFirstGoesOn) {
+    for (const bool completed : {false, true}) {
+        SdkFixture app;
+        app.sdk->start();
+        if (completed) app.settle();
+        std::optional<Error> error;
+        EXPECT_FALSE(app.sdk->start(&error));
+        ASSERT_TRUE(error);
+        EXPECT_EQ(error->domain, "QuomiErrorDomain");
+        EXPECT_EQ(error->code, 3);
+        EXPECT_EQ(error->localizedDescription(), "SDK already started. Cannot start SDK if already started");
+        EXPECT_EQ(app.lastError, error);
+        app.settle();
+        EXPECT_THAT(app.lines("error"), ElementsAre("error 3, running"));
+        EXPECT_EQ(app.lines("monitor").size(), 1U);
+        app.hear(1, -60);
+        EXPECT_THAT(app.journal, Contains("found " + SdkFixture::beacon(1)));
+    }
+}
+
+TEST(Start, LimitsThatCannotBeHadAreAnErrorButNoFailure) {
+    const struct {
+        ScriptedAnswer answer;
+        std::int64_t code;
+    } rows[] = {{ScriptedAnswer::text("", 404), 404},
+                {ScriptedAnswer::json({{"success", false}}), 402},
+                {ScriptedAnswer::failure(HttpFailureKind::connection), 1}};
+    for (const auto& row : rows) {
+        SdkFixture app;
+        app.phone.transport().answer(kLimitsRequest, row.answer);
+        EXPECT_TRUE(app.start());
+        EXPECT_THAT(app.lines("error"), ElementsAre(fmt::format("error {}, running", row.code)));
+    }
+}
+
+TEST(Start, AnotherBaseURLIsAskedAfterAFailedStart) {
+    SdkFixture app;
+    app.phone.transport().answer(kApplicationRequest,
+                                 {ScriptedAnswer::text("", 500), ScriptedAnswer::json(applicationAnswer())});
+    EXPECT_FALSE(app.start());
+    app.sdk->setBaseURL("http://other.test/api/");
+    app.phone.transport().setBaseURLs({"http://other.test/api"});
+    app.phone.transport().answer("GET /api/u_applications/query.json", ScriptedAnswer::json(applicationAnswer()));
+    EXPECT_TRUE(app.start());
+    EXPECT_THAT(app.journal, Contains("request GET http://other.test/api/u_applications/query.json"));
+}
+
+TEST(Stop, EndsEverythingInOrder) {
+    SdkFixture app;
+    app.sdk->setFileLogEnabled(true);
+    ASSERT_TRUE(app.start());
+    app.hear(1, -60);
+    app.phone.background();
+    app.phone.runTurns();
+    app.sdk->clearDebugFile();
+    app.journal.clear();
+    app.sdk->updateUserInformation([&app] { app.journal.emplace_back("called back"); },
+                                   [&app](const Error&) { app.journal.emplace_back("called back"); });
+    app.phone.range({{*Uuid::parse(kShopUUID), 1, 2, PlatformProximity::near, 2.0, -60}});
+    app.phone.exitBeaconRegion(*Uuid::parse(kShopUUID));
+    app.phone.active();
+    app.sdk->stop();
+    EXPECT_FALSE(app.sdk->isRunning());
+    const auto expected =
+        ElementsAre("request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json",
+                    "unrange Quomi beacon", "unmonitor Quomi beacon", "task end", "response cancelled");
+    EXPECT_THAT(app.journal, expected);
+    EXPECT_FALSE(storedIsStarted(app));
+    app.settle(std::chrono::hours(1));
+    app.phone.background();
+    app.hear(3, -60);
+    app.sdk->logEvent({{"a", 1}});
+    app.sdk->updateUserInformation();
+    app.settle();
+    EXPECT_THAT(app.journal, expected) << "nothing comes afterwards";
+    EXPECT_THAT(app.debugLines(), ElementsAre("Quomi SDK stopped"));
+    EXPECT_EQ(app.phone.loop().pendingEvents(), 0U);
+    EXPECT_EQ(app.phone.runningBackgroundTasks(), 0U);
+    EXPECT_NE(app.sdk->user(), nullptr);
+    EXPECT_EQ(app.sdk->delegate(), app.delegate);
+}
+
+TEST(Stop, WhileTheRecordIsOnItsWayDropsIt) {
+    SdkFixture app;
+    app.sdk->start();
+    app.sdk->stop();
+    app.settle(std::chrono::minutes(2));
+    EXPECT_FALSE(app.sdk->isRunning());
+    EXPECT_THAT(app.journal,
+                ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response cancelled"));
+    EXPECT_TRUE(app.start());
+}
+
+TEST(Stop, DoesNothingWhenNotRunning) {
+    SdkFixture app;
+    app.sdk->setFileLogEnabled(true);
+    app.sdk->stop();
+    app.start();
+    app.sdk->stop();
+    app.sdk->clearDebugFile();
+    app.journal.clear();
+    app.sdk->stop();
+    app.settle();
+    EXPECT_THAT(app.debugLines(), IsEmpty());
+    EXPECT_THAT(app.journal, IsEmpty());
+}
+
+TEST(Stop, TwoHundredTimesLeavesNothingBehind) {
+    SdkFixture app;
+    for (int cycle = 0; cycle < 200; ++cycle) {
+        ASSERT_TRUE(app.sdk->start()) << cycle;
+        if (cycle % 3 != 0) app.settle();
+        app.hear(1, -60);
+        if (cycle % 2 == 0) app.phone.background();
+        if (cycle % 5 != 0) app.phone.runTurns();
+        app.sdk->stop();
+        if (cycle % 7 == 0) continue;  // and start again in the same turn
+        app.phone.runTurns();
+        ASSERT_EQ(app.phone.loop().pendingEvents(), 0U) << cycle;
+        ASSERT_EQ(app.phone.runningBackgroundTasks(), 0U) << cycle;
+    }
+    app.phone.runTurns();
+    EXPECT_EQ(app.phone.loop().pendingEvents(), 0U);
+    EXPECT_THAT(app.phone.monitoredRegions(), IsEmpty());
+    EXPECT_THAT(app.phone.rangedRegions(), IsEmpty());
+    EXPECT_THAT(app.lines("error"), IsEmpty());
+    app.journal.clear();
+    EXPECT_TRUE(app.start());
+    app.hear(1, -60);
+    EXPECT_EQ(app.lines("found").size(), 1U) << "one SDK, not two hundred";
+}
+
+TEST(Start, TheEndOfTheObjectEndsAllCallbacks) {
+    SdkFixture app;
+    app.sdk->start();
+    app.sdk.reset();
+    app.settle();
+    EXPECT_THAT(app.journal, Not(Contains(testing::HasSubstr("limits"))));
+    EXPECT_EQ(app.phone.loop().pendingEvents(), 0U);
+}
+
+TEST(Start, TwoPhonesSideBySideShareNothing) {
+    SdkFixture first;
+    SdkFixture second({.supportsBeacons = false});
+    first.sdk->setBaseURL("https://first.test");
+    EXPECT_TRUE(first.start());
+    EXPECT_TRUE(second.start());
+    EXPECT_THAT(second.lines("request"), Not(Contains(testing::HasSubstr("first.test"))));
+    EXPECT_THAT(second.lines("range"), IsEmpty());
+    first.hear(1, -60);
+    EXPECT_EQ(first.lines("found").size(), 1U);
+    EXPECT_THAT(second.lines("found"), IsEmpty());
+    second.sdk->stop();
+    EXPECT_TRUE(first.sdk->isRunning());
+    first.hear(2, -60);
+    EXPECT_EQ(first.lines("found").size(), 2U);
+}
+
+}  // namespace
+}  // namespace quomi::test

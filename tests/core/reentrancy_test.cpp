@@ -1,0 +1,214 @@
+#include "tests/support/sdk_fixture.h"
+
+#include <fstream>
+#include <set>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+namespace {
+
+using simulated::ScriptedAnswer;
+
+const Uuid kShop = *Uuid::parse(kShopUUID);
+
+/// What may still come once the host has done something.
+enum class Afterwards { everything, ownBlocks, nothing };
+
+struct Operation {
+    const char* name;
+    std::function<void(SdkFixture&)> run;
+    Afterwards afterwards = Afterwards::everything;
+};
+
+const std::vector<Operation>& operations() {
+    static const std::vector<Operation> all{
+        {"stop", [](SdkFixture& app) { app.sdk->stop(); }, Afterwards::nothing},
+        {"start", [](SdkFixture& app) { app.sdk->start(); }},
+        {"stop and start",
+         [](SdkFixture& app) {
+             app.sdk->stop();
+             app.sdk->start();
+         }},
+        {"stop, start, stop",
+         [](SdkFixture& app) {
+             app.sdk->stop();
+             app.sdk->start();
+             app.sdk->stop();
+         },
+         Afterwards::nothing},
+        {"stop, move, start",
+         [](SdkFixture& app) {
+             app.sdk->stop();
+             app.sdk->setAppNamespace("other");
+             app.sdk->setBaseURL("https://other.test");
+             app.sdk->start();
+         }},
+        {"beacons off", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(false); }},
+        {"beacons on", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(true); }},
+        {"beacons off and on",
+         [](SdkFixture& app) {
+             app.sdk->setBeaconsEnabled(false);
+             app.sdk->setBeaconsEnabled(true);
+         }},
+        {"geofences off and on",
+         [](SdkFixture& app) {
+             app.sdk->setGeofencesEnabled(false);
+             app.sdk->setGeofencesEnabled(true);
+         }},
+        {"other setters",
+         [](SdkFixture& app) {
+             app.sdk->setRequestWhenInUseAuthorization(true);
+             app.sdk->setUseExtendedBackgroundRangingTime(true);
+             app.sdk->setFileLogEnabled(false);
+             app.sdk->setEventLogsEnabled(false);
+             app.sdk->setEnableIDFACollection(true);
+             app.sdk->clearDebugFile();
+         }},
+        {"namespace", [](SdkFixture& app) { app.sdk->setAppNamespace("other"); }},
+        {"base URL", [](SdkFixture& app) { app.sdk->setBaseURL("https://other.test"); }},
+        {"event",
+         [](SdkFixture& app) {
+             app.sdk->logEvent({{"again", 1}});
+         }},
+        {"error",
+         [](SdkFixture& app) {
+             app.sdk->forwardErrorToDelegate(Error{"again", 1, {}});
+         }},
+        {"user", [](SdkFixture& app) { app.sdk->updateUserInformation(); }},
+        {"no delegate", [](SdkFixture& app) { app.sdk->setDelegate({}); }, Afterwards::ownBlocks},
+        {"delegate dies", [](SdkFixture& app) { app.delegate.reset(); }, Afterwards::ownBlocks},
+    };
+    return all;
+}
+
+/// A life of the SDK in which every callback comes, whatever the host does in one of them.
+void live(SdkFixture& app) {
+    app.phone.transport().answer(kLimitsRequest, {ScriptedAnswer::text("", 500)});
+    const auto tellTest = [&app](const char* block) {
+        app.journal.emplace_back(block);
+        if (app.inCallback) app.inCallback(block);
+    };
+    app.sdk->start();
+    app.settle();
+    app.sdk->updateUserInformation([tellTest] { tellTest("success"); });
+    app.settle();
+    app.phone.transport().answer(kUserRequest, {ScriptedAnswer::text("", 500)});
+    app.sdk->updateUserInformation({}, [tellTest](const Error&) { tellTest("failure"); });
+    app.settle();
+    app.phone.enterBeaconRegion(kShop);
+    app.phone.range({{kShop, 1, 1, PlatformProximity::near, 2.0, -60}, {kShop, 1, 2, PlatformProximity::far, 9, -80}});
+    app.phone.range({{kShop, 1, 2, PlatformProximity::near, 2.0, -60}, {kShop, 1, 1, PlatformProximity::far, 9, -80}});
+    app.phone.background();
+    app.phone.runTurns();
+    app.settle(std::chrono::seconds(10));
+    app.phone.exitBeaconRegion(kShop);
+    app.phone.expireBackgroundTasks();
+    app.settle(std::chrono::seconds(60));
+}
+
+std::string kindOf(const std::string& line) {
+    return line.substr(0, line.find(' '));
+}
+
+const std::set<std::string> kCallbacks{"error", "event",   "entered", "exited",  "found",
+                                       "lost",  "updated", "ping",    "success", "failure"};
+
+/// Runs the operation when the callback comes for the first time; what the host hears afterwards.
+std::vector<std::string> liveWith(SdkFixture& app, const std::string& callback, const Operation& operation) {
+    bool ran = false;
+    std::vector<std::string> heardAfterwards;
+    app.inCallback = [&](const std::string& line) {
+        if (ran) {
+            heardAfterwards.push_back(line);
+        } else if (kindOf(line) == callback) {
+            ran = true;
+            operation.run(app);
+            heardAfterwards.clear();  // what the operation itself led to
+        }
+    };
+    live(app);
+    app.inCallback = {};
+    EXPECT_TRUE(ran);
+    return heardAfterwards;
+}
+
+/// Whatever happened, the SDK can be brought to rest and to life again.
+void expectSound(SdkFixture& app) {
+    app.sdk->stop();
+    app.phone.runTurns();
+    EXPECT_EQ(app.phone.loop().pendingEvents(), 0U);
+    EXPECT_EQ(app.phone.runningBackgroundTasks(), 0U);
+    EXPECT_TRUE(app.phone.monitoredRegions().empty());
+    app.sdk->setBeaconsEnabled(true);
+    EXPECT_TRUE(app.start());
+    EXPECT_EQ(app.phone.rangedRegions().size(), 1U);
+}
+
+TEST(Reentrancy, EveryCallbackComesWhenTheHostOnlyListens) {
+    SdkFixture app;
+    app.inCallback = [](const std::string&) {};
+    live(app);
+    std::set<std::string> kinds;
+    for (const auto& line : app.journal) {
+        if (kCallbacks.contains(kindOf(line))) kinds.insert(kindOf(line));
+    }
+    EXPECT_EQ(kinds, kCallbacks);
+}
+
+class EveryCallback : public testing::TestWithParam<std::string> {};
+
+TEST_P(EveryCallback, TakesEveryOperation) {
+    for (const auto& operation : operations()) {
+        SCOPED_TRACE(operation.name);
+        SdkFixture app;
+        const auto heard = liveWith(app, GetParam(), operation);
+        if (operation.afterwards == Afterwards::nothing) {
+            EXPECT_THAT(heard, testing::IsEmpty());
+        }
+        if (operation.afterwards == Afterwards::ownBlocks) {
+            EXPECT_THAT(heard, testing::Each(testing::AnyOf("success", "failure")));
+        }
+        expectSound(app);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Reentrancy, EveryCallback, testing::ValuesIn(kCallbacks),
+                         [](const auto& callback) { return callback.param; });
+
+TEST(Reentrancy, StartThatFailsTakesEveryOperation) {
+    // Errors told from inside start: no namespace, no store, no geofences on this phone.
+    for (const int failure : {7, 604, 5}) {
+        for (const auto& operation : operations()) {
+            SCOPED_TRACE(operation.name + std::string(" in ") + std::to_string(failure));
+            SdkFixture app({.supportsGeofences = failure != 5});
+            app.start();
+            app.sdk->stop();
+            app.phone.runTurns();
+            if (failure == 7) app.sdk->setAppNamespace({});
+            if (failure == 5) app.settings.geofencingEnabled = true;
+            if (failure == 604) {
+                std::filesystem::remove_all(app.storeFile().parent_path());
+                std::ofstream(app.storeFile().parent_path()) << "a file";
+            }
+            app.inCallback = [&](const std::string& line) {
+                if (!line.starts_with("error")) return;
+                app.inCallback = {};
+                operation.run(app);
+            };
+            EXPECT_FALSE(app.sdk->start());
+            app.settle();
+            app.inCallback = {};
+            app.sdk->stop();
+            app.settings.geofencingEnabled = false;
+            std::filesystem::remove_all(app.storeFile().parent_path());
+            app.sdk->setAppNamespace("shop");
+            app.sdk->setBeaconsEnabled(true);
+            EXPECT_TRUE(app.start());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace quomi::test

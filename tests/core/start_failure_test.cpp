@@ -1,0 +1,249 @@
+#include "tests/support/sdk_fixture.h"
+
+#include <fstream>
+#include <iterator>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+namespace {
+
+using simulated::ScriptedAnswer;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+void write(const std::filesystem::path& file, const std::string& bytes) {
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
+std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Starts and expects this error in the out-parameter and, once, at the delegate; the SDK does not run afterwards.
+void expectFailure(SdkFixture& app, std::int64_t code, const std::string& description, bool runningWhenTold) {
+    app.journal.clear();
+    std::optional<Error> error;
+    EXPECT_FALSE(app.sdk->start(&error));
+    EXPECT_FALSE(app.sdk->isRunning());
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->domain, "QuomiErrorDomain");
+    EXPECT_EQ(error->code, code);
+    EXPECT_EQ(error->localizedDescription(), description);
+    EXPECT_EQ(app.lastError, error);
+    EXPECT_THAT(app.lines("error"),
+                ElementsAre("error " + std::to_string(code) + (runningWhenTold ? ", running" : "")));
+}
+
+std::string twice(const std::string& text) {
+    return text + ". " + text;
+}
+
+TEST(StartFailure, WithoutNamespace) {
+    const char* const description =
+        "The mandatory appNamespace property is not set. App namespace must be set before starting the SDK";
+    for (const std::optional<std::string>& text :
+         {std::optional<std::string>(), std::optional<std::string>(""), std::optional<std::string>(" \t\r\n"),
+          std::optional<std::string>("\xC2\xA0\xE2\x80\x83")}) {
+        SdkFixture app;
+        app.sdk->setAppNamespace(text);
+        EXPECT_EQ(app.sdk->appNamespace(), std::nullopt);
+        expectFailure(app, 7, description, false);
+        EXPECT_EQ(app.sdk->user(), nullptr) << "nothing was begun";
+        EXPECT_FALSE(std::filesystem::exists(app.storeFile()));
+        app.sdk->setAppNamespace("shop");
+        EXPECT_TRUE(app.start());
+    }
+}
+
+TEST(StartFailure, FileWhereTheStoreDirectoryBelongs) {
+    SdkFixture app;
+    write(app.storeFile().parent_path(), "a file");
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        expectFailure(app, 604,
+                      twice("Expected a directory and found a file during persistent storage directory creation"),
+                      false);
+        EXPECT_EQ(contentOf(app.storeFile().parent_path()), "a file");
+        EXPECT_THAT(app.lines("request"), IsEmpty());
+    }
+    std::filesystem::remove(app.storeFile().parent_path());
+    EXPECT_TRUE(app.start());
+}
+
+TEST(StartFailure, StoreThatIsNoneStaysAsItIs) {
+    for (const std::string& garbage : {std::string("garbage"), std::string(20000, 'g')}) {
+        SdkFixture app;
+        write(app.storeFile(), garbage);
+        expectFailure(app, 601,
+                      twice("Could not migrate storage store. Calling removeAllData method should help but will cause "
+                            "to destroy all stored data"),
+                      false);
+        EXPECT_EQ(contentOf(app.storeFile()), garbage);
+        EXPECT_THAT(app.lines("request"), IsEmpty());
+        std::filesystem::remove(app.storeFile());
+        EXPECT_TRUE(app.start());
+    }
+}
+
+TEST(StartFailure, NamespaceSetAfterAFailedStartIsTheOneThatIsUsed) {
+    SdkFixture app;
+    write(app.storeFile(), "garbage");
+    app.sdk->start();
+    app.sdk->setAppNamespace("other");
+    std::filesystem::remove(app.storeFile());
+    EXPECT_TRUE(app.start());
+    EXPECT_EQ(app.settings.namespace_, "other");
+}
+
+struct Answer {
+    const char* what;
+    ScriptedAnswer answer;
+    std::optional<std::int64_t> code;  // of the delegate's error
+};
+
+ScriptedAnswer recordWith(const char* key, std::optional<boost::json::value> value) {
+    auto record = applicationAnswer();
+    record.erase(key);
+    if (value) record[key] = *value;
+    return ScriptedAnswer::json(record);
+}
+
+std::vector<Answer> badAnswers() {
+    return {{"status 404", ScriptedAnswer::text("", 404), 404},
+            {"status 500 with a record", ScriptedAnswer::json(applicationAnswer(), 500), 500},
+            {"refused", ScriptedAnswer::failure(HttpFailureKind::connection), 1},
+            {"timeout", ScriptedAnswer::failure(HttpFailureKind::timeout), 2},
+            {"TLS", ScriptedAnswer::failure(HttpFailureKind::tls), 3},
+            {"no JSON", ScriptedAnswer::text("<html>"), 4},
+            {"empty", ScriptedAnswer::text(""), {}},
+            {"array", ScriptedAnswer::json(boost::json::array{1}), {}},
+            {"text", ScriptedAnswer::json("success"), {}},
+            {"success false", recordWith("success", false), {}},
+            {"no success", recordWith("success", {}), {}},
+            {"no namespace", recordWith("namespace_uid", {}), {}},
+            {"no normal UUID", recordWith("normal_proximity_uuid", {}), {}},
+            {"no secure UUID", recordWith("secure_proximity_uuid", nullptr), {}},
+            {"no service UUID", recordWith("service_proximity_uuid", {}), {}},
+            {"UUID that cannot be read", recordWith("normal_proximity_uuid", "6B6E1B5A-0C0D-4A6E-9E62"), {}}};
+}
+
+TEST(StartFailure, RecordThatCannotBeHad) {
+    for (const auto& [what, answer, code] : badAnswers()) {
+        SCOPED_TRACE(what);
+        SdkFixture app;
+        app.phone.transport().answer(kApplicationRequest, {answer, ScriptedAnswer::json(applicationAnswer())});
+        std::optional<Error> error = Error{"left over", 1, {}};
+        EXPECT_TRUE(app.sdk->start(&error));
+        EXPECT_EQ(error, std::nullopt);
+        app.settle(std::chrono::minutes(1));
+        EXPECT_FALSE(app.sdk->isRunning());
+        ASSERT_GE(app.journal.size(), 3U);
+        const std::vector ending(app.journal.begin() + 2, app.journal.end());
+        if (code) {
+            EXPECT_THAT(ending, ElementsAre("error " + std::to_string(*code) + ", running",
+                                            "console Quomi SDK Error: Failed to retrieve Quomi application data"));
+            EXPECT_EQ(app.lastError->domain, "QuomiHTTPErrorDomain");
+        } else {
+            EXPECT_THAT(ending, ElementsAre("console Quomi SDK Error: Failed to parse Quomi application data"))
+                << "the delegate is not told";
+        }
+        app.journal.clear();
+        EXPECT_TRUE(app.start()) << "once the server answers properly";
+        EXPECT_THAT(app.lines("error"), IsEmpty());
+        app.hear(1, -60);
+        EXPECT_EQ(app.lines("found").size(), 1U);
+    }
+}
+
+TEST(StartFailure, PhoneLacksWhatIsEnabled) {
+    struct Row {
+        bool beacons;
+        std::int64_t code;
+        const char* message;
+    };
+    for (const auto& row :
+         {Row{false, 5, "The device does not support region monitoring or significant location change monitoring"},
+          Row{true, 6, "The device does not support iBeacons. Support has been added with iOS 7.0"}}) {
+        SdkFixture app({.supportsBeacons = !row.beacons, .supportsGeofences = row.beacons});
+        bool& enabled = row.beacons ? app.settings.beaconEnabled : app.settings.geofencingEnabled;
+        EXPECT_FALSE(enabled);
+        enabled = true;
+        EXPECT_TRUE(app.sdk->start()) << "the record is not there yet";
+        app.settle();
+        EXPECT_FALSE(app.sdk->isRunning());
+        EXPECT_THAT(app.lines("error"), ElementsAre("error " + std::to_string(row.code) + ", running"));
+        EXPECT_THAT(app.lines("console"), IsEmpty());
+        expectFailure(app, row.code, twice(row.message), true);
+        app.settle();
+        EXPECT_THAT(app.lines("monitor"), IsEmpty());
+        EXPECT_EQ(app.phone.transport().requests(kUserRequest), 0U);
+        EXPECT_EQ(app.phone.transport().requests(kLimitsRequest), 2U) << "asked for before";
+        enabled = false;
+        EXPECT_TRUE(app.start());
+    }
+}
+
+TEST(StartFailure, UnknownSecurityModeHasNoErrorObject) {
+    SdkFixture app;
+    auto record = applicationAnswer();
+    record["anti_hacking_protocol"] = "quantum";
+    app.phone.transport().answer(kApplicationRequest, ScriptedAnswer::json(record));
+    app.sdk->setFileLogEnabled(true);
+    app.settings.beaconSecurityMode = 2;
+    EXPECT_TRUE(app.sdk->start());
+    app.settle();
+    EXPECT_FALSE(app.sdk->isRunning()) << "the asynchronous way";
+    std::optional<Error> error = Error{"left over", 1, {}};
+    EXPECT_FALSE(app.sdk->start(&error));
+    EXPECT_EQ(error, std::nullopt);
+    EXPECT_FALSE(app.sdk->isRunning());
+    const char* const console = "console Quomi SDK Error: Unsupported beacon security mode (2)";
+    EXPECT_THAT(app.lines("console"), ElementsAre(console, console));
+    EXPECT_THAT(app.lines("error"), IsEmpty());
+    EXPECT_THAT(app.debugLines(), ElementsAre("Quomi SDK Error: (null)", "Quomi SDK Error: (null)"));
+    app.settings.beaconSecurityMode = 0;
+    EXPECT_TRUE(app.start());
+}
+
+TEST(StartFailure, HostMayStopAndStartWhenItHearsOfIt) {
+    SdkFixture app;
+    app.phone.transport().answer(kApplicationRequest,
+                                 {ScriptedAnswer::text("", 500), ScriptedAnswer::json(applicationAnswer())});
+    app.inCallback = [&app](const std::string&) {
+        app.inCallback = {};
+        app.sdk->stop();
+        EXPECT_TRUE(app.sdk->start());
+    };
+    app.sdk->start();
+    app.settle();
+    EXPECT_TRUE(app.sdk->isRunning()) << "the first start's failure does not touch the second";
+    EXPECT_THAT(app.lines("console"),
+                ElementsAre("console Quomi SDK Error: Failed to retrieve Quomi application data"));
+    app.hear(1, -60);
+    EXPECT_EQ(app.lines("found").size(), 1U);
+}
+
+TEST(StartFailure, HostMayMendItAndStartAnewFromInsideTheFailingStart) {
+    SdkFixture app({.supportsGeofences = false});
+    ASSERT_TRUE(app.start());
+    app.sdk->stop();
+    app.settings.geofencingEnabled = true;
+    app.inCallback = [&app](const std::string&) {
+        app.inCallback = {};
+        app.sdk->stop();
+        app.sdk->setGeofencesEnabled(false);
+        EXPECT_TRUE(app.sdk->start());
+    };
+    std::optional<Error> error;
+    EXPECT_FALSE(app.sdk->start(&error)) << "this one failed";
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, 5);
+    EXPECT_TRUE(app.sdk->isRunning()) << "the one within did not";
+}
+
+}  // namespace
+}  // namespace quomi::test

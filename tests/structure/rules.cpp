@@ -1,0 +1,266 @@
+#include "tests/structure/rules.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string_view>
+
+namespace quomi::test {
+
+namespace {
+
+/// A group of files that share a floor.
+struct Room {
+    std::string_view name;
+    std::vector<std::string_view> standsOn;        ///< may include these, and whatever those stand on
+    std::vector<std::string_view> mayAlsoInclude;  ///< these as well, but not what they stand on
+};
+
+constexpr std::string_view kLowCoreFiles[] = {"errors", "settings", "user", "version"};
+
+const std::vector<Room>& rooms() {
+    static const std::vector<Room> all = {
+        {"util", {}, {}},
+        {"platform", {"util"}, {}},
+        {"low core", {"platform"}, {}},
+        {"diagnostics", {"low core"}, {}},
+        {"beacons", {"diagnostics"}, {}},
+        {"location", {"diagnostics"}, {}},
+        // The values of the rules lie below the data, their executors above it.
+        {"rules", {"beacons", "location"}, {"data", "api"}},
+        {"data", {"rules"}, {}},
+        {"api", {"data"}, {}},
+        // A watch near the roof that happens to be told of in the diagnostics.
+        {"authorization watch", {"data"}, {}},
+        {"core", {"api", "authorization watch"}, {}},
+        {"hosts/posix", {"core"}, {}},
+        {"hosts/simulated", {"hosts/posix"}, {}},
+        {"tools", {"hosts/simulated"}, {}},
+    };
+    return all;
+}
+
+/// Name of the room in which the file is; empty for those whose includes are free (tests, benchmarks, fuzzers).
+std::string roomOf(std::string_view path) {
+    if (path.starts_with("quomi/diagnostics/authorization_")) return "authorization watch";
+    if (path.starts_with("quomi/core/")) {
+        const std::string_view file = path.substr(11);
+        const auto isLow = [&](std::string_view name) { return file.substr(0, file.find('.')) == name; };
+        return std::ranges::any_of(kLowCoreFiles, isLow) ? "low core" : "core";
+    }
+    if (path.starts_with("quomi/")) return std::string(path.substr(6, path.find('/', 6) - 6));
+    if (path.starts_with("hosts/")) return std::string(path.substr(0, path.find('/', 6)));
+    return path.starts_with("tools/") ? "tools" : "";
+}
+
+bool contains(const std::vector<std::string_view>& names, std::string_view name) {
+    return std::ranges::find(names, name) != names.end();
+}
+
+bool standsOn(std::string_view from, std::string_view to) {
+    const auto room = std::ranges::find(rooms(), from, &Room::name);
+    if (room == rooms().end()) return false;
+    const auto reaches = [&](std::string_view below) { return below == to || standsOn(below, to); };
+    return std::ranges::any_of(room->standsOn, reaches);
+}
+
+bool mayInclude(std::string_view from, std::string_view to) {
+    if (from.empty() || from == to || standsOn(from, to)) return true;
+    const auto room = std::ranges::find(rooms(), from, &Room::name);
+    return room != rooms().end() && contains(room->mayAlsoInclude, to);
+}
+
+/// Where headers of a foreign library may be included; nowhere below quomi/, hosts/ and tools/ when there is no place.
+struct Library {
+    std::string_view header;  ///< its beginning
+    std::vector<std::string_view> places;
+};
+
+const std::vector<Library>& libraries() {
+    static const std::vector<Library> all = {
+        {"SQLiteCpp/", {"quomi/data/", "tools/"}},
+        {"sqlite3", {"quomi/data/", "tools/"}},
+        {"curl/", {"quomi/api/"}},
+        {"re2/", {"quomi/util/"}},
+        {"date/", {"quomi/util/", "hosts/", "tools/"}},
+        {"GeographicLib/", {"quomi/location/", "hosts/", "tools/"}},
+        {"CLI/", {"tools/"}},
+        {"httplib", {"tools/"}},
+        {"pugixml", {"tools/"}},
+        {"iostream", {"hosts/", "tools/"}},
+        {"cstdio", {"hosts/", "tools/"}},
+        {"stdio.h", {"hosts/", "tools/"}},
+        {"clocale", {}},
+        {"locale.h", {}},
+        {"regex", {}},
+        {"boost/json/src.hpp", {}},
+    };
+    return all;
+}
+
+constexpr std::string_view kForbiddenFunctions[] = {
+    "abort",     "exit",    "_Exit",   "_exit",    "quick_exit", "terminate", "signal",
+    "sigaction", "fork",    "vfork",   "system",   "setenv",     "unsetenv",  "putenv",
+    "setlocale", "chdir",   "fchdir",  "umask",    "printf",     "fprintf",   "vprintf",
+    "puts",      "fputs",   "putchar", "perror",   "snprintf",   "sprintf",   "strtod",
+    "strtof",    "stod",    "stof",    "atof",     "isdigit",    "sscanf",    "curl_global_cleanup",
+    "isalpha",   "isalnum", "isspace", "isxdigit", "tolower",    "toupper",   "sqlite3_shutdown",
+};
+constexpr std::string_view kForbiddenNames[] = {
+    "std::cout", "std::cerr", "std::clog", "std::cin", "stdout", "stderr", "fmt::print", "std::regex", "std::locale",
+};
+
+bool isWordCharacter(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+bool endsWord(std::string_view code, std::size_t end) {
+    return end >= code.size() || !isWordCharacter(code[end]);
+}
+
+/// A call of the plain function: not a member of something, not part of a longer name, not in a namespace of ours.
+bool isCall(std::string_view code, std::size_t at, std::size_t length) {
+    const std::string_view before = code.substr(0, at);
+    const std::size_t open = code.find_first_not_of(" \n\t", at + length);
+    if (open == std::string_view::npos || code[open] != '(') return false;
+    if (before.empty() || before.ends_with("std::")) return true;
+    if (before.ends_with("::")) return before.size() < 3 || !isWordCharacter(before[before.size() - 3]);
+    return !isWordCharacter(before.back()) && before.back() != '.' && !before.ends_with("->");
+}
+
+bool isName(std::string_view code, std::size_t at, std::size_t length) {
+    return (at == 0 || !isWordCharacter(code[at - 1])) && endsWord(code, at + length);
+}
+
+template <typename Matches>
+void findInCode(const SourceFile& source, std::string_view text, Matches matches, std::vector<std::string>& findings) {
+    const std::string_view code = source.code;
+    for (std::size_t at = code.find(text); at != code.npos; at = code.find(text, at + 1)) {
+        if (matches(code, at, text.size())) {
+            findings.push_back(source.path + ":" + std::to_string(lineOf(code, at)) + ": " + std::string(text));
+        }
+    }
+}
+
+bool isOf(const Library& library, const Include& include) {
+    if (!include.name.starts_with(library.header)) return false;
+    const std::string_view rest = std::string_view(include.name).substr(library.header.size());
+    return library.header.ends_with('/') || rest.empty() || rest.front() == '.';
+}
+
+std::string at(const SourceFile& source, const Include& include) {
+    const std::string name = include.isQuoted ? '"' + include.name + '"' : '<' + include.name + '>';
+    return source.path + ":" + std::to_string(include.line) + ": includes " + name;
+}
+
+/// Follows includes depth first and reports each one that leads back into the path walked.
+class CycleFinder {
+public:
+    explicit CycleFinder(const std::vector<SourceFile>& sources) {
+        for (const SourceFile& source : sources) files_[source.path] = &source;
+    }
+
+    std::vector<std::string> run() {
+        for (const auto& [path, source] : files_) visit(path);
+        return findings_;
+    }
+
+private:
+    void visit(const std::string& path) {
+        const auto file = files_.find(path);
+        if (file == files_.end()) return;
+        if (const auto begin = std::ranges::find(walked_, path); begin != walked_.end()) {
+            std::string cycle;
+            for (auto step = begin; step != walked_.end(); ++step) cycle += *step + " -> ";
+            findings_.push_back("include cycle: " + cycle + path);
+            return;
+        }
+        if (!done_.insert(path).second) return;
+        walked_.push_back(path);
+        for (const Include& include : file->second->includes) {
+            if (include.isQuoted) visit(include.name);
+        }
+        walked_.pop_back();
+    }
+
+    std::map<std::string, const SourceFile*> files_;
+    std::vector<std::string> walked_;
+    std::set<std::string> done_;
+    std::vector<std::string> findings_;
+};
+
+}  // namespace
+
+std::vector<std::string> findIncludeCycles(const std::vector<SourceFile>& sources) {
+    return CycleFinder(sources).run();
+}
+
+std::vector<std::string> findUnknownIncludes(const std::vector<SourceFile>& sources) {
+    std::set<std::string_view> known;
+    for (const SourceFile& source : sources) known.insert(source.path);
+    std::vector<std::string> findings;
+    for (const SourceFile& source : sources) {
+        for (const Include& include : source.includes) {
+            if (include.isQuoted && !known.contains(include.name)) {
+                findings.push_back(at(source, include) + ", which is no file of the project");
+            }
+        }
+    }
+    return findings;
+}
+
+std::vector<std::string> findUpwardIncludes(const std::vector<SourceFile>& sources) {
+    std::vector<std::string> findings;
+    for (const SourceFile& source : sources) {
+        const std::string from = roomOf(source.path);
+        for (const Include& include : source.includes) {
+            if (!include.isQuoted) continue;
+            const std::string to = roomOf(include.name);
+            if (!mayInclude(from, to)) findings.push_back(at(source, include) + ", which is not below " + from);
+        }
+    }
+    return findings;
+}
+
+std::vector<std::string> findMisplacedLibraries(const std::vector<SourceFile>& sources) {
+    std::vector<std::string> findings;
+    for (const SourceFile& source : sources) {
+        if (roomOf(source.path).empty()) continue;
+        const auto isHere = [&](std::string_view place) { return source.path.starts_with(place); };
+        for (const Include& include : source.includes) {
+            const auto isMisplaced = [&](const Library& library) {
+                return isOf(library, include) && !std::ranges::any_of(library.places, isHere);
+            };
+            if (std::ranges::any_of(libraries(), isMisplaced)) findings.push_back(at(source, include));
+        }
+    }
+    return findings;
+}
+
+std::vector<std::string> findForbiddenCalls(const std::vector<SourceFile>& sources) {
+    std::vector<std::string> findings;
+    for (const SourceFile& source : sources) {
+        if (!source.path.starts_with("quomi/")) continue;
+        for (const std::string_view function : kForbiddenFunctions) findInCode(source, function, isCall, findings);
+        for (const std::string_view name : kForbiddenNames) findInCode(source, name, isName, findings);
+    }
+    return findings;
+}
+
+std::vector<std::string> findUnguardedHeaders(const std::vector<SourceFile>& sources) {
+    std::vector<std::string> findings;
+    for (const SourceFile& source : sources) {
+        const bool isGuarded = source.code.find("#pragma once\n") != std::string::npos;
+        if (source.isHeader() && !isGuarded) findings.push_back(source.path + ": no #pragma once");
+    }
+    return findings;
+}
+
+std::vector<std::string> forbiddenCalls() {
+    std::vector<std::string> all;
+    for (const std::string_view function : kForbiddenFunctions) all.push_back(std::string(function) + "()");
+    for (const std::string_view name : kForbiddenNames) all.emplace_back(name);
+    return all;
+}
+
+}  // namespace quomi::test
