@@ -5,6 +5,7 @@
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/files.h"
 #include "quomi/util/json_readers.h"
 
 #include <memory>

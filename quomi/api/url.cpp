@@ -65,6 +65,8 @@ std::string percentEncoded(std::string_view text) {
 
 std::optional<std::string> normalizedHttpUrl(std::string_view url) {
     const std::string clean = withoutForbiddenCharacters(url);
+    // libcurl takes "http:///shop" for the host "shop".
+    if (clean.find(":///") != std::string::npos && clean.find(":///") == clean.find(':')) return std::nullopt;
     const CurlUrl parsed(curl_url(), &curl_url_cleanup);
     if (parsed == nullptr || curl_url_set(parsed.get(), CURLUPART_URL, clean.c_str(), 0) != CURLUE_OK) {
         return std::nullopt;

@@ -13,6 +13,7 @@
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/location/location_manager.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 
@@ -24,7 +25,8 @@ namespace quomi {
 Session::Session(const SessionContext& context)
     : context_(context),
       beaconRouter_(std::make_shared<BeaconRouter>(
-          context.host, [this](const boost::json::object& event) { logEvent(event); })) {}
+          context.host, [this](const boost::json::object& event) { logEvent(event); })),
+      locationDelegate_(std::make_shared<QuomiLocationDelegate>()) {}
 
 Session::~Session() = default;
 
@@ -95,10 +97,41 @@ bool Session::startLocation(std::optional<Error>* error) {
         assign(error, context_.errors.errorWithCode(ErrorCode::regionMonitoringUnsupported));
         return false;
     }
-    return true;
+    if (locationManager_ == nullptr) {
+        locationManager_ =
+            std::make_unique<QuomiLocationManager>(context_.platform, context_.settings, context_.debugLog);
+    }
+    locationManager_->setDelegate(locationDelegate_);
+    startLocationMonitoringWithBackgroundModeSupport();
+    locationManager_->removeAllRegions();
+    return locationManager_->regionMonitoringStarted() || locationManager_->startRegionMonitoring(error);
 }
 
-void Session::stopLocation() {}
+void Session::startLocationMonitoringWithBackgroundModeSupport() {
+    // Shared by the expiry and the work itself: whichever is first ends the task, the other finds it ended.
+    auto& application = context_.platform.application;
+    const auto task = std::make_shared<BackgroundTaskIdentifier>(kBackgroundTaskInvalid);
+    const auto end = [&application, task] {
+        application.endBackgroundTask(std::exchange(*task, kBackgroundTaskInvalid));
+    };
+    *task = application.beginBackgroundTask(end);
+    context_.platform.runLoop.postToGlobalQueue([weak = weak_from_this(), end] {
+        const auto session = weak.lock();
+        if (session != nullptr && session->locationManager_ != nullptr) {
+            session->locationManager_->startLocationMonitoring();
+        }
+        end();
+    });
+}
+
+void Session::stopLocation() {
+    if (locationManager_ == nullptr) return;
+    locationManager_->stopLocationMonitoring();
+    locationManager_->stopRegionMonitoring();
+    locationManager_->removeAllRegions();
+    locationManager_->setDelegate({});
+    context_.graveyard.release(std::move(locationManager_));
+}
 
 // Beacons
 

@@ -23,6 +23,8 @@ class QuomiBeaconManager;
 class QuomiData;
 class QuomiDataApiResponseParser;
 class QuomiErrors;
+class QuomiLocationManager;
+struct QuomiLocationDelegate;
 struct QuomiApplication;
 struct QuomiSettings;
 struct QuomiUser;
@@ -45,7 +47,7 @@ struct SessionContext {
 /// A start that fails half-way leaves its session to the next start, which goes on with what is there. A session that
 /// was shut down calls nobody any more; it is destroyed in a later turn, because `stop` may come from one of its own
 /// callbacks. Host's thread only.
-class Session {
+class Session : public std::enable_shared_from_this<Session> {
 public:
     using Application = std::optional<QuomiApplication>;
 
@@ -67,6 +69,7 @@ public:
     /// Downloads the device-wide event limits and stores them; errors go to the host.
     void downloadEventLimits();
 
+    /// Fails with 5 on a phone without geofences. No geofence of an earlier run is monitored afterwards.
     bool startLocation(std::optional<Error>* error);
     void stopLocation();
     /// False without an error when the security mode is one that the SDK does not know.
@@ -86,6 +89,7 @@ public:
                                std::function<void(const Error&)> failure);
 
 private:
+    void startLocationMonitoringWithBackgroundModeSupport();
     [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
     void applicationChanged(ApplicationEvent event);
 
@@ -94,6 +98,8 @@ private:
     std::unique_ptr<QuomiAPI> api_;
     std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
     std::shared_ptr<BeaconRouter> beaconRouter_;
+    std::shared_ptr<QuomiLocationDelegate> locationDelegate_;
+    std::unique_ptr<QuomiLocationManager> locationManager_;
     std::unique_ptr<QuomiBeaconManager> beaconManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
     bool isShutDown_ = false;

@@ -3,6 +3,8 @@
 #include "quomi/diagnostics/debug_log.h"
 #include "tests/support/sdk_fixture.h"
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,6 +12,7 @@ namespace quomi::test {
 namespace {
 
 using simulated::ScriptedAnswer;
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -129,6 +132,38 @@ TEST(Start, AnotherBaseURLIsAskedAfterAFailedStart) {
     EXPECT_THAT(app.journal, Contains("request GET http://other.test/api/u_applications/query.json"));
 }
 
+TEST(Start, LocationBeginsAsWorkOfTheGlobalQueueUnderABackgroundTask) {
+    SdkFixture app({.supportsBeacons = false});
+    ASSERT_TRUE(app.start());
+    ASSERT_TRUE(app.sdk->isRunning());
+    const auto begin = std::find(app.journal.begin(), app.journal.end(), "task begin");
+    ASSERT_NE(begin, app.journal.end());
+    const std::vector<std::string> location(begin, app.journal.end());
+    EXPECT_THAT(location, AllOf(Contains("updates significant on"), Contains("task end")));
+    EXPECT_LT(std::find(location.begin(), location.end(), "updates significant on"),
+              std::find(location.begin(), location.end(), "task end"));
+    EXPECT_EQ(app.phone.runningBackgroundTasks(), 0U);
+
+    // Stopped before the work's turn: it does nothing any more, but its task ends.
+    app.sdk->setGeofencesEnabled(false);
+    app.journal.clear();
+    app.sdk->setGeofencesEnabled(true);
+    app.sdk->stop();
+    app.settle();
+    EXPECT_THAT(app.lines("updates significant on"), IsEmpty());
+    EXPECT_EQ(app.phone.runningBackgroundTasks(), 0U);
+}
+
+TEST(Start, LeavesNoGeofenceOfAnEarlierRunMonitored) {
+    SdkFixture app({.supportsBeacons = false});
+    LocationServiceDelegate ignored;
+    const auto service = app.phone.platform().location.makeLocationService(ignored);
+    service->startMonitoring(CircularRegion{"old", {1, 2}, 100});
+    ASSERT_EQ(app.phone.monitoredRegions().size(), 1U);
+    ASSERT_TRUE(app.start());
+    EXPECT_THAT(app.phone.monitoredRegions(), IsEmpty());
+}
+
 TEST(Stop, EndsEverythingInOrder) {
     SdkFixture app;
     app.sdk->setFileLogEnabled(true);
@@ -147,7 +182,8 @@ TEST(Stop, EndsEverythingInOrder) {
     EXPECT_FALSE(app.sdk->isRunning());
     const auto expected =
         ElementsAre("request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json",
-                    "unrange Quomi beacon", "unmonitor Quomi beacon", "task end", "response cancelled");
+                    "updates significant off", "unrange Quomi beacon", "unmonitor Quomi beacon", "task end",
+                    "response cancelled");
     EXPECT_THAT(app.journal, expected);
     EXPECT_FALSE(storedIsStarted(app));
     app.settle(std::chrono::hours(1));

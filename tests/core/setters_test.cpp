@@ -141,7 +141,7 @@ TEST(Setters, GeofencesAndWhenInUseWarnOfEachOther) {
         EXPECT_FALSE(app.sdk->requestWhenInUseAuthorization());
         app.sdk->setGeofencesEnabled(true);
         EXPECT_TRUE(app.sdk->geofencesEnabled());
-        EXPECT_THAT(app.journal, ElementsAre(kWhenInUseWhileGeofences, kGeofencesWhileWhenInUse));
+        EXPECT_THAT(app.lines("console"), ElementsAre(kWhenInUseWhileGeofences, kGeofencesWhileWhenInUse));
     }
 }
 
@@ -197,11 +197,11 @@ TEST(Setters, AuthorizationIsAskedForAtTheNextStartOfBeacons) {
 TEST(Setters, ExtendedRangingReachesTheRunningManager) {
     SdkFixture app;
     ASSERT_TRUE(app.start());
-    EXPECT_THAT(app.lines("updates"), IsEmpty());
+    EXPECT_THAT(app.lines("updates standard"), IsEmpty());
     app.sdk->setUseExtendedBackgroundRangingTime(true);
-    EXPECT_THAT(app.lines("updates"), ElementsAre("updates standard on"));
+    EXPECT_THAT(app.lines("updates standard"), ElementsAre("updates standard on"));
     app.sdk->setUseExtendedBackgroundRangingTime(false);
-    EXPECT_THAT(app.lines("updates"), ElementsAre("updates standard on", "updates standard off"));
+    EXPECT_THAT(app.lines("updates standard"), ElementsAre("updates standard on", "updates standard off"));
 }
 
 }  // namespace
