@@ -4,6 +4,8 @@
 
 #include "quomi/api/api_client.h"
 #include "quomi/beacons/beacon_manager.h"
+#include "quomi/beacons/beacon_service_manager.h"
+#include "quomi/beacons/secure_beacon.h"
 #include "quomi/core/beacon_router.h"
 #include "quomi/core/deferred_release.h"
 #include "quomi/core/errors.h"
@@ -22,11 +24,18 @@
 
 namespace quomi {
 
+namespace {
+
+Uuid uuidOf(const std::string& text) { return Uuid::parse(text).value_or(Uuid()); }
+
+}  // namespace
+
 Session::Session(const SessionContext& context)
     : context_(context),
       beaconRouter_(std::make_shared<BeaconRouter>(
           context.host, [this](const boost::json::object& event) { logEvent(event); })),
-      locationDelegate_(std::make_shared<QuomiLocationDelegate>()) {}
+      locationDelegate_(std::make_shared<QuomiLocationDelegate>()),
+      beaconServiceDelegate_(std::make_shared<QuomiBeaconServiceManagerDelegate>()) {}
 
 Session::~Session() = default;
 
@@ -137,13 +146,18 @@ void Session::stopLocation() {
 
 std::unique_ptr<QuomiBeaconManager> Session::makeBeaconManager() const {
     const auto& settings = context_.settings;
-    if (settings.beaconSecurityMode == kBeaconSecurityModeNone) {
-        const auto uuid = Uuid::parse(settings.beaconProximityUUIDNormal).value_or(Uuid());
-        return std::make_unique<QuomiBeaconManager>(uuid, context_.platform, settings, context_.debugLog);
+    switch (settings.beaconSecurityMode) {
+        case kBeaconSecurityModeNone:
+            return std::make_unique<QuomiBeaconManager>(uuidOf(settings.beaconProximityUUIDNormal), context_.platform,
+                                                        settings, context_.debugLog);
+        case kBeaconSecurityModeRotatingAdvertisement:
+            return std::make_unique<QuomiSecureBeaconManager>(uuidOf(settings.beaconProximityUUIDSecure),
+                                                              context_.platform, settings, context_.debugLog);
+        default:
+            context_.platform.console.log(
+                fmt::format("Quomi SDK Error: Unsupported beacon security mode ({})", settings.beaconSecurityMode));
+            return nullptr;
     }
-    context_.platform.console.log(
-        fmt::format("Quomi SDK Error: Unsupported beacon security mode ({})", settings.beaconSecurityMode));
-    return nullptr;
 }
 
 bool Session::startBeacon(std::optional<Error>* error) {
@@ -152,16 +166,37 @@ bool Session::startBeacon(std::optional<Error>* error) {
         return false;
     }
     if (beaconManager_ == nullptr) beaconManager_ = makeBeaconManager();
+    if (beaconManager_ != nullptr) {
+        beaconManager_->setFarDistanceSplitThreshold(context_.settings.proximityFarSplitThreshold);
+        beaconManager_->setRequestWhenInUseAuthorization(context_.settings.requestWhenInUseAuthorization);
+        beaconManager_->setUseExtendedBackgroundRangingTime(context_.settings.useExtendedBackgroundRangingTime);
+        beaconManager_->setDelegate(beaconRouter_);
+    }
+    if (context_.settings.beaconServiceMonitorinEnabled && !startBeaconServiceMonitoring(error)) return false;
     // A start without an error object: deliberate, hosts take it as "this security mode is not for this version".
     if (beaconManager_ == nullptr) return false;
-    beaconManager_->setFarDistanceSplitThreshold(context_.settings.proximityFarSplitThreshold);
-    beaconManager_->setRequestWhenInUseAuthorization(context_.settings.requestWhenInUseAuthorization);
-    beaconManager_->setUseExtendedBackgroundRangingTime(context_.settings.useExtendedBackgroundRangingTime);
-    beaconManager_->setDelegate(beaconRouter_);
     return beaconManager_->isStarted() || beaconManager_->start(error);
 }
 
+bool Session::startBeaconServiceMonitoring(std::optional<Error>* error) {
+    if (beaconServiceManager_ == nullptr) {
+        beaconServiceManager_ = std::make_unique<QuomiBeaconServiceManager>(
+            uuidOf(context_.settings.beaconProximityUUIDService), context_.platform, context_.settings);
+    }
+    beaconServiceManager_->setDelegate(beaconServiceDelegate_);
+    // One that a failed start left running is no failure of the next start.
+    return beaconServiceManager_->isStarted() || beaconServiceManager_->start(error);
+}
+
+void Session::stopBeaconServiceMonitoring() {
+    if (beaconServiceManager_ == nullptr) return;
+    if (beaconServiceManager_->isStarted()) beaconServiceManager_->stop();
+    beaconServiceManager_->setDelegate({});
+    context_.graveyard.release(std::move(beaconServiceManager_));
+}
+
 void Session::stopBeacon() {
+    stopBeaconServiceMonitoring();
     if (beaconManager_ == nullptr) return;
     if (beaconManager_->isStarted()) beaconManager_->stop();
     beaconManager_->setDelegate({});

@@ -20,6 +20,8 @@ class DeviceCapabilities;
 class HostDelegate;
 class QuomiAPI;
 class QuomiBeaconManager;
+class QuomiBeaconServiceManager;
+struct QuomiBeaconServiceManagerDelegate;
 class QuomiData;
 class QuomiDataApiResponseParser;
 class QuomiErrors;
@@ -91,6 +93,8 @@ public:
 private:
     void startLocationMonitoringWithBackgroundModeSupport();
     [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
+    bool startBeaconServiceMonitoring(std::optional<Error>* error);
+    void stopBeaconServiceMonitoring();
     void applicationChanged(ApplicationEvent event);
 
     const SessionContext context_;
@@ -101,6 +105,8 @@ private:
     std::shared_ptr<QuomiLocationDelegate> locationDelegate_;
     std::unique_ptr<QuomiLocationManager> locationManager_;
     std::unique_ptr<QuomiBeaconManager> beaconManager_;
+    std::shared_ptr<QuomiBeaconServiceManagerDelegate> beaconServiceDelegate_;
+    std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
     bool isShutDown_ = false;
 };

@@ -56,13 +56,12 @@ LocalMoment localMoment(WallTime date, std::string_view zone) {
     return {time, date::floor<date::days>(time), offset};
 }
 
-/// The first moment of a local day.
-date::sys_seconds beginningOfDay(date::local_days day, const date::time_zone* zone) {
-    const date::local_seconds midnight = day;
-    const date::sys_seconds asUTC(midnight.time_since_epoch());
+/// The moment at which the zone's clocks first show a time, or skip it.
+date::sys_seconds momentOf(date::local_seconds time, const date::time_zone* zone) {
+    const date::sys_seconds asUTC(time.time_since_epoch());
     if (zone == nullptr) return asUTC;
     try {
-        const date::local_info info = zone->get_info(midnight);
+        const date::local_info info = zone->get_info(time);
         return info.result == date::local_info::nonexistent ? info.first.end : asUTC - info.first.offset;
     } catch (const std::exception&) {
         return asUTC;
@@ -108,8 +107,33 @@ int weekdayForDate(WallTime date, std::string_view zone) {
 
 int secondsSinceMidnightOfDate(WallTime date, std::string_view zone) {
     const WallTime bounded = std::clamp(date, kEarliest, kLatest);
-    const auto beginning = beginningOfDay(localMoment(bounded, zone).day, zoneNamed(zone));
+    const auto beginning = momentOf(localMoment(bounded, zone).day, zoneNamed(zone));
     return static_cast<int>(date::floor<seconds>(bounded - beginning).count());
+}
+
+CalendarTime calendarTimeOfDate(WallTime date, std::string_view zone) {
+    const LocalMoment moment = localMoment(date, zone);
+    const date::year_month_day day(moment.day);
+    const date::hh_mm_ss clock(date::floor<seconds>(moment.time - moment.day));
+    return {static_cast<int>(day.year()),
+            static_cast<int>(static_cast<unsigned>(day.month())),
+            static_cast<int>(static_cast<unsigned>(day.day())),
+            static_cast<int>(clock.hours().count()),
+            static_cast<int>(clock.minutes().count()),
+            static_cast<int>(clock.seconds().count()),
+            static_cast<int>(date::weekday(moment.day).c_encoding()) + 1};
+}
+
+std::optional<WallTime> dateOfCalendarTime(const CalendarTime& time, std::string_view zone) {
+    const auto isIn = [](int value, int least, int most) { return value >= least && value <= most; };
+    if (!isIn(time.year, 1, 9999) || !isIn(time.month, 1, 12) || !isIn(time.day, 1, 31) || !isIn(time.hour, 0, 23) ||
+        !isIn(time.minute, 0, 59) || !isIn(time.second, 0, 59)) {
+        return std::nullopt;
+    }
+    const auto day = date::year(time.year) / time.month / time.day;
+    if (!day.ok()) return std::nullopt;
+    return momentOf(date::local_days(day) + hours(time.hour) + minutes(time.minute) + seconds(time.second),
+                    zoneNamed(zone));
 }
 
 std::string logDateString(WallTime date, std::string_view zone) {

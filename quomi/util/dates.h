@@ -35,6 +35,22 @@ namespace QuomiUtils {
 /// shows. A day whose midnight the zone skips begins with its first moment, one with two midnights with the first.
 [[nodiscard]] int secondsSinceMidnightOfDate(WallTime date, std::string_view zone);
 
+/// A moment as calendar and clock of a zone show it. `weekday` as in `weekdayForDate`.
+struct CalendarTime {
+    int year = 0;
+    int month = 0;   ///< 1 to 12
+    int day = 0;     ///< 1 to 31
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    int weekday = 0;
+    bool operator==(const CalendarTime&) const = default;
+};
+[[nodiscard]] CalendarTime calendarTimeOfDate(WallTime date, std::string_view zone);
+/// The moment; `weekday` is not looked at. Of a time that comes twice the first, of one that is skipped the moment of
+/// the change. Empty when there is no such day or time.
+[[nodiscard]] std::optional<WallTime> dateOfCalendarTime(const CalendarTime& time, std::string_view zone);
+
 /// The date, or the given moment in its place.
 [[nodiscard]] inline WallTime nowDateIfNil(std::optional<WallTime> date, WallTime now) {
     return date.value_or(now);

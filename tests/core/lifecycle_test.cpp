@@ -43,7 +43,7 @@ TEST(Start, WithoutARecordAnswersYesAndGoesOnWhenItHasArrived) {
         ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response 200",
                     "request GET https://api.quomi.test/u_applications/limits.json", "response 200",
                     "request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json", "response 200"));
-    EXPECT_EQ(app.phone.monitoredRegions().size(), 1U);
+    EXPECT_THAT(app.lines("monitor"), ElementsAre("monitor Quomi beacon service", "monitor Quomi beacon"));
     EXPECT_EQ(app.phone.rangedRegions().size(), 1U);
     EXPECT_TRUE(storedIsStarted(app));
     EXPECT_THAT(app.debugLines(), Contains("Quomi SDK successfully started"));
@@ -68,6 +68,23 @@ TEST(Start, TakesTheSettingsOfTheRecord) {
         EXPECT_EQ(app.settings.beaconProximityUUIDService, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3");
         EXPECT_EQ(app.settings.proximityFarSplitThreshold, 12.0);
     }
+}
+
+TEST(Start, SecureBeaconsAreWatchedWhenTheRecordSaysSo) {
+    SdkFixture app;
+    auto answer = applicationAnswer();
+    answer["anti_hacking_protocol"] = "rotating_advertisement";
+    app.phone.transport().answer(kApplicationRequest, ScriptedAnswer::json(answer));
+    app.settings.beaconServiceMonitorinEnabled = false;
+    ASSERT_TRUE(app.start());
+    EXPECT_THAT(app.lines("monitor"), ElementsAre("monitor Quomi beacon"));
+    const auto secure = Uuid::parse(app.settings.beaconProximityUUIDSecure).value();
+    app.hear(1, -60);
+    app.phone.range({{secure, 0x12AB, 0xCD34, PlatformProximity::near, 1, -60}});
+    app.settle();
+    EXPECT_THAT(app.lines("found"), ElementsAre("found " + secure.string() + "/4779-52532"));
+    EXPECT_THAT(app.lines("event"), Contains(testing::HasSubstr(R"("major":"4660","minor":"43981")")))
+        << "the log has the true major and the code";
 }
 
 TEST(Start, ARelaunchFindsTheRecordAndCompletesAtOnce) {
@@ -99,7 +116,7 @@ TEST(Start, TwiceIsRefusedAndTheFirstGoesOn) {
         EXPECT_EQ(app.lastError, error);
         app.settle();
         EXPECT_THAT(app.lines("error"), ElementsAre("error 3, running"));
-        EXPECT_EQ(app.lines("monitor").size(), 1U);
+        EXPECT_EQ(app.lines("monitor").size(), 2U);
         app.hear(1, -60);
         EXPECT_THAT(app.journal, Contains("found " + SdkFixture::beacon(1)));
     }
@@ -182,8 +199,8 @@ TEST(Stop, EndsEverythingInOrder) {
     EXPECT_FALSE(app.sdk->isRunning());
     const auto expected =
         ElementsAre("request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json",
-                    "updates significant off", "unrange Quomi beacon", "unmonitor Quomi beacon", "task end",
-                    "response cancelled");
+                    "updates significant off", "unmonitor Quomi beacon service", "unrange Quomi beacon",
+                    "unmonitor Quomi beacon", "task end", "response cancelled");
     EXPECT_THAT(app.journal, expected);
     EXPECT_FALSE(storedIsStarted(app));
     app.settle(std::chrono::hours(1));

@@ -155,7 +155,8 @@ TEST(Setters, BeaconsAreSwitchedWhileRunning) {
     app.sdk->setBeaconsEnabled(true);
     app.sdk->setBeaconsEnabled(false);
     app.sdk->setBeaconsEnabled(false);
-    EXPECT_THAT(app.journal, ElementsAre("monitor Quomi beacon", "range Quomi beacon", "unrange Quomi beacon",
+    EXPECT_THAT(app.journal, ElementsAre("monitor Quomi beacon service", "monitor Quomi beacon", "range Quomi beacon",
+                                         "unmonitor Quomi beacon service", "unrange Quomi beacon",
                                          "unmonitor Quomi beacon"));
     app.journal.clear();
     app.sdk->setBeaconsEnabled(true);
@@ -172,7 +173,8 @@ TEST(Setters, BeaconsThatCannotStartWhileRunningAreReported) {
     app.journal.clear();
     app.sdk->clearDebugFile();
     app.sdk->setBeaconsEnabled(true);
-    EXPECT_THAT(app.journal, ElementsAre("console Quomi SDK Error: Unsupported beacon security mode (9)"));
+    EXPECT_THAT(app.journal, ElementsAre("console Quomi SDK Error: Unsupported beacon security mode (9)",
+                                         "monitor Quomi beacon service"));
     EXPECT_THAT(app.debugLines(), ElementsAre("Quomi SDK Error: (null)"));
     EXPECT_TRUE(app.sdk->isRunning());
     EXPECT_TRUE(app.sdk->beaconsEnabled());
@@ -189,7 +191,7 @@ TEST(Setters, AuthorizationIsAskedForAtTheNextStartOfBeacons) {
         app.settle();
         EXPECT_EQ(app.phone.platform().location.authorizationStatus(),
                   whenInUse ? AuthorizationStatus::authorizedWhenInUse : AuthorizationStatus::authorizedAlways);
-        EXPECT_EQ(app.lines("monitor").empty(), whenInUse);
+        EXPECT_EQ(app.lines("monitor Quomi beacon").size(), whenInUse ? 1U : 2U) << "that of service beacons always";
         EXPECT_EQ(app.lines("range").size(), 1U);
     }
 }
