@@ -45,29 +45,36 @@ void readJson(std::string_view text) {
     for (const auto& entry : replaced) require(!entry.value().is_null());
 }
 
+/// Written dates keep a day's distance to the first and the last year's end, so that no zone leads out of them.
+bool isAtCalendarsEdge(WallTime date) {
+    using namespace std::chrono;
+    return date < sys_days(year(1) / January / 2) || date >= sys_days(year(9999) / December / 30);
+}
+
 void readDate(std::string_view text) {
+    const std::optional<WallTime> date = QuomiUtils::isoDate(text);
     for (const std::string_view zone : {"UTC", "Europe/Berlin", "America/Santiago", "No/Zone"}) {
-        const std::optional<WallTime> date = QuomiUtils::isoDate(text);
         if (!date) break;
-        const std::string utc = QuomiUtils::stringUTCForDate(*date, zone);
-        const std::optional<WallTime> again = QuomiUtils::isoDate(utc);
-        require(again.has_value());
-        if (zone == "UTC") require(*again == std::chrono::floor<std::chrono::milliseconds>(*date));
         const int weekday = QuomiUtils::weekdayForDate(*date, zone);
         require(weekday >= 1 && weekday <= 7);
         const int seconds = QuomiUtils::secondsSinceMidnightOfDate(*date, zone);
         require(seconds >= 0 && seconds < 26 * 3600);
-        require(QuomiUtils::dayStringForDate(*date, zone) == utc.substr(0, 10));
-        require(QuomiUtils::parseLogDate(QuomiUtils::logDateString(*date, zone)).has_value());
+        require(QuomiUtils::stringUTCForDate(*date, zone).starts_with(QuomiUtils::dayStringForDate(*date, zone)));
+        static_cast<void>(QuomiUtils::logDateString(*date, zone));
     }
-    if (const auto date = QuomiUtils::parseLogDate(text)) {
-        static_cast<void>(QuomiUtils::descriptionOfDate(*date));
+    if (date) {
+        const auto again = QuomiUtils::isoDate(QuomiUtils::stringUTCForDate(*date, "UTC"));
+        require(again == std::chrono::floor<std::chrono::milliseconds>(*date) || isAtCalendarsEdge(*date));
+        require(QuomiUtils::parseLogDate(QuomiUtils::logDateString(*date, "UTC")).has_value());
+    }
+    if (const auto logDate = QuomiUtils::parseLogDate(text)) {
+        static_cast<void>(QuomiUtils::descriptionOfDate(*logDate));
     }
 }
 
 void readText(std::string_view text) {
     const auto bytes = QuomiUtils::hexStringToData(text);
-    require(bytes.size() <= text.size() / 2);
+    require(bytes.size() <= text.size());
     require(QuomiUtils::hexStringToData(QuomiUtils::dataToHexString(bytes)) == bytes);
     const std::string encoded = QuomiURLEncoder::URLEncodeString(text);
     require(encoded.size() >= text.size() && encoded.size() <= 3 * text.size());

@@ -250,6 +250,13 @@ std::optional<std::uint64_t> PosixFiles::size(const fs::path& path, std::error_c
     return std::nullopt;
 }
 
+bool PosixFiles::move(const fs::path& from, const fs::path& to, std::error_code& error) {
+    return guarded(error, [&] {
+        if (::rename(from.c_str(), to.c_str()) != 0) return fail(error, errno);
+        return synchronizeDirectory(directoryOf(to), error);
+    });
+}
+
 bool PosixFiles::remove(const fs::path& path, std::error_code& error) {
     error.clear();
     if (::unlink(path.c_str()) == 0 || errno == ENOENT || errno == ENOTDIR) return true;

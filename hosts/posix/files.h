@@ -39,6 +39,7 @@ public:
     bool truncate(const std::filesystem::path& path, std::uint64_t size, std::error_code& error) override;
     [[nodiscard]] std::optional<std::uint64_t> size(const std::filesystem::path& path,
                                                     std::error_code& error) const override;
+    bool move(const std::filesystem::path& from, const std::filesystem::path& to, std::error_code& error) override;
     bool remove(const std::filesystem::path& path, std::error_code& error) override;
 
 private:

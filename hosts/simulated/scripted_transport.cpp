@@ -1,5 +1,7 @@
 #include "hosts/simulated/scripted_transport.h"
 
+#include "quomi/api/url.h"
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
@@ -113,7 +115,9 @@ ScriptedAnswer ScriptedTransport::take(const std::string& key) {
 }
 
 std::unique_ptr<HttpTask> ScriptedTransport::send(HttpRequest request, Completion completion) {
-    auto answer = take(keyOf(request));
+    // What is no URL has no server that could answer it.
+    auto answer =
+        normalizedHttpUrl(request.url) ? take(keyOf(request)) : ScriptedAnswer::failure(HttpFailureKind::connection);
     const bool timesOut = answer.fail == HttpFailureKind::timeout || answer.delay > request.timeout;
     const auto delay = timesOut ? request.timeout : answer.delay;
     auto deliver = [alive = std::weak_ptr(alive_), timesOut, answer = std::move(answer),

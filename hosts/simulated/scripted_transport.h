@@ -36,8 +36,8 @@ struct ScriptedAnswer {
 /// An answer is found by its key, "METHOD URL" with the URL cut before its query: the path alone ("GET
 /// /u_beacons/query.json") where the URL begins with one of the base URLs, else the whole URL ("POST
 /// https://shop.test/hook"). The answers of a key are used up in order, the last one then repeats. A key without
-/// answers gets status 404 after 0.05 s. An answer that takes longer than the request's timeout is a timeout at that
-/// time. Host's thread only.
+/// answers gets status 404 after 0.05 s; what is no http or https URL ends as a connection that cannot be made. An
+/// answer that takes longer than the request's timeout is a timeout at that time. Host's thread only.
 class ScriptedTransport final : public HttpTransport {
 public:
     /// The loop outlives it.

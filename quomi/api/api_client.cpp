@@ -1,17 +1,19 @@
 #include "quomi/api/api_client.h"
 
-#include <utility>
-
 #include "quomi/api/url.h"
 #include "quomi/core/settings.h"
 #include "quomi/core/user.h"
 #include "quomi/core/version.h"
+#include "quomi/data/records.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/device.h"
 #include "quomi/platform/device_helpers.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
+#include "quomi/util/text.h"
+
+#include <utility>
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
@@ -22,7 +24,9 @@ namespace quomi {
 
 namespace {
 
-HttpHeaders jsonHeaders() { return {{"Content-Type", "application/json"}, {"Accept", "application/json"}}; }
+HttpHeaders jsonHeaders() {
+    return {{"Content-Type", "application/json"}, {"Accept", "application/json"}};
+}
 
 HttpSession::Success withBody(QuomiAPI::Success success) {
     return [success = std::move(success)](const boost::json::value& body, int) {
@@ -36,10 +40,16 @@ HttpSession::Failure withError(QuomiAPI::Failure failure) {
     };
 }
 
+HttpSession::Success withoutBody(QuomiAPI::Done success) {
+    return [success = std::move(success)](const boost::json::value&, int) {
+        if (success) success();
+    };
+}
+
 /// The user's own properties without the keys that the system fills itself.
 boost::json::object ownProperties(const QuomiUser& user) {
     auto properties = user.properties.value_or(boost::json::object());
-    for (const char* reserved : {"u_devices", "ext_id", "tags"}) properties.erase(reserved);
+    for (const char* reserved : {"u_devices", "ext_id", "tags"}) properties.stable_erase(reserved);
     if (user.userID) properties["ext_id"] = *user.userID;
     if (user.tags && !user.tags->empty()) properties["tags"] = boost::json::array(user.tags->begin(), user.tags->end());
     return properties;
@@ -52,7 +62,9 @@ QuomiAPI::QuomiAPI(std::string baseURL, const Platform& platform, const QuomiSet
       platform_(platform),
       settings_(settings),
       debugLog_(debugLog),
-      session_(platform.http, jsonHeaders(), toDuration(Seconds(settings.requestTimeout))) {
+      errors_(platform.localization),
+      session_(platform.http, jsonHeaders(), toDuration(Seconds(settings.requestTimeout))),
+      serverNotifications_(session_, settings, platform.runLoop, debugLog, errors_) {
     session_.setSuspended(platform.reachability.status() == NetworkStatus::notReachable);
     reachability_ = platform.reachability.observe(
         [this](NetworkStatus status) { session_.setSuspended(status == NetworkStatus::notReachable); });
@@ -60,13 +72,27 @@ QuomiAPI::QuomiAPI(std::string baseURL, const Platform& platform, const QuomiSet
 
 QuomiAPI::~QuomiAPI() = default;
 
-std::size_t QuomiAPI::getRequestQueueCount() const { return session_.requestCount(); }
+std::size_t QuomiAPI::getRequestQueueCount() const {
+    return session_.requestCount();
+}
 
-void QuomiAPI::cancelAllRequests() { session_.cancelAll(); }
+void QuomiAPI::cancelAllRequests() {
+    serverNotifications_.cancelAll();
+    session_.cancelAll();
+}
 
-std::string QuomiAPI::endpoint(std::string_view path) const { return joinUrl(baseURL_, path); }
+std::string QuomiAPI::endpoint(std::string_view path) const {
+    return joinUrl(baseURL_, path);
+}
 
-std::string QuomiAPI::udid() const { return QuomiUDID::udid(platform_.device); }
+std::string QuomiAPI::logEndpoint(std::string_view name) const {
+    // The namespace stands unescaped in the path: deliberate, the server matches it literally.
+    return endpoint(fmt::format("/u_applications/{}/{}", settings_.namespace_.value_or("(null)"), name));
+}
+
+std::string QuomiAPI::udid() const {
+    return QuomiUDID::udid(platform_.device);
+}
 
 void QuomiAPI::getApplicationWithNamespace(const std::string& appNamespace, Success success, Failure failure) {
     session_.get(withQuery(endpoint("/u_applications/query.json"), {{"namespace", appNamespace}}),
@@ -110,6 +136,65 @@ void QuomiAPI::setUserInformation(const QuomiUser& user, const std::string& appN
         });
 }
 
+void QuomiAPI::registerUdid(const std::string& udid, const std::optional<std::string>& appNamespace,
+                            std::span<const std::uint8_t> deviceToken, Done success, Failure failure) {
+    debugLog_.log("Registering device token...");
+    boost::json::object body;
+    if (appNamespace) body["namespace"] = *appNamespace;
+    body["udid"] = udid;
+    body["push_token"] = QuomiUtils::dataToHexString(deviceToken);
+    session_.post(joinUrl(settings_.deployment().apiBaseUrl, "/u_app_users/register_push_token.json"), body,
+                  withoutBody(std::move(success)), withError(std::move(failure)));
+}
+
+void QuomiAPI::sendLogEvent(const std::optional<WallTime>& logTime, const std::optional<std::string>& logData,
+                            Done success, Failure failure) {
+    boost::json::object body{{"udid", udid()}};
+    if (logTime) body["date"] = QuomiUtils::logDateString(*logTime, platform_.clock.timeZone());
+    if (auto data = logData ? parseJson(*logData) : std::nullopt) body["data"] = std::move(*data);
+    session_.post(logEndpoint("log.json"), body, withoutBody(std::move(success)), withError(std::move(failure)));
+}
+
+void QuomiAPI::sendEvent(const QuomiDebugLog& record, Done success, Failure failure) {
+    sendLogEvent(record.logTime, record.logData, std::move(success), std::move(failure));
+}
+
+void QuomiAPI::sendDLogEvent(const QuomiDLog& record, Done success, Failure failure) {
+    sendLogEvent(record.logTime, record.logData, std::move(success), std::move(failure));
+}
+
+void QuomiAPI::sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure) {
+    session_.post(
+        endpoint("/u_beacon_devices/battery_alert.json"),
+        {{"namespace", alert.appNamespace}, {"uuid", alert.proximityUUID}, {"battery_service_id", alert.serviceID}},
+        withoutBody(std::move(success)), withError(std::move(failure)));
+}
+
+void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
+                                           int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
+                                           Done enableBlock) {
+    serverNotifications_.send({url, std::move(actionExecutor), triggeredBy, std::move(infoDict), std::move(success),
+                               std::move(failure), std::move(enableBlock)});
+}
+
+void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
+                                           int triggeredBy, Done success, Failure failure, Done enableBlock) {
+    sendServerNotificationToURL(url, std::move(actionExecutor), triggeredBy, {}, std::move(success), std::move(failure),
+                                std::move(enableBlock));
+}
+
+void QuomiAPI::setCustomHeadersForServerNotificationRequest(Headers headers) {
+    customHeaders_ = std::move(headers);
+}
+
+void QuomiAPI::setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value) {
+    if (value) {
+        customHeaders_.insert_or_assign(name, std::move(*value));
+    } else {
+        customHeaders_.erase(name);
+    }
+}
+
 void QuomiAPI::sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, Done success, Failure failure) {
     const std::string zone = platform_.clock.timeZone();
     boost::json::array logs;
@@ -120,14 +205,8 @@ void QuomiAPI::sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, Done 
         log["date"] = QuomiUtils::logDateString(*record.logTime, zone);
         logs.push_back(std::move(log));
     }
-    // The namespace stands unescaped in the path: deliberate, the server matches it literally.
-    const auto path = fmt::format("/u_applications/{}/log_multi.json", settings_.namespace_.value_or("(null)"));
-    session_.post(
-        endpoint(path), {{"udid", udid()}, {"logs", std::move(logs)}},
-        [success = std::move(success)](const boost::json::value&, int) {
-            if (success) success();
-        },
-        withError(std::move(failure)));
+    session_.post(logEndpoint("log_multi.json"), {{"udid", udid()}, {"logs", std::move(logs)}},
+                  withoutBody(std::move(success)), withError(std::move(failure)));
 }
 
 }  // namespace quomi

@@ -1,36 +1,54 @@
 #pragma once
 
-#include <cstddef>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "quomi/api/http_session.h"
+#include "quomi/api/server_notification.h"
+#include "quomi/core/errors.h"
 #include "quomi/data/event_upload.h"
 #include "quomi/platform/platform.h"
 #include "quomi/platform/reachability.h"
 
-#include <boost/json/fwd.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <boost/json/value.hpp>
 
 namespace quomi {
 
 class DebugLog;
+class Uuid;
+struct BatteryAlert;
+struct QuomiDebugLog;
 struct QuomiSettings;
 struct QuomiUser;
+
+/// What a server answered to a download that failed: without a status it did not answer at all. The body is null when
+/// the answer was not decoded.
+struct DownloadResponse {
+    std::optional<int> status;
+    boost::json::value body;
+};
 
 /// The one client of the back office: knows its endpoints, their parameters and bodies.
 ///
 /// All requests are asynchronous. A callback runs at most once, on the host's thread, in a later turn; an empty one is
 /// not called; none runs after `cancelAllRequests` or the client's end. While the network cannot be reached requests
-/// wait instead of failing. Errors are of kHTTPErrorDomain. Host's thread only.
+/// wait instead of failing. Errors are of kHTTPErrorDomain unless an operation names its own. Host's thread only.
 class QuomiAPI : public EventUploader {
 public:
     /// Given the decoded answer.
     using Success = std::function<void(const boost::json::value&)>;
     using Done = std::function<void()>;
     using Failure = std::function<void(const Error&)>;
+    using DownloadFailure = std::function<void(const DownloadResponse&, const Error&)>;
+    using Headers = std::map<std::string, std::string, std::less<>>;
 
     /// A client of the server at the base URL; the request timeout is the settings' at this moment. Platform, settings
     /// and log outlive it.
@@ -38,21 +56,72 @@ public:
     ~QuomiAPI() override;
 
     [[nodiscard]] const std::string& baseURL() const { return baseURL_; }
-    /// Requests that have not ended, waiting ones included.
+    /// Requests that have not ended, waiting ones included; not server notifications between two tries.
     [[nodiscard]] std::size_t getRequestQueueCount() const;
-    /// Drops every request; nobody is called back for them.
+    /// Drops every request and every server notification between two tries; nobody is called back for them.
     void cancelAllRequests();
 
     /// The application record of the namespace.
     void getApplicationWithNamespace(const std::string& appNamespace, Success success, Failure failure);
     /// The device-wide event limits of the namespace.
     void getApplicationEventLimits(const std::string& appNamespace, Success success, Failure failure);
+    /// Downloads the geofences with their rules in a circle (degrees, metres), all or those that changed since the
+    /// date; all namespaces for an empty one. False, and no callback, with an error: 403 while an earlier download of
+    /// geofences runs; 401 for a radius below 1 and for degrees outside -90..90 and -180..180. Fails with 404 as
+    /// `getDataAtURL`.
+    bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng, double radius,
+                                        std::optional<WallTime> lastUpdateDate, Success success, Failure failure,
+                                        std::optional<Error>* error = nullptr);
+    /// Downloads the beacons of the UUID with their rules, perhaps only those of a major or minor, or those that
+    /// changed since the date; all namespaces for an empty one. Fails with 404 as `getDataAtURL`.
+    void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
+                                      std::optional<int> major, std::optional<int> minor,
+                                      std::optional<WallTime> lastUpdateDate, Success success, Failure failure);
+    /// The URLs of these downloads. The namespace stands in them as it is.
+    [[nodiscard]] std::string getURLForGeofencesWithNamespace(const std::string& appNamespace, float lat, float lng,
+                                                              float radius,
+                                                              std::optional<WallTime> lastUpdateDate) const;
+    [[nodiscard]] std::string getURLForBeaconsWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
+                                                            std::optional<int> major, std::optional<int> minor,
+                                                            std::optional<WallTime> lastUpdateDate) const;
+    /// Downloads JSON. Only status 200 is success; another one from 200 to 299 fails with 404, whose user info has the
+    /// status as "responseCode". A download that equals one which still waits to be sent joins it.
+    void getDataAtURL(const std::string& url, Success successBlock, DownloadFailure failedBlock);
+
     /// Tells the server who uses the device, with facts about the device.
     void setUserInformation(const QuomiUser& user, const std::string& appNamespace, Done success, Failure failure);
+    /// Registers the device's push token (bytes as the phone gave them). Always at the deployment's own server,
+    /// whatever the base URL: deliberate, that server alone sends pushes. No namespace is left out of the body.
+    void registerUdid(const std::string& udid, const std::optional<std::string>& appNamespace,
+                      std::span<const std::uint8_t> deviceToken, Done success, Failure failure);
+    /// Sends one event. What the record lacks, and data that is no JSON, is left out.
+    void sendEvent(const QuomiDebugLog& record, Done success, Failure failure);
+    void sendDLogEvent(const QuomiDLog& record, Done success, Failure failure);
     /// Sends a batch in order; the first record without time or data ends it.
     void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, Done success, Failure failure) override;
+    /// The alert's date stays here.
+    void sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure);
+
+    /// Asks a rule's server what to do, as ServerNotifications says. Success is an answer that is understood, before
+    /// anything comes of it; failures are the request's, or 405 for another answer.
+    void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
+                                     int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
+                                     Done enableBlock);
+    void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
+                                     int triggeredBy, Done success, Failure failure, Done enableBlock);
+
+    /// Headers meant for server notifications, by name. Kept, but never sent: deliberate, those go out with the headers
+    /// of all requests.
+    [[nodiscard]] const Headers& customHeadersForServerNotificationRequest() const { return customHeaders_; }
+    void setCustomHeadersForServerNotificationRequest(Headers headers);
+    /// Without a value the header goes.
+    void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
 private:
+    [[nodiscard]] bool mayDownloadGeofences(double lat, double lng, double radius, std::optional<Error>* error);
+    void sendLogEvent(const std::optional<WallTime>& logTime, const std::optional<std::string>& logData, Done success,
+                      Failure failure);
+    [[nodiscard]] std::string logEndpoint(std::string_view name) const;
     [[nodiscard]] std::string endpoint(std::string_view path) const;
     [[nodiscard]] std::string udid() const;
     [[nodiscard]] boost::json::object userInformation(const QuomiUser& user, const std::string& appNamespace) const;
@@ -61,7 +130,11 @@ private:
     const Platform& platform_;
     const QuomiSettings& settings_;
     DebugLog& debugLog_;
+    const QuomiErrors errors_;
     HttpSession session_;
+    ServerNotifications serverNotifications_;
+    Headers customHeaders_;
+    bool busyWithDownloadingGeofences_ = false;
     std::unique_ptr<ReachabilityObservation> reachability_;
 };
 

@@ -27,7 +27,7 @@ struct HttpSessionFailure {
 /// or after the session is gone. A callback may call every operation. Host's thread only.
 class HttpSession {
 public:
-    using Success = std::function<void(boost::json::value body, int status)>;
+    using Success = std::function<void(const boost::json::value& body, int status)>;
     using Failure = std::function<void(const HttpSessionFailure&)>;
 
     /// Headers are sent with every request; the transport outlives the session.
@@ -38,6 +38,9 @@ public:
 
     /// Queues a request to an absolute URL. One that is no http or https URL fails like a refused connection.
     void get(const std::string& url, Success success, Failure failure);
+    /// Like `get`, but joins an equal one that still waits to be sent: the one request answers all who asked for it, in
+    /// the order in which they did.
+    void getShared(const std::string& url, Success success, Failure failure);
     void post(const std::string& url, const boost::json::object& body, Success success, Failure failure);
 
     /// Requests that have not ended, waiting ones included.
@@ -49,7 +52,7 @@ public:
 
 private:
     struct Queue;
-    void enqueue(HttpRequest request, Success success, Failure failure);
+    void enqueue(HttpRequest request, bool isShared, Success success, Failure failure);
 
     HttpHeaders headers_;
     Duration timeout_;

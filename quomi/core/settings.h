@@ -71,6 +71,9 @@ struct QuomiSettings {
 
     [[nodiscard]] bool isFileLogEnabled() const { return fileLogEnabled; }
 
+    /// What the operator of the service supplied; the host's writes do not change it.
+    [[nodiscard]] const Deployment& deployment() const { return deployment_; }
+
     std::string baseAPIUrl;  ///< absolute http or https URL
     std::uint64_t apiVersion{};
     double requestTimeout{};                        ///< seconds

@@ -26,8 +26,8 @@ public:
     /// Where the store file lies: Library/Application Support/QuomiData of the app.
     [[nodiscard]] static std::filesystem::path dataStorageDirectory(const Platform& platform);
 
-    /// Opens the store, making it when there is none; the errors are those of StoreFile::open. Platform, errors and log
-    /// outlive the store.
+    /// Opens the store, making it when there is none; the errors are those of StoreFile::open, and 600 when the status
+    /// row can be neither read nor made. Platform, errors and log outlive the store.
     [[nodiscard]] static std::unique_ptr<QuomiData> create(const std::filesystem::path& file,
                                                            bool allowToDeleteStorageOnMigrationErrors,
                                                            const Platform& platform, const QuomiErrors& errors,

@@ -71,14 +71,21 @@ std::optional<std::vector<QuomiDLog>> EventUploadLoop::nextBatch() {
 
 bool EventUploadLoop::isInFlight(const std::vector<QuomiDLog>& batch) const {
     if (!currentBatchWithLogs_) return false;
-    // Another count stops the upload too: some batch is on its way.
-    return currentBatchWithLogs_->size() != batch.size() || *currentBatchWithLogs_ == batch;
+    // Another count stops the upload too: some batch is on its way. Lines are compared, not dates: around New Year a
+    // date does not come back from the batch file as it was.
+    const auto lineOf = [zone = platform_.clock.timeZone()](const QuomiDLog& record) {
+        return record.description(zone);
+    };
+    return currentBatchWithLogs_->size() != batch.size() ||
+           std::ranges::equal(batch, *currentBatchWithLogs_, {}, lineOf, lineOf);
 }
 
 void EventUploadLoop::batchArrived(std::uint64_t run) {
     if (run != run_) return;
     currentBatchWithLogs_.reset();
     logger_.clearTmpLogFile();
+    // A batch file that cannot be removed waits for the next firing: going on would send it over and over.
+    if (const auto left = logger_.getBatchOfQuomiDLogsFromTmpFile(); left && !left->empty()) return;
     uploadLogsInBatchesFromTmpFile();
 }
 

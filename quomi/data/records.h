@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,22 @@ struct QuomiApplication {
     std::string proximityUUIDService;
     std::string antiHackingProtocol;
     double proximityFarSplitThreshold = 10.0;  ///< metres
+};
+
+/// One event of the log, as the store once kept them.
+struct QuomiDebugLog {
+    std::optional<WallTime> logTime;     ///< when the event happened
+    std::optional<std::string> logData;  ///< the event's dictionary as a JSON object's text
+};
+
+/// A service beacon whose battery runs low, to be told to the server.
+struct BatteryAlert {
+    WallTime date{};
+    std::string appNamespace;
+    std::string proximityUUID;
+    std::string serviceID;  ///< the service identifier in decimal
+
+    bool operator==(const BatteryAlert&) const = default;
 };
 
 }  // namespace quomi

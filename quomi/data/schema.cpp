@@ -160,6 +160,14 @@ Entity beaconRule() {
     return entity;
 }
 
+std::string columnDefinition(const Attribute& attribute) {
+    return fmt::format("\"{}\" {}{}{}{}", attribute.name, columnType(attribute.type),
+                       attribute.optional ? "" : " NOT NULL", attribute.defaultValue.empty() ? "" : " DEFAULT ",
+                       attribute.defaultValue);
+}
+
+}  // namespace
+
 std::string_view columnType(AttributeType type) {
     switch (type) {
         case integer16:
@@ -177,14 +185,6 @@ std::string_view columnType(AttributeType type) {
     }
     return "BLOB";
 }
-
-std::string columnDefinition(const Attribute& attribute) {
-    return fmt::format("\"{}\" {}{}{}{}", attribute.name, columnType(attribute.type),
-                       attribute.optional ? "" : " NOT NULL", attribute.defaultValue.empty() ? "" : " DEFAULT ",
-                       attribute.defaultValue);
-}
-
-}  // namespace
 
 const std::vector<Entity>& currentSchema() {
     static const std::vector<Entity> entities{statusInfo(), application(),  debugLog(),   batteryAlert(), geofenceRegion(),

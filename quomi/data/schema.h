@@ -35,11 +35,14 @@ struct Entity {
 /// The column that holds a row's key, beside the attributes.
 inline constexpr std::string_view kKeyColumn = "_id";
 
+/// Type of the column that holds an attribute of the type, as SQL names it.
+[[nodiscard]] std::string_view columnType(AttributeType type);
+
 /// The nine entities of the current version, described once: the store's tables are made of this.
 [[nodiscard]] const std::vector<Entity>& currentSchema();
 
-/// The statements that make the entity's table and indices, one by one. Their texts are what tells a store of this
-/// version from any other.
+/// The statements that make the entity's table and indices, one by one. By their texts a store of this version
+/// is known at a glance; another order of its columns or other indices do not make it another version.
 [[nodiscard]] std::vector<std::string> createStatements(const Entity& entity);
 
 }  // namespace quomi

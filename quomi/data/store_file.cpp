@@ -1,12 +1,15 @@
 #include "quomi/data/store_file.h"
 
 #include <algorithm>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "quomi/core/errors.h"
+#include "quomi/data/migration.h"
 #include "quomi/data/schema.h"
+#include "quomi/data/schema_versions.h"
 #include "quomi/platform/files.h"
 
 #include <SQLiteCpp/Database.h>
@@ -21,7 +24,7 @@ namespace {
 
 constexpr int kBusyTimeoutMilliseconds = 1000;
 
-/// The file was read and is not a store of this version; everything else that fails is not its content's fault.
+/// The file was read and is not a store of any version; everything else that fails is not its content's fault.
 struct NotOurStore {};
 
 bool meansForeignContent(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
@@ -36,18 +39,59 @@ std::vector<std::string> schemaStatements() {
 }
 
 void createTables(SQLite::Database& database) {
-    SQLite::Transaction transaction(database);
-    for (const auto& statement : schemaStatements()) database.exec(statement);
+    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+    // Another process of the app may have been faster.
+    if (database.execAndGet("SELECT COUNT(*) FROM sqlite_master").getInt() > 0) return;
+    makeTables(database, currentSchema(), kCurrentVersionNumber);
     transaction.commit();
 }
 
-/// The statements that made the file's tables and indices, in order of creation.
-std::vector<std::string> statementsOf(const SQLite::Database& database) {
+/// The statements that made the file's tables and indices, in order of creation, and the file's mark.
+struct Contents {
     std::vector<std::string> statements;
-    SQLite::Statement query(database, "SELECT sql FROM sqlite_master WHERE sql IS NOT NULL ORDER BY rowid");
-    while (query.executeStep()) statements.push_back(query.getColumn(0).getString());
+    int mark = 0;
+};
+
+/// One query, because every opening pays for it.
+Contents contentsOf(const SQLite::Database& database) {
+    Contents contents;
+    SQLite::Statement query(database,
+                            "SELECT sql, (SELECT user_version FROM pragma_user_version) FROM sqlite_master"
+                            " WHERE sql IS NOT NULL ORDER BY rowid");
+    while (query.executeStep()) {
+        contents.statements.push_back(query.getColumn(0).getString());
+        contents.mark = query.getColumn(1).getInt();
+    }
+    return contents;
+}
+
+std::vector<std::string> indexStatements(std::vector<std::string> statements) {
+    std::erase_if(statements, [](const std::string& text) { return text.starts_with("CREATE TABLE"); });
+    std::sort(statements.begin(), statements.end());
     return statements;
 }
+
+/// Gives a store of the current version that was made with other indices, or without a mark, those of now.
+void renewIndices(SQLite::Database& database, const Contents& contents) {
+    const auto wanted = indexStatements(schemaStatements());
+    if (contents.mark == kCurrentVersionNumber && indexStatements(contents.statements) == wanted) return;
+    std::vector<std::string> names;
+    SQLite::Statement query(database, "SELECT name FROM sqlite_master WHERE type = 'index' AND sql IS NOT NULL");
+    while (query.executeStep()) names.push_back(query.getColumn(0).getString());
+    query.reset();
+    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+    for (const auto& name : names) database.exec(fmt::format("DROP INDEX \"{}\"", name));
+    for (const auto& statement : wanted) database.exec(statement);
+    database.exec(fmt::format("PRAGMA user_version = {}", kCurrentVersionNumber));
+    transaction.commit();
+}
+
+/// Whether closing the last connection leaves the write-ahead log as it is instead of taking it into the file.
+void keepLog(SQLite::Database& database, bool keep) {
+    sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
+}
+
+bool isReadOnly(const SQLite::Database& database) { return sqlite3_db_readonly(database.getHandle(), "main") == 1; }
 
 void configure(SQLite::Database& database) {
     database.exec("PRAGMA journal_mode = WAL");
@@ -55,14 +99,49 @@ void configure(SQLite::Database& database) {
     database.exec("PRAGMA foreign_keys = ON");
 }
 
-std::unique_ptr<SQLite::Database> openDatabase(const std::filesystem::path& file) {
+enum class Found { nothing, earlierVersion, currentVersion, currentAsMadeNow };
+
+Found lookAt(const SQLite::Database& database, const Contents& contents) {
+    if (contents.statements.empty()) return Found::nothing;
+    if (contents.mark == kCurrentVersionNumber && contents.statements == schemaStatements()) {
+        return Found::currentAsMadeNow;
+    }
+    const SchemaVersion* version = findVersion(database);
+    if (version == nullptr) throw NotOurStore();
+    return version->number == kCurrentVersionNumber ? Found::currentVersion : Found::earlierVersion;
+}
+
+/// The connection to a store of the current version, made where there was nothing; null when it is of an earlier one.
+std::unique_ptr<SQLite::Database> openDatabase(const std::filesystem::path& file, const Files& files) {
     auto database = std::make_unique<SQLite::Database>(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                                                        kBusyTimeoutMilliseconds);
-    const auto present = statementsOf(*database);
-    if (!present.empty() && present != schemaStatements()) throw NotOurStore();
+    std::error_code ignored;
+    keepLog(*database, files.size(file.string() + "-wal", ignored).value_or(0) > 0);  // it may be someone else's
+    const auto contents = contentsOf(*database);
+    const Found found = lookAt(*database, contents);
+    // SQLite opens for reading what it may not write, and would fail no earlier than at the first change.
+    if (isReadOnly(*database)) throw SQLite::Exception("the file cannot be written", SQLITE_READONLY);
+    keepLog(*database, false);
+    if (found == Found::earlierVersion) return nullptr;
     configure(*database);
-    if (present.empty()) createTables(*database);
+    if (found == Found::nothing) createTables(*database);
+    if (found == Found::currentVersion) renewIndices(*database, contents);
     return database;
+}
+
+/// The same after as many steps of migration as it takes.
+std::unique_ptr<SQLite::Database> openOrMigrate(const std::filesystem::path& file, Files& files) {
+    auto database = openDatabase(file, files);
+    while (database == nullptr) {
+        migrateOneStep(file, files);
+        database = openDatabase(file, files);
+    }
+    removeMigrationLeftovers(file, files);
+    return database;
+}
+
+bool isSound(SQLite::Database& database) {
+    return database.execAndGet("PRAGMA quick_check(1)").getString() == "ok";
 }
 
 bool prepareDirectory(const std::filesystem::path& directory, Files& files, const QuomiErrors& errors,
@@ -93,7 +172,9 @@ bool deleteStore(const std::filesystem::path& file, Files& files, const QuomiErr
                  std::optional<Error>* error) {
     std::error_code failure;
     bool removed = true;
-    for (const char* suffix : {"", "-wal", "-shm"}) removed = files.remove(file.string() + suffix, failure) && removed;
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+        removed = files.remove(file.string() + suffix, failure) && removed;
+    }
     if (!removed) assign(error, errors.errorWithCode(ErrorCode::storeDeletion));
     return removed;
 }
@@ -127,13 +208,18 @@ std::unique_ptr<StoreFile> StoreFile::open(const std::filesystem::path& file, bo
     for (bool deleted = false;; deleted = true) {
         if (!prepareFile(file, files, errors, error)) return nullptr;
         try {
-            return std::unique_ptr<StoreFile>(new StoreFile(openDatabase(file), errors));
+            auto database = openOrMigrate(file, files);
+            if (allowDeletion && !isSound(*database)) throw NotOurStore();
+            return std::unique_ptr<StoreFile>(new StoreFile(std::move(database), errors));
         } catch (const NotOurStore&) {
         } catch (const SQLite::Exception& exception) {
             if (!meansForeignContent(exception.getErrorCode())) {
                 assign(error, errors.errorWithCode(ErrorCode::storeOpening, exception.what()));
                 return nullptr;
             }
+        } catch (const std::system_error& failure) {
+            assign(error, errors.errorWithCode(ErrorCode::storeOpening, failure.what()));
+            return nullptr;
         }
         if (!allowDeletion || deleted) {
             assign(error, errors.errorWithCode(ErrorCode::storeMigration));

@@ -24,10 +24,12 @@ class QuomiErrors;
 /// a sound file. One thread at a time.
 class StoreFile {
 public:
-    /// Opens the file, making it and its directory when they are not there. Fails, leaving what is there untouched:
-    /// 604 when a file stands where the directory belongs, 601 when the file is not a store of this version, 603 with
-    /// the reason when it cannot be read, written or locked. With `allowDeletion` a file that is not a store of this
-    /// version is deleted and made anew (602 when it cannot be deleted).
+    /// Opens the file, making it and its directory when they are not there, and taking a store of an earlier version to
+    /// the current one. Fails: 604 when a file stands where the directory belongs, 601 when the file is no store of any
+    /// version, 603 with the reason when it cannot be read, written or locked. What is there stays untouched then, but
+    /// for a store of an earlier version, which may have become one of a later. With `allowDeletion` the whole file is
+    /// checked, and one that is damaged or no store of any version is deleted and made anew (602 when it cannot be
+    /// deleted).
     [[nodiscard]] static std::unique_ptr<StoreFile> open(const std::filesystem::path& file, bool allowDeletion,
                                                          Files& files, const QuomiErrors& errors,
                                                          std::optional<Error>* error);

@@ -48,6 +48,9 @@ public:
     /// Size in bytes; empty when there is no such file.
     [[nodiscard]] virtual std::optional<std::uint64_t> size(const std::filesystem::path& path,
                                                             std::error_code& error) const = 0;
+    /// Moves the file into the place of another one in the same directory, or of none: after a kill or a loss of power
+    /// at any moment the one or the other is there, whole. The caller has forced the file itself to the disk.
+    virtual bool move(const std::filesystem::path& from, const std::filesystem::path& to, std::error_code& error) = 0;
     /// Removes a file; true also when there was none.
     virtual bool remove(const std::filesystem::path& path, std::error_code& error) = 0;
 };

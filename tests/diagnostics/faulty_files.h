@@ -45,6 +45,7 @@ public:
     [[nodiscard]] std::optional<std::uint64_t> size(const Path& path, Code& error) const override {
         return files_.size(path, error);
     }
+    bool move(const Path& from, const Path& to, Code& error) override { return files_.move(from, to, error); }
     bool remove(const Path& path, Code& error) override { return files_.remove(path, error); }
 
 protected:
@@ -83,6 +84,9 @@ public:
     }
     bool truncate(const Path& path, std::uint64_t size, Code& error) override {
         return change(error) && files_.truncate(path, size, error);
+    }
+    bool move(const Path& from, const Path& to, Code& error) override {
+        return change(error) && files_.move(from, to, error);
     }
     bool remove(const Path& path, Code& error) override { return change(error) && files_.remove(path, error); }
 

@@ -82,20 +82,20 @@ TEST_F(ScriptedTransportTest, EveryWayToEndHasItsTimeAndWord) {
         std::string end;
     };
     const std::vector<Case> cases = {
-        {{.body = " \n"}, "50 u 200"},
-        {{.body = "<html>"}, "50 u invalid"},
-        {{.status = 500, .body = "<html>"}, "50 u 500"},
-        {{.body = "[1]", .delay = 25s}, "25000 u 200"},
-        {{.body = "[1]", .delay = 25001ms}, "25000 u timeout"},
-        {{.delay = 1s, .fail = HttpFailureKind::timeout}, "25000 u timeout"},
-        {{.delay = 1s, .fail = HttpFailureKind::connection}, "1000 u connection"},
-        {{.delay = 30s, .fail = HttpFailureKind::tls}, "25000 u timeout"},
-        {{.fail = HttpFailureKind::tls}, "50 u tls"},
+        {{.body = " \n"}, "50 http://u/ 200"},
+        {{.body = "<html>"}, "50 http://u/ invalid"},
+        {{.status = 500, .body = "<html>"}, "50 http://u/ 500"},
+        {{.body = "[1]", .delay = 25s}, "25000 http://u/ 200"},
+        {{.body = "[1]", .delay = 25001ms}, "25000 http://u/ timeout"},
+        {{.delay = 1s, .fail = HttpFailureKind::timeout}, "25000 http://u/ timeout"},
+        {{.delay = 1s, .fail = HttpFailureKind::connection}, "1000 http://u/ connection"},
+        {{.delay = 30s, .fail = HttpFailureKind::tls}, "25000 http://u/ timeout"},
+        {{.fail = HttpFailureKind::tls}, "50 http://u/ tls"},
     };
     for (const auto& some : cases) {
         VirtualLoop loop;
         ScriptedTransport scripted(loop);
-        scripted.answer("GET u", some.answer);
+        scripted.answer("GET http://u/", some.answer);
         std::vector<std::string> ends;
         PhoneObserver observer;
         observer.response = [&](const std::string& url, const ResponseOutcome& outcome) {
@@ -104,7 +104,7 @@ TEST_F(ScriptedTransportTest, EveryWayToEndHasItsTimeAndWord) {
                                        status != nullptr ? std::to_string(*status) : std::get<std::string>(outcome)));
         };
         ObservedTransport http(scripted, observer);
-        const auto task = http.send({"GET", "u", {}, {}, 25s}, [](const HttpResult&) {});
+        const auto task = http.send({"GET", "http://u/", {}, {}, 25s}, [](const HttpResult&) {});
         loop.advanceBy(60s);
         EXPECT_THAT(ends, ElementsAre(some.end));
     }
@@ -122,14 +122,14 @@ TEST_F(ScriptedTransportTest, ADroppedTaskIsCancelledAndNeverCompletes) {
 TEST_F(ScriptedTransportTest, ATaskMayBeDroppedInsideItsCompletion) {
     std::unique_ptr<HttpTask> task;
     int completions = 0;
-    task = http_.send({"GET", "u", {}, {}, 25s}, [&](const HttpResult&) {
+    task = http_.send({"GET", "http://u/", {}, {}, 25s}, [&](const HttpResult&) {
         ++completions;
         task.reset();
         ++completions;
     });
     loop_.advanceBy(1s);
     EXPECT_EQ(completions, 2);
-    EXPECT_THAT(log_, ElementsAre("50 u 404"));
+    EXPECT_THAT(log_, ElementsAre("50 http://u/ 404"));
 }
 
 }  // namespace

@@ -57,6 +57,27 @@ TEST(BackofficeCommand, PrintsItsAddressAndEachRequest) {
     EXPECT_EQ(outcome.out.find('\x1b'), std::string::npos) << "foreign bytes reach the terminal";
 }
 
+TEST(BackofficeCommand, GoesOnWithTheInboxOfItsFile) {
+    const auto file = std::filesystem::temp_directory_path() / "quomi_backoffice_kept.sqlite";
+    std::filesystem::remove(file);
+    const std::string body =
+        R"({"namespace": "corner-and-oak", "udid": "U", "push_token": "0123456789abcdef0123456789abcdef"})";
+    for (const char* tokens : {"push tokens: 1,", "push tokens: 2,"}) {
+        const Outcome outcome =
+            run({kExample, "--port", "0", "--keep", file.string()}, [&](const std::string& printed) {
+                httplib::Client client("127.0.0.1", portIn(printed));
+                EXPECT_EQ(client.Post("/u_app_users/register_push_token.json", body, "application/json")->status, 200);
+                EXPECT_THAT(client.Get("/")->body, HasSubstr(tokens));
+            });
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(outcome.out.find("456789abcdef"), std::string::npos) << outcome.out;
+    }
+    std::filesystem::remove(file);
+    const Outcome refused = run({kExample, "--port", "0", "--keep", "/nowhere/kept.sqlite"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.err, HasSubstr("/nowhere/kept.sqlite: expected a file"));
+}
+
 TEST(BackofficeCommand, RefusesBadArgumentsAndCampaigns) {
     const auto broken = std::filesystem::temp_directory_path() / "quomi_backoffice_broken.json";
     std::ofstream(broken) << R"({"application": {"namespace_uid": "a"}, "limits": {"max_events": "3"}})";

@@ -1,5 +1,6 @@
 #include "tools/quomi/backoffice.h"
 
+#include "quomi/util/dates.h"
 #include "tools/quomi/backoffice_page.h"
 
 #include <array>
@@ -11,6 +12,7 @@
 
 #include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <httplib.h>
 
@@ -27,6 +29,12 @@ constexpr const char* kJson = "application/json";
 constexpr const char* kUserPath = "/u_app_users/find_or_create_by_udid.json";
 constexpr const char* kLogPath = "/u_applications/shop/log.json";
 constexpr const char* kBatchPath = "/u_applications/shop/log_multi.json";
+constexpr const char* kTokenPath = "/u_app_users/register_push_token.json";
+constexpr const char* kAlertPath = "/u_beacon_devices/battery_alert.json";
+constexpr const char* kToken =
+    R"({"namespace": "shop", "udid": "U", "push_token": "0123456789abcdef0123456789abcdef"})";
+constexpr const char* kAlert = R"({"namespace": "shop", "uuid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B92",
+    "battery_service_id": "70001"})";
 constexpr const char* kEvent = R"({"udid": "U", "date": "2031-05-04 09:30:00 +0000", "data": {"type": "view"}})";
 
 Campaign campaignOf(const std::string& text) {
@@ -39,7 +47,9 @@ Campaign campaignOf(const std::string& text) {
 Campaign shop() {
     return campaignOf(R"({"application": {"namespace_uid": "shop", "anti_hacking_protocol": "none",
         "max_distance_medium_far": 12.5}, "limits": {"max_events": 3, "min_interval": 20},
-        "beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}]})");
+        "beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}],
+        "geofences": [{"id": "g", "lat": 52.5, "lng": 13.25, "radius": 0.5}],
+        "remove_beacon_ids": ["old"], "remove_geofence_ids": ["x", "y"], "valid_for": 90})");
 }
 
 json::object user() {
@@ -57,6 +67,10 @@ json::object user() {
 
 std::string userBody(const json::object& record) {
     return json::serialize(json::object{{"u_app_user", record}});
+}
+
+std::string replaced(std::string text, std::string_view from, std::string_view to) {
+    return text.replace(text.find(from), from.size(), to);
 }
 
 int connectedTo(int port, int receiveBuffer = 65536) {
@@ -123,16 +137,42 @@ TEST_F(BackofficeTest, ServesApplicationAndLimits) {
                  {{"success", true}, {"max_events", 3}, {"min_interval", 20}});
 }
 
+TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
+    backoffice_.setNow([] { return *QuomiUtils::isoDate("2031-05-04T23:59:00Z"); });
+    const json::object beacon{{"id", "b"}, {"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}};
+    expectAnswer(
+        client_.Get("/u_beacons/query.json?api_version=3&proximity_uid=5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90"
+                    "&udid=U&namespace=shop"),
+        {{"u_beacons", json::array{beacon}},
+         {"query_params",
+          {{"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}, {"namespace", "shop"}, {"api_version", 3}}},
+         {"valid_until", "2031-05-05T00:00:30.000Z"},
+         {"remove_ids", {"old"}}});
+    const json::object geofence{{"id", "g"}, {"lat", 52.5}, {"lng", 13.25}, {"radius", 0.5}};
+    expectAnswer(client_.Get("/u_geofences/query.json?api_version=3&lat=52.500000&lng=13.250000&radius=100.000000"
+                             "&udid=U&namespace=shop&updated_at=2031-05-01T00:00:00.000Z"),
+                 {{"u_geofences", json::array{geofence}},
+                  {"query_params",
+                   {{"lat", 52.5},
+                    {"lng", 13.25},
+                    {"radius", 100.0},
+                    {"namespace", "shop"},
+                    {"api_version", 3},
+                    {"updated_at", "2031-05-01T00:00:00.000Z"}}},
+                  {"valid_until", "2031-05-05T00:00:30.000Z"},
+                  {"remove_ids", {"x", "y"}}});
+    expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop&proximity_uid=1"), 400, "\"proximity_uid\"");
+    expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop&lat=1&lng=1&radius=%ff"), 400, "\"radius\"");
+}
+
 TEST_F(BackofficeTest, RefusesWhatItDoesNotServe) {
-    for (const std::string path : {"/u_applications/query.json", "/u_applications/limits.json"}) {
+    for (const std::string path : {"/u_applications/query.json", "/u_applications/limits.json", "/u_beacons/query.json",
+                                   "/u_geofences/query.json"}) {
         expectRefusal(client_.Get(path + "?namespace=other"), 404, "\"other\" is unknown");
         expectRefusal(client_.Get(path + "?namespace=%ff%1b"), 404, "is unknown");
         expectRefusal(client_.Get(path), 400, "namespace");
         expectRefusal(client_.Post(path + "?namespace=shop", "{}", kJson), 405, "GET only");
     }
-    expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop"), 404, "not served by this version");
-    expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop"), 404, "not served by this version");
-    expectRefusal(client_.Post("/u_beacon_devices/battery_alert.json", "{}", kJson), 404, "not served by this version");
     expectRefusal(client_.Get("/favicon.ico"), 404, "no such endpoint");
     expectRefusal(client_.Get("/" + std::string(8000, 'a')), 404, "no such endpoint");
     expectRefusal(client_.Post("/u_applications//log.json", kEvent, kJson), 404, "no such endpoint");
@@ -161,6 +201,22 @@ TEST_F(BackofficeTest, KeepsUsersAndEvents) {
     EXPECT_THAT(events, ElementsAre("U|2031-05-04 09:30:00 +0000|{\"type\":\"view\"}", "V|1.5E0|null", "W|d1|{\"n\":1}",
                                     "W|d2|null"));
     EXPECT_EQ(backoffice_.inbox().counts().events, 4U);
+}
+
+TEST_F(BackofficeTest, KeepsPushTokensAndBatteryAlerts) {
+    expectAnswer(client_.Post(kTokenPath, kToken, kJson), {{"success", true}});
+    expectAnswer(client_.Post(kAlertPath, kAlert, kJson), {{"success", true}});
+    const std::vector<Received> all = backoffice_.inbox().all();
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_EQ(all[0].kind, ReceivedKind::pushToken);
+    EXPECT_EQ(all[0].udid, "U");
+    EXPECT_EQ(all[0].content, R"({"push_token":"0123456789abcdef0123456789abcdef"})");
+    EXPECT_EQ(all[1].kind, ReceivedKind::batteryAlert);
+    EXPECT_EQ(all[1].content, R"({"uuid":"5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B92","battery_service_id":"70001"})");
+    const std::string page = client_.Get("/")->body;
+    EXPECT_THAT(page, HasSubstr("<code>01234567…</code>"));
+    EXPECT_THAT(page, Not(HasSubstr("0123456789abcdef")));
+    EXPECT_THAT(page, HasSubstr("push tokens: 1, battery alerts: 1;"));
 }
 
 TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
@@ -193,6 +249,16 @@ TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
         {kUserPath, userBody(without), 400, "$.u_app_user.model: "},
         {kUserPath, userBody(mistyped), 400, "$.u_app_user.advertising_tracking_mode_enabled: "},
         {kUserPath, userBody(foreign), 404, "\"other\" is unknown"},
+        {kTokenPath, R"({"namespace": "shop", "udid": "U"})", 400, "$.push_token: "},
+        {kTokenPath, R"({"namespace": "shop", "udid": "U", "push_token": ""})", 400, "$.push_token: "},
+        {kTokenPath, R"({"namespace": "shop", "udid": "U", "push_token": "<01 23>"})", 400, "hexadecimal digits"},
+        {kTokenPath, R"({"namespace": "shop", "udid": "", "push_token": "01"})", 400, "$.udid: "},
+        {kTokenPath, R"({"namespace": null, "udid": "U", "push_token": "01"})", 400, "$.namespace: "},
+        {kTokenPath, R"({"namespace": "other", "udid": "U", "push_token": "01"})", 404, "\"other\" is unknown"},
+        {kAlertPath, kToken, 400, "$.udid: "},
+        {kAlertPath, R"({"namespace": "shop", "uuid": "5D1B", "battery_service_id": "1"})", 400, "$.uuid: "},
+        {kAlertPath, replaced(kAlert, "\"70001\"", "70001"), 400, "$.battery_service_id: "},
+        {kAlertPath, replaced(kAlert, "shop", ""), 404, "\"\" is unknown"},
     };
     for (const auto& [path, body, status, error] : cases) {
         SCOPED_TRACE(path + " " + body);
@@ -237,6 +303,8 @@ TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {
             for (int n = 0; n < kRequests; ++n) {
                 const auto result = client.Post(kBatchPath, body, kJson);
                 if (!result || result->status != 200) ++failures;
+                const auto found = client.Get("/u_geofences/query.json?namespace=shop&lat=52.5&lng=13.2&radius=5");
+                if (!found || !json::parse(found->body).as_object().contains("valid_until")) ++failures;
             }
         });
     }
@@ -315,9 +383,11 @@ TEST(Backoffice, ReportsEveryAnswerAndSurvivesAReporterThatThrows) {
     client.Get("/u_applications/limits.json?namespace=shop&x=%20");
     client.Post(kLogPath, "{", kJson);
     client.Put("/nowhere", "", kJson);
+    client.Get("/x?push_token=0123456789abcdef&a=1&push_token=");
     backoffice.stop();
     EXPECT_THAT(lines, ElementsAre("GET /u_applications/limits.json?namespace=shop&x=%20 200",
-                                   "POST /u_applications/shop/log.json 400", "PUT /nowhere 404"));
+                                   "POST /u_applications/shop/log.json 400", "PUT /nowhere 404",
+                                   "GET /x?push_token=0123…&a=1&push_token=… 404"));
 }
 
 TEST_F(BackofficeTest, PageEscapesWhatDevicesSend) {
@@ -342,22 +412,43 @@ TEST(BackofficePage, QuotesCommandsForTheShellAndThenForHtml) {
     EXPECT_THAT(page, HasSubstr(R"(-d &#39;{&quot;a&quot;: &quot;it&#39;\&#39;&#39;s&quot;}&#39;)"));
 }
 
-TEST(Inbox, DropsTheOldestBeyondItsBounds) {
-    const auto entry = [](const std::string& udid, std::size_t size) {
-        return Received{ReceivedKind::event, {}, udid, "", std::string(size, 'x')};
-    };
-    Inbox inbox({.entries = 3, .bytes = 3000});
-    inbox.add({entry("a", 1), entry("b", 1), entry("c", 1), entry("d", 1)});
-    ASSERT_EQ(inbox.all().size(), 3U);
-    EXPECT_EQ(inbox.all().front().udid, "b");
-    inbox.add({entry("e", 2700)});
-    EXPECT_LT(inbox.all().size(), 3U);
-    EXPECT_EQ(inbox.newest(1).front().udid, "e");
-    inbox.add({entry("f", 5000)});
-    EXPECT_TRUE(inbox.all().empty());
-    EXPECT_EQ(inbox.counts().events, 6U);
-    EXPECT_EQ(inbox.counts().dropped, 6U);
-    EXPECT_TRUE(inbox.newest(5).empty());
+TEST(BackofficePage, EscapesTheCampaignAndCutsLongLists) {
+    std::string beacons;
+    for (int i = 0; i < 101; ++i) {
+        beacons += fmt::format(R"({}{{"id": "b{}", "name": "<i>\u202e&", "minor": 0,
+            "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B9F"}})",
+                               i == 0 ? "" : ",", i);
+    }
+    const Campaign campaign = campaignOf(R"({"application": {"namespace_uid": "shop"}, "beacons": [)" + beacons + "]}");
+    const std::string page = startPage(campaign, Inbox(), "http://h", {});
+    EXPECT_THAT(page, HasSubstr("<td>b99</td><td>&lt;i&gt;\uFFFD&amp;</td>"));
+    EXPECT_THAT(page, HasSubstr("and 1 more"));
+    EXPECT_THAT(page, Not(HasSubstr("<i>")));
+    EXPECT_EQ(ExampleValues(campaign).in("{namespace} {uuid} {lat}"), "shop 5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B9F 0");
+}
+
+/// The page's examples are whole commands: each is sent as it stands there.
+TEST_F(BackofficeTest, ExamplesOfThePageAreAnswered) {
+    const std::string page = client_.Get("/")->body;
+    int sent = 0;
+    for (std::size_t at = 0; (at = page.find("<pre>curl &#39;", at)) != std::string::npos;) {
+        at += std::string_view("<pre>curl &#39;").size();
+        const std::string command = page.substr(at, page.find("</pre>", at) - at);
+        std::string target = command.substr(0, command.find("&#39;"));
+        target = target.substr(backoffice_.baseUrl().size());
+        for (std::size_t i = 0; (i = target.find("&amp;")) != std::string::npos;) target.replace(i, 5, "&");
+        const std::size_t data = command.find("-d &#39;");
+        if (data == std::string::npos) {
+            EXPECT_EQ(client_.Get(target)->status, 200) << target;
+        } else {
+            std::string body = command.substr(data + 8, command.rfind("&#39;") - data - 8);
+            for (std::size_t i = 0; (i = body.find("&quot;")) != std::string::npos;) body.replace(i, 6, "\"");
+            EXPECT_EQ(client_.Post(target, body, kJson)->status, 200) << target << ' ' << body;
+        }
+        ++sent;
+    }
+    EXPECT_EQ(sent, 10) << "nine endpoints and the page";
+    EXPECT_EQ(backoffice_.inbox().counts(), (Inbox::Counts{1, 3, 1, 1, 0}));
 }
 
 }  // namespace

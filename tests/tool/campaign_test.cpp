@@ -60,6 +60,18 @@ TEST(Campaign, OnlyTheApplicationsNamespaceIsRequired) {
     EXPECT_TRUE(campaign->limits().empty());
     EXPECT_TRUE(campaign->beacons().empty());
     EXPECT_TRUE(campaign->geofences().empty());
+    EXPECT_TRUE(campaign->removeBeaconIds().empty());
+    EXPECT_TRUE(campaign->removeGeofenceIds().empty());
+    EXPECT_EQ(campaign->validFor(), std::chrono::hours(24));
+}
+
+TEST(Campaign, ReadsWhatDevicesForgetAndHowLongTheyKeepAnswers) {
+    const auto campaign = Campaign::parse(
+        inCampaign(R"("remove_beacon_ids": ["b"], "remove_geofence_ids": ["g", "h"], "valid_for": 6e2)"), "x");
+    ASSERT_TRUE(campaign);
+    EXPECT_EQ(campaign->removeBeaconIds(), boost::json::array({"b"}));
+    EXPECT_EQ(campaign->removeGeofenceIds(), boost::json::array({"g", "h"}));
+    EXPECT_EQ(campaign->validFor(), std::chrono::minutes(10));
 }
 
 TEST(Campaign, FaultsNameFilePathAndExpectation) {
@@ -92,6 +104,11 @@ TEST(Campaign, FaultsNameFilePathAndExpectation) {
         {withBeacon(R"("major": 65536)"), "$.beacons[1].major: ", "from 0 to 65535"},
         {withBeacon(R"("minor": "1")"), "$.beacons[1].minor: ", "from 0 to 65535"},
         {withBeacon(R"("lat": 90.5)"), "$.beacons[1].lat: ", "from -90 to 90"},
+        {inCampaign(R"("valid_for": 0)"), "$.valid_for: ", "from 1 to 2147483647"},
+        {inCampaign(R"("remove_beacon_ids": "b")"), "$.remove_beacon_ids: ", "an array"},
+        {inCampaign(R"("remove_geofence_ids": ["g", ""])"), "$.remove_geofence_ids[1]: ", "not empty"},
+        {inCampaign(R"("geofences": [{"id": "g", "radius": 0}])"), "$.geofences[0].radius: ", "from 0.001 to 1000"},
+        {inCampaign(R"("geofences": [{"id": "g", "radius": 1001}])"), "$.geofences[0].radius: ", "from 0.001 to 1000"},
         {withBeacon(R"("radius": 5)"), "$.beacons[1].radius: ", "one of the keys"},
         {withBeacon(R"("end": "2031-02-30T00:00:00Z")"), "$.beacons[1].end: ", "a date"},
         {withBeacon(R"("opening_hours": {"week": {"monday": {"open": 0, "close": 1}}})"),

@@ -19,8 +19,9 @@ struct TimedAction {
     Action action;
 };
 
-/// The visit's steps and the packets of its recordings in the order of time; at the same time steps come first, in
-/// their order, and then packets, in the order in which their recordings began.
+/// The visit's steps and the packets of its recordings in the order of time. At the same time the order is that of the
+/// steps in the file, where a packet has the place of the step that plays it; of one step, packets come before its next
+/// repetition.
 class ActionQueue {
 public:
     /// Packets of each step that plays some, by the step's place in the list. Both outlive the queue.
@@ -32,6 +33,7 @@ public:
 
 private:
     struct Playing {
+        std::size_t step;
         const std::vector<simulated::TimedPacket>* packets;
         std::size_t position;
         Duration began;

@@ -2,9 +2,11 @@
 
 #include "tools/quomi/backoffice_body.h"
 #include "tools/quomi/backoffice_page.h"
+#include "tools/quomi/backoffice_query.h"
 #include "tools/quomi/loopback_server.h"
 #include "tools/quomi/terminal_text.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <exception>
@@ -49,6 +51,10 @@ Reply success(const json::object& object) {
     return reply(200, answer);
 }
 
+Reply answerOf(const CampaignQueries::Answer& answer, const std::string& fault) {
+    return answer ? reply(200, *answer) : refusal(400, fault);
+}
+
 constexpr std::string_view kNamespaceSlot = "{namespace}";
 
 /// What stands in the pattern's slot (nothing when it has none), or empty when the path is not of the pattern.
@@ -62,28 +68,44 @@ std::optional<std::string_view> slotOf(std::string_view pattern, std::string_vie
     return path.substr(at, path.size() - before.size() - after.size());
 }
 
-std::string withNamespace(std::string_view pattern, const std::string& name) {
-    std::string text(pattern);
-    const std::size_t at = text.find(kNamespaceSlot);
-    return at == std::string::npos ? text : text.replace(at, kNamespaceSlot.size(), name);
+WallTime systemNow() {
+    return std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
 }
 
-WallTime now() {
-    return std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
+QueryParameter parametersOf(const httplib::Request& request) {
+    return [&request](const char* name) {
+        return request.has_param(name) ? std::optional(request.get_param_value(name)) : std::nullopt;
+    };
+}
+
+/// The target of a request, without the middle of what it calls a push token.
+std::string withoutToken(std::string target) {
+    static constexpr std::string_view name = "push_token=";
+    for (std::size_t at = 0; (at = target.find(name, at)) != std::string::npos;) {
+        at += name.size();
+        const std::size_t length = std::min(target.find('&', at), target.size()) - at;
+        target.replace(at, length, shortenedToken(std::string_view(target).substr(at, length)));
+    }
+    return target;
 }
 
 }  // namespace
 
 class Backoffice::Server {
 public:
-    Server(Campaign campaign, OnRequest onRequest) : campaign_(std::move(campaign)), onRequest_(std::move(onRequest)) {}
+    Server(Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
+        : campaign_(std::move(campaign)),
+          queries_(campaign_),
+          onRequest_(std::move(onRequest)),
+          inbox_(inbox ? std::move(inbox) : std::make_unique<Inbox>()) {}
 
     bool start(int port);
     void stop();
+    void setNow(Now now);
     [[nodiscard]] int port() const { return port_; }
     [[nodiscard]] std::string baseUrl() const;
     [[nodiscard]] const Campaign& campaign() const { return campaign_; }
-    [[nodiscard]] const Inbox& inbox() const { return inbox_; }
+    [[nodiscard]] const Inbox& inbox() const { return *inbox_; }
 
 private:
     struct Call {
@@ -112,16 +134,23 @@ private:
     Reply takeUser(const Call& call);
     Reply takeEvent(const Call& call);
     Reply takeEvents(const Call& call);
-    Reply notServed(const Call& call);
+    Reply takePushToken(const Call& call);
+    Reply takeBatteryAlert(const Call& call);
+    Reply giveBeacons(const Call& call);
+    Reply giveGeofences(const Call& call);
 
     std::optional<Reply> refuseNamespace(std::string_view name) const;
-    Reply ifNamespaceGiven(const Call& call, const json::object& object) const;
+    std::optional<Reply> refuseNamespaceOf(const Call& call) const;
     Reply take(const Call& call, ReadBody readBody);
+    [[nodiscard]] WallTime now();
 
     const Campaign campaign_;
+    const CampaignQueries queries_;
     const OnRequest onRequest_;
     std::mutex reportMutex_;
-    Inbox inbox_;
+    const std::unique_ptr<Inbox> inbox_;
+    std::mutex nowMutex_;
+    Now now_ = systemNow;
     std::atomic<int> port_{0};
     std::unique_ptr<LoopbackServer> http_;
 };
@@ -139,21 +168,32 @@ std::span<const Backoffice::Server::Route> Backoffice::Server::routes() {
         R"({"udid": "00000000-0000-0000-0000-000000000001", "logs": [)"
         R"({"date": "2031-05-04 09:30:00 +0000", "data": {"type": "view", "trigger": "on_entry"}}, )"
         R"({"date": "2031-05-04 09:31:00 +0000", "data": {"type": "view", "trigger": "on_exit"}}]})";
+    static constexpr std::string_view exampleToken =
+        R"({"namespace": "{namespace}", "udid": "00000000-0000-0000-0000-000000000001", )"
+        R"("push_token": "00112233445566778899aabbccddeeff00112233445566778899aabbccddeeff"})";
+    static constexpr std::string_view exampleAlert =
+        R"({"namespace": "{namespace}", "uuid": "{uuid}", "battery_service_id": "70001"})";
     static constexpr Route table[] = {
         {"GET", "/", &Server::showPage, "This page."},
         {"GET", "/u_applications/query.json", &Server::giveApplication, "The application record.",
          "namespace={namespace}"},
         {"GET", "/u_applications/limits.json", &Server::giveLimits, "The limits of the application's notifications.",
          "namespace={namespace}"},
+        {"GET", "/u_beacons/query.json", &Server::giveBeacons,
+         "The beacons of a UUID with their rules. Also major, minor; updated_at for those that changed after it.",
+         "namespace={namespace}&proximity_uid={uuid}"},
+        {"GET", "/u_geofences/query.json", &Server::giveGeofences,
+         "The geofences around a position with their rules; the radius is in kilometres. Also updated_at.",
+         "namespace={namespace}&lat={lat}&lng={lng}&radius=100"},
         {"POST", "/u_app_users/find_or_create_by_udid.json", &Server::takeUser, "Takes the record of a device's user.",
          "", exampleUser},
         {"POST", "/u_applications/{namespace}/log.json", &Server::takeEvent, "Takes one event.", "", exampleEvent},
         {"POST", "/u_applications/{namespace}/log_multi.json", &Server::takeEvents, "Takes a batch of events.", "",
          exampleEvents},
-        {"GET", "/u_beacons/query.json", &Server::notServed, "Beacons and their rules."},
-        {"GET", "/u_geofences/query.json", &Server::notServed, "Geofences and their rules."},
-        {"POST", "/u_app_users/register_push_token.json", &Server::notServed, "Takes a push token."},
-        {"POST", "/u_beacon_devices/battery_alert.json", &Server::notServed, "Takes a beacon's battery alert."},
+        {"POST", "/u_app_users/register_push_token.json", &Server::takePushToken, "Takes a device's push token.", "",
+         exampleToken},
+        {"POST", "/u_beacon_devices/battery_alert.json", &Server::takeBatteryAlert, "Takes a beacon's battery alert.",
+         "", exampleAlert},
     };
     return table;
 }
@@ -177,6 +217,16 @@ bool Backoffice::Server::start(int port) {
 void Backoffice::Server::stop() {
     http_.reset();
     port_ = 0;
+}
+
+void Backoffice::Server::setNow(Now now) {
+    const std::lock_guard lock(nowMutex_);
+    now_ = now ? std::move(now) : Now(systemNow);
+}
+
+WallTime Backoffice::Server::now() {
+    const std::lock_guard lock(nowMutex_);
+    return now_();
 }
 
 std::string Backoffice::Server::baseUrl() const {
@@ -215,19 +265,19 @@ void Backoffice::Server::report(const httplib::Request& request, const httplib::
     if (!onRequest_) return;
     const std::lock_guard lock(reportMutex_);
     try {
-        onRequest_(RequestLine{request.method, request.target, response.status});
+        onRequest_(RequestLine{request.method, withoutToken(request.target), response.status});
     } catch (...) {  // it counts as one that is not there
     }
 }
 
 Reply Backoffice::Server::showPage(const Call&) {
     std::vector<EndpointHelp> endpoints;
+    const ExampleValues values(campaign_);
     for (const Route& route : routes()) {
-        const auto filled = [&](std::string_view text) { return withNamespace(text, campaign_.namespaceUid()); };
-        endpoints.push_back({route.method, filled(route.pattern), route.purpose, filled(route.query),
-                             filled(route.body), route.answer != &Server::notServed});
+        endpoints.push_back(
+            {route.method, values.in(route.pattern), route.purpose, values.in(route.query), values.in(route.body)});
     }
-    return {200, startPage(campaign_, inbox_, baseUrl(), endpoints), kHtml, {}};
+    return {200, startPage(campaign_, *inbox_, baseUrl(), endpoints), kHtml, {}};
 }
 
 std::optional<Reply> Backoffice::Server::refuseNamespace(std::string_view name) const {
@@ -235,18 +285,31 @@ std::optional<Reply> Backoffice::Server::refuseNamespace(std::string_view name) 
     return refusal(404, fmt::format("namespace \"{}\" is unknown", neutralised(name.substr(0, kShownBytes))));
 }
 
-Reply Backoffice::Server::ifNamespaceGiven(const Call& call, const json::object& object) const {
+std::optional<Reply> Backoffice::Server::refuseNamespaceOf(const Call& call) const {
     if (!call.request.has_param("namespace")) return refusal(400, "the query parameter \"namespace\" is missing");
-    const auto refused = refuseNamespace(call.request.get_param_value("namespace"));
-    return refused ? *refused : success(object);
+    return refuseNamespace(call.request.get_param_value("namespace"));
 }
 
 Reply Backoffice::Server::giveApplication(const Call& call) {
-    return ifNamespaceGiven(call, campaign_.application());
+    const auto refused = refuseNamespaceOf(call);
+    return refused ? *refused : success(campaign_.application());
 }
 
 Reply Backoffice::Server::giveLimits(const Call& call) {
-    return ifNamespaceGiven(call, campaign_.limits());
+    const auto refused = refuseNamespaceOf(call);
+    return refused ? *refused : success(campaign_.limits());
+}
+
+Reply Backoffice::Server::giveBeacons(const Call& call) {
+    if (const auto refused = refuseNamespaceOf(call)) return *refused;
+    std::string fault;
+    return answerOf(queries_.beacons(parametersOf(call.request), now(), fault), fault);
+}
+
+Reply Backoffice::Server::giveGeofences(const Call& call) {
+    if (const auto refused = refuseNamespaceOf(call)) return *refused;
+    std::string fault;
+    return answerOf(queries_.geofences(parametersOf(call.request), now(), fault), fault);
 }
 
 Reply Backoffice::Server::take(const Call& call, ReadBody readBody) {
@@ -255,7 +318,7 @@ Reply Backoffice::Server::take(const Call& call, ReadBody readBody) {
     if (!body) return refusal(400, fault);
     const std::string name = body->namespaceUid.value_or(std::string(call.slot));
     if (auto refused = refuseNamespace(name)) return *refused;
-    inbox_.add(std::move(body->entries));
+    if (!inbox_->add(body->entries)) return refusal(500, "it could not be kept");
     return success({});
 }
 
@@ -271,12 +334,16 @@ Reply Backoffice::Server::takeEvents(const Call& call) {
     return take(call, readEventsBody);
 }
 
-Reply Backoffice::Server::notServed(const Call&) {
-    return refusal(404, "this endpoint is not served by this version of the back office");
+Reply Backoffice::Server::takePushToken(const Call& call) {
+    return take(call, readPushTokenBody);
 }
 
-Backoffice::Backoffice(Campaign campaign, OnRequest onRequest)
-    : server_(std::make_unique<Server>(std::move(campaign), std::move(onRequest))) {}
+Reply Backoffice::Server::takeBatteryAlert(const Call& call) {
+    return take(call, readBatteryAlertBody);
+}
+
+Backoffice::Backoffice(Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
+    : server_(std::make_unique<Server>(std::move(campaign), std::move(onRequest), std::move(inbox))) {}
 
 Backoffice::~Backoffice() = default;
 
@@ -286,6 +353,10 @@ bool Backoffice::start(int port) {
 
 void Backoffice::stop() {
     server_->stop();
+}
+
+void Backoffice::setNow(Now now) {
+    server_->setNow(std::move(now));
 }
 
 int Backoffice::port() const {

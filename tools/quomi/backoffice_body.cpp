@@ -2,6 +2,7 @@
 
 #include "tools/quomi/json_reader.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <boost/json/serialize.hpp>
@@ -114,6 +115,50 @@ void userRecord(const JsonNode& node, User& user) {
 
 constexpr Field<User> kUserBody[] = {{"u_app_user", userRecord, true}};
 
+// ---- a push token, a battery alert
+
+/// Both have a namespace, and keep other texts of theirs as an object.
+struct Notice {
+    std::string udid;
+    std::string namespaceUid;
+    json::object content;
+};
+
+bool isHexadecimal(std::string_view text) {
+    return std::ranges::all_of(
+        text, [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); });
+}
+
+void noticeNamespace(const JsonNode& node, Notice& notice) {
+    notice.namespaceUid = node.text();
+}
+void noticeUdid(const JsonNode& node, Notice& notice) {
+    notice.udid = nonEmptyText(node);
+}
+void pushToken(const JsonNode& node, Notice& notice) {
+    const std::string token = node.isText() ? node.text() : std::string();
+    if (token.empty() || !isHexadecimal(token)) return node.refuse("expected a token as hexadecimal digits");
+    notice.content["push_token"] = token;
+}
+void alertUuid(const JsonNode& node, Notice& notice) {
+    notice.content["uuid"] = node.uuidText();
+}
+void alertServiceId(const JsonNode& node, Notice& notice) {
+    notice.content["battery_service_id"] = nonEmptyText(node);
+}
+
+constexpr Field<Notice> kPushToken[] = {
+    {"namespace", noticeNamespace, true}, {"udid", noticeUdid, true}, {"push_token", pushToken, true}};
+constexpr Field<Notice> kBatteryAlert[] = {
+    {"namespace", noticeNamespace, true}, {"uuid", alertUuid, true}, {"battery_service_id", alertServiceId, true}};
+
+ReceivedBody readNotice(const JsonNode& node, ReceivedKind kind, std::span<const Field<Notice>> fields) {
+    Notice notice;
+    readObject<Notice>(node, fields, notice);
+    Received entry{kind, {}, std::move(notice.udid), {}, json::serialize(notice.content)};
+    return {{std::move(entry)}, std::move(notice.namespaceUid)};
+}
+
 /// Parses, reads with `read(node)`, and gives what it gave unless there was a fault.
 template <class Read>
 std::optional<ReceivedBody> readBody(std::string_view text, WallTime at, std::string& fault, Read read) {
@@ -153,6 +198,16 @@ std::optional<ReceivedBody> readEventsBody(std::string_view text, WallTime at, s
         for (Received& event : batch.events) event.udid = batch.udid;
         return ReceivedBody{std::move(batch.events), {}};
     });
+}
+
+std::optional<ReceivedBody> readPushTokenBody(std::string_view text, WallTime at, std::string& fault) {
+    return readBody(text, at, fault,
+                    [](const JsonNode& node) { return readNotice(node, ReceivedKind::pushToken, kPushToken); });
+}
+
+std::optional<ReceivedBody> readBatteryAlertBody(std::string_view text, WallTime at, std::string& fault) {
+    return readBody(text, at, fault,
+                    [](const JsonNode& node) { return readNotice(node, ReceivedKind::batteryAlert, kBatteryAlert); });
 }
 
 }  // namespace quomi::tool

@@ -26,5 +26,10 @@ using ReadBody = std::optional<ReceivedBody> (*)(std::string_view text, WallTime
 [[nodiscard]] std::optional<ReceivedBody> readEventBody(std::string_view text, WallTime at, std::string& fault);
 /// {"udid", "logs": [{"date", "data"}, …]}: a batch of events, which may be empty. "data" may be missing.
 [[nodiscard]] std::optional<ReceivedBody> readEventsBody(std::string_view text, WallTime at, std::string& fault);
+/// {"namespace", "udid", "push_token"}: the token as hexadecimal digits. Faults do not quote it.
+[[nodiscard]] std::optional<ReceivedBody> readPushTokenBody(std::string_view text, WallTime at, std::string& fault);
+/// {"namespace", "uuid", "battery_service_id"}: the UUID and the number, as text, with which a beacon calls for
+/// service.
+[[nodiscard]] std::optional<ReceivedBody> readBatteryAlertBody(std::string_view text, WallTime at, std::string& fault);
 
 }  // namespace quomi::tool

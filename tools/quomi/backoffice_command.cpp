@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <ostream>
@@ -25,6 +26,7 @@ constexpr int kUsage = 2;
 struct Options {
     std::string campaign;
     int port = BackofficeCommand::kDefaultPort;
+    std::optional<std::string> keep;
 };
 
 /// SIGINT and SIGTERM, kept pending for this thread and those that it starts while this lives.
@@ -58,6 +60,8 @@ std::optional<int> read(std::vector<std::string> args, Options& options, std::os
         ->type_name("N")
         ->check(CLI::Range(0, 65535))
         ->capture_default_str();
+    app.add_option("--keep", options.keep, "Keep what devices send in this SQLite file, and go on with what is in it")
+        ->type_name("FILE.sqlite");
     std::reverse(args.begin(), args.end());  // as the library wants them
     try {
         app.parse(std::move(args));
@@ -108,10 +112,16 @@ int BackofficeCommand::run(const std::vector<std::string>& args, std::ostream& o
         err << "quomi backoffice: " << error->localizedDescription().value_or("") << '\n';
         return kUsage;
     }
+    std::unique_ptr<Inbox> inbox = options.keep ? Inbox::open(*options.keep, &error) : std::make_unique<Inbox>();
+    if (!inbox) {
+        err << "quomi backoffice: " << neutralised(error->localizedDescription().value_or("")) << '\n';
+        return kFailed;
+    }
     std::optional<HeldSignals> signals;
     if (!waitForStop_) signals.emplace();
     Printer printer(out);
-    Backoffice backoffice(std::move(*campaign), [&](const RequestLine& request) { printer.request(request); });
+    Backoffice backoffice(
+        std::move(*campaign), [&](const RequestLine& request) { printer.request(request); }, std::move(inbox));
     if (!backoffice.start(options.port)) {
         err << fmt::format("quomi backoffice: cannot listen on 127.0.0.1:{}; is the port in use?\n", options.port);
         return kFailed;

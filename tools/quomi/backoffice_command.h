@@ -7,8 +7,9 @@
 
 namespace quomi::tool {
 
-/// `quomi backoffice CAMPAIGN.json [--port N]`: serves a campaign on this machine until it is interrupted, and prints
-/// the address and then a line per request: time of day in UTC, method, path with query, status.
+/// `quomi backoffice CAMPAIGN.json [--port N] [--keep FILE.sqlite]`: serves a campaign on this machine until it is
+/// interrupted, and prints the address and then a line per request: time of day in UTC, method, path with query,
+/// status. What devices send is kept in the file, else in memory.
 class BackofficeCommand {
 public:
     static constexpr int kDefaultPort = 8787;
@@ -22,8 +23,8 @@ public:
     explicit BackofficeCommand(WaitForStop waitForStop = nullptr);
 
     /// `args` are those after the command's name. Exit status: 0 stopped (or help was asked for); 2 the arguments or
-    /// the campaign are wrong, with one line on `err`; 1 the port cannot be had. The streams are written to from
-    /// several threads, one at a time.
+    /// the campaign are wrong, with one line on `err`; 1 the port or the file cannot be had. The streams are written to
+    /// from several threads, one at a time.
     int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 
 private:

@@ -51,6 +51,10 @@ void number(const JsonNode& node, Nothing&) {
     static_cast<void>(node.number(least, most));
 }
 
+void kilometres(const JsonNode& node, Nothing&) {
+    static_cast<void>(node.number(0.001, 1000));
+}
+
 template <std::int64_t least, std::int64_t most>
 void whole(const JsonNode& node, Nothing&) {
     static_cast<void>(node.integer(least, most));
@@ -195,7 +199,7 @@ constexpr Key kOnlyBeacon[] = {
 };
 
 constexpr Key kOnlyGeofence[] = {
-    {"radius", number<1, 1'000'000>, true},
+    {"radius", kilometres, true},
     {"rules_actions", rulesActions<kGeofenceRule>},
 };
 
@@ -212,11 +216,15 @@ void distinctObjects(const JsonNode& node, Nothing& nothing) {
     });
 }
 
+void identifiers(const JsonNode& node, Nothing& nothing) {
+    node.eachItem("an array", [&](const JsonNode& item) { nonEmptyText(item, nothing); });
+}
+
 constexpr Key kCampaign[] = {
-    {"application", object<kApplication>, true},
-    {"limits", object<kLimits>},
-    {"beacons", distinctObjects<kBeacon>},
-    {"geofences", distinctObjects<kGeofence>},
+    {"application", object<kApplication>, true}, {"limits", object<kLimits>},
+    {"beacons", distinctObjects<kBeacon>},       {"geofences", distinctObjects<kGeofence>},
+    {"remove_beacon_ids", identifiers},          {"remove_geofence_ids", identifiers},
+    {"valid_for", whole<1, kMaxCount>},
 };
 
 void report(std::optional<Error>* slot, CampaignErrorCode code, std::string_view text) {
@@ -261,8 +269,17 @@ std::optional<Campaign> Campaign::parse(std::string_view text, const std::string
     result.application_ = std::move(root.at("application").get_object());
     result.namespaceUid_ = std::string_view(result.application_.at("namespace_uid").get_string());
     if (json::value* limits = root.if_contains("limits")) result.limits_ = std::move(limits->get_object());
-    if (json::value* beacons = root.if_contains("beacons")) result.beacons_ = std::move(beacons->get_array());
-    if (json::value* places = root.if_contains("geofences")) result.geofences_ = std::move(places->get_array());
+    const auto array = [&](const char* key) {
+        json::value* found = root.if_contains(key);
+        return found == nullptr ? json::array() : std::move(found->get_array());
+    };
+    result.beacons_ = array("beacons");
+    result.geofences_ = array("geofences");
+    result.removeBeaconIds_ = array("remove_beacon_ids");
+    result.removeGeofenceIds_ = array("remove_geofence_ids");
+    if (const json::value* seconds = root.if_contains("valid_for")) {
+        result.validFor_ = std::chrono::seconds(seconds->to_number<std::int64_t>());
+    }
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "quomi/util/error.h"
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -37,8 +38,13 @@ public:
     [[nodiscard]] const boost::json::object& limits() const { return limits_; }
     /// Beacon objects in file order, each with an "id" of its own.
     [[nodiscard]] const boost::json::array& beacons() const { return beacons_; }
-    /// Geofence objects in file order, each with an "id" of its own.
+    /// Geofence objects in file order, each with an "id" of its own. Their "radius" is in kilometres.
     [[nodiscard]] const boost::json::array& geofences() const { return geofences_; }
+    /// Texts: identifiers of what devices shall forget.
+    [[nodiscard]] const boost::json::array& removeBeaconIds() const { return removeBeaconIds_; }
+    [[nodiscard]] const boost::json::array& removeGeofenceIds() const { return removeGeofenceIds_; }
+    /// How long devices may keep an answer about beacons or geofences.
+    [[nodiscard]] std::chrono::seconds validFor() const { return validFor_; }
 
 private:
     Campaign() = default;
@@ -48,6 +54,9 @@ private:
     boost::json::object limits_;
     boost::json::array beacons_;
     boost::json::array geofences_;
+    boost::json::array removeBeaconIds_;
+    boost::json::array removeGeofenceIds_;
+    std::chrono::seconds validFor_ = std::chrono::hours(24);
 };
 
 }  // namespace quomi::tool

@@ -4,30 +4,42 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+namespace quomi {
+struct Error;
+}  // namespace quomi
+
 namespace quomi::tool {
 
-/// What a device sent: a user's record, or one event of its log.
-enum class ReceivedKind { user, event };
+/// What a device sent: a user's record, one event of its log, a push token, or an alert about a beacon's battery.
+enum class ReceivedKind { user, event, pushToken, batteryAlert };
+
+/// "user", "event", "push token", "battery alert".
+[[nodiscard]] const char* nameOf(ReceivedKind kind);
 
 struct Received {
     ReceivedKind kind = ReceivedKind::event;
-    /// When the back office received it.
+    /// When the back office received it; kept to the millisecond.
     WallTime at;
-    /// The device that sent it.
+    /// The device that sent it; empty for a battery alert, which does not say.
     std::string udid;
-    /// The date that an event carries, as written; empty for a user.
+    /// The date that an event carries, as written; empty for all others.
     std::string date;
-    /// JSON text: an event's "data" (null where it had none), a user's "u_app_user".
+    /// JSON text: an event's "data" (null where it had none), a user's "u_app_user", {"push_token"},
+    /// {"uuid", "battery_service_id"}.
     std::string content;
 };
 
-/// What a back office has received, oldest first, up to a bound on number and size; beyond it the oldest go. Any
-/// thread may call.
+/// Domain of the errors of opening an inbox's file; their description is one line, ready to be shown.
+inline constexpr const char* kInboxErrorDomain = "QuomiInboxErrorDomain";
+
+/// What a back office has received, oldest first, up to a bound on number and size; beyond it the oldest go. It lies in
+/// an SQLite database, in memory or in a file. Any thread may call.
 class Inbox {
 public:
     struct Bounds {
@@ -38,30 +50,45 @@ public:
     struct Counts {
         std::uint64_t users = 0;
         std::uint64_t events = 0;
+        std::uint64_t pushTokens = 0;
+        std::uint64_t batteryAlerts = 0;
         /// How many of them are no longer kept.
         std::uint64_t dropped = 0;
+
+        bool operator==(const Counts&) const = default;
     };
 
-    Inbox() = default;
-    explicit Inbox(const Bounds& bounds) : bounds_(bounds) {}
+    /// In memory: it ends with the object.
+    Inbox();
+    explicit Inbox(const Bounds& bounds);
+    ~Inbox();
+    Inbox(const Inbox&) = delete;
+    Inbox& operator=(const Inbox&) = delete;
 
-    /// Takes all entries of one request, together: no reader sees a part of them.
-    void add(std::vector<Received> entries);
+    /// In a file, made with mode 0600 where there is none; one that is there gets this mode. It holds what earlier
+    /// inboxes in it received, and other programs may read it meanwhile (docs/campaign.md describes its tables). Empty
+    /// with an error, leaving what is there as it is, when it cannot be made, read or written, or is no inbox.
+    [[nodiscard]] static std::unique_ptr<Inbox> open(const std::string& path, const Bounds& bounds,
+                                                     std::optional<Error>* error = nullptr);
+    [[nodiscard]] static std::unique_ptr<Inbox> open(const std::string& path, std::optional<Error>* error = nullptr);
 
-    /// The newest `most` entries, oldest of them first.
+    /// Takes all entries of one request, together: no reader sees a part of them, and none is lost when the process is
+    /// killed. False, and none is taken, when the database cannot be written.
+    bool add(const std::vector<Received>& entries);
+
+    /// The newest `most` entries, oldest of them first. Nothing while the database cannot be read.
     [[nodiscard]] std::vector<Received> newest(std::size_t most) const;
     [[nodiscard]] std::vector<Received> all() const;
     /// Of everything ever received.
     [[nodiscard]] Counts counts() const;
 
 private:
-    void keep(Received entry);
+    class Database;
+    Inbox(const Bounds& bounds, std::unique_ptr<Database> database);
 
-    Bounds bounds_;
+    const Bounds bounds_;
     mutable std::mutex mutex_;
-    std::deque<Received> entries_;
-    std::size_t bytes_ = 0;
-    Counts counts_;
+    std::unique_ptr<Database> database_;
 };
 
 }  // namespace quomi::tool

@@ -1,5 +1,6 @@
 #include "tools/quomi/backoffice_command.h"
 #include "tools/quomi/replay_command.h"
+#include "tools/quomi/store_command.h"
 
 #include <cstdlib>
 #include <exception>
@@ -16,6 +17,7 @@ constexpr std::string_view kUsage =
     "\n"
     "  replay VISIT.json          play a visit through the SDK and show what happened\n"
     "  backoffice CAMPAIGN.json   serve a campaign to SDKs on this machine\n"
+    "  store make|info FILE       make a store file of a version, or look into one\n"
     "\n"
     "quomi COMMAND --help tells a command's options.\n";
 
@@ -31,6 +33,7 @@ int run(const std::vector<std::string>& words) {
     if (command == "backoffice") {
         return quomi::tool::runBackoffice({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
+    if (command == "store") return quomi::tool::runStore({words.begin() + 1, words.end()}, std::cout, std::cerr);
     if (command == "--help" || command == "help") {
         std::cout << kUsage;
         return 0;

@@ -1,5 +1,6 @@
 #include "tools/quomi/replay.h"
 
+#include "hosts/simulated/observed_transport.h"
 #include "hosts/simulated/packet_file.h"
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
@@ -75,9 +76,20 @@ ScriptedAnswer scriptedAnswer(const Answer& answer) {
 }
 
 Platform withTransport(const Platform& platform, HttpTransport& http) {
-    return {platform.clock,    platform.runLoop, platform.location, platform.bluetooth,    platform.notifications,
-            platform.application, platform.screens, platform.device,   platform.files,        platform.defaults,
-            platform.console,  platform.localization, http,           platform.reachability};
+    return {platform.clock,
+            platform.runLoop,
+            platform.location,
+            platform.bluetooth,
+            platform.notifications,
+            platform.application,
+            platform.screens,
+            platform.device,
+            platform.files,
+            platform.defaults,
+            platform.console,
+            platform.localization,
+            http,
+            platform.reachability};
 }
 
 bool readRecordings(const Visit& visit, ActionQueue::Recordings& recordings, VisitError* error) {
@@ -125,13 +137,16 @@ public:
           trace_(phone_.loop(), [this](const boost::json::object& record) { sink_(record); }),
           settings_(deployment_, phone_.platform().location),
           wire_(makeWire(options)),
-          sdk_(wire_ ? withTransport(phone_.platform(), *wire_) : phone_.platform(), settings_),
+          observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
+          sdk_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform(), settings_),
           host_(sdk_, settings_, trace_) {
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
         if (!recordings_.empty()) phone_.attachModel();
+        if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
     }
 
     ~Player() {
+        if (backoffice_ != nullptr) backoffice_->stop();  // it asks the phone for the time
         // What the end of the objects does to the phone is no part of the visit.
         sink_ = [](const boost::json::object&) {};
     }
@@ -165,7 +180,11 @@ private:
         if (!options.backoffice && backoffice_ == nullptr) return nullptr;
         return std::make_unique<WireTransport>(phone_.loop(),
                                                options.backoffice ? *options.backoffice : backoffice_->baseUrl(),
-                                               [this] { return baseURLs(); }, observer());
+                                               [this] { return baseURLs(); });
+    }
+
+    std::unique_ptr<simulated::ObservedTransport> makeObserved(HttpTransport& transport) {
+        return std::make_unique<simulated::ObservedTransport>(transport, wireObserver_);
     }
 
     void script(const ScriptedBackoffice& scripted) {
@@ -225,7 +244,11 @@ private:
     void act(const ExpireBackgroundTasksStep&) { phone_.expireBackgroundTasks(); }
     void act(const ClockStep& step) { phone_.jumpClock(step.jump); }
     void act(const TimeZoneStep& step) { phone_.setTimeZone(step.zone); }
-    void act(const CallStep& step) { host_.call(step); }
+    /// The host is part of the app: while the app is suspended its call waits, in order, for the resumption.
+    void act(const CallStep& step) {
+        if (!phone_.loop().isSuspended()) return host_.call(step);
+        phone_.loop().post([this, &step] { host_.call(step); });
+    }
     void act(const PacketsStep&) {}  // its packets come one by one from the queue
     // Refused when the visit is read.
     void act(const WalkStep&) {}
@@ -259,7 +282,9 @@ private:
     SimulatedPhone phone_;
     Trace trace_;
     QuomiSettings settings_;
+    const simulated::PhoneObserver wireObserver_ = observer();
     std::unique_ptr<WireTransport> wire_;
+    std::unique_ptr<simulated::ObservedTransport> observedWire_;
     QuomiSDK sdk_;
     ReplayHost host_;
 };
@@ -273,14 +298,16 @@ std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions&
         backoffice = openBackoffice(visit, error);
         if (backoffice == nullptr) return nullptr;
     }
-    return std::unique_ptr<Replay>(new Replay(std::make_unique<Player>(visit, options, std::move(sink),
-                                                                       std::move(backoffice), std::move(recordings))));
+    return std::unique_ptr<Replay>(new Replay(
+        std::make_unique<Player>(visit, options, std::move(sink), std::move(backoffice), std::move(recordings))));
 }
 
 Replay::Replay(std::unique_ptr<Player> player) : player_(std::move(player)) {}
 
 Replay::~Replay() = default;
 
-bool Replay::play() { return player_->play(); }
+bool Replay::play() {
+    return player_->play();
+}
 
 }  // namespace quomi::tool

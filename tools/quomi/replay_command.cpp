@@ -3,6 +3,7 @@
 #include "quomi/api/url.h"
 #include "tools/quomi/campaign.h"
 #include "tools/quomi/replay.h"
+#include "tools/quomi/terminal_text.h"
 #include "tools/quomi/timeline.h"
 #include "tools/quomi/visit.h"
 
@@ -29,17 +30,28 @@ struct Arguments {
     ReplayOptions options;
 };
 
+void complain(std::ostream& err, const std::string& what) {
+    err << "quomi replay: " << neutralised(what) << '\n';
+}
+
+/// Options of the format that this version does not have. Known to the parser, so that the answer can say so.
+constexpr const char* kNotYet[] = {"--geojson", "--map"};
+
 /// Either the arguments or the exit status with which there is nothing left to do.
 std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
     Arguments parsed;
     std::string state;
     std::string backoffice;
+    std::string ignored;
     CLI::App app("Plays a visit through the SDK under a virtual clock and shows what happened.", "quomi replay");
     app.add_option("visit", parsed.visit, "The visit's file")->required()->type_name("VISIT.json");
     app.add_flag("--json", parsed.json, "Write the trace as JSON lines and nothing else");
-    app.add_option("--state", state, "Keep the app's container in this directory")->type_name("DIR");
-    app.add_option("--backoffice", backoffice, "Use a running server instead of the visit's own back office")
-        ->type_name("URL");
+    const auto* stateOption =
+        app.add_option("--state", state, "Keep the app's container in this directory")->type_name("DIR");
+    const auto* backofficeOption =
+        app.add_option("--backoffice", backoffice, "Use a running server instead of the visit's own back office")
+            ->type_name("URL");
+    for (const char* option : kNotYet) app.add_option(option, ignored)->group("");
     try {
         std::reverse(args.begin(), args.end());
         app.parse(args);
@@ -47,19 +59,24 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
         out << app.help();
         return kPlayed;
     } catch (const CLI::ParseError& error) {
-        fmt::format_to(std::ostreambuf_iterator<char>(err), "quomi replay: {}\n", error.what());
+        complain(err, error.what());
+        return kNotValid;
+    }
+    for (const char* option : kNotYet) {
+        if (app.count(option) == 0) continue;
+        complain(err, fmt::format("{} is not supported by this version yet", option));
+        return kNotValid;
+    }
+    if (stateOption->count() != 0 && state.empty()) {
+        complain(err, "--state: expected a directory's name, found an empty one");
         return kNotValid;
     }
     parsed.options.state = state;
-    if (!backoffice.empty()) {
-        if (!normalizedHttpUrl(backoffice)) {
-            fmt::format_to(std::ostreambuf_iterator<char>(err),
-                           "quomi replay: --backoffice: expected an http or https URL, found {}\n", backoffice);
-            return kNotValid;
-        }
-        parsed.options.backoffice = backoffice;
-    }
-    return parsed;
+    if (backofficeOption->count() == 0) return parsed;
+    parsed.options.backoffice = normalizedHttpUrl(backoffice);
+    if (parsed.options.backoffice) return parsed;
+    complain(err, fmt::format("--backoffice: expected an http or https URL, found \"{}\"", backoffice));
+    return kNotValid;
 }
 
 std::string textOf(const boost::json::object& object, const char* key) {
@@ -99,17 +116,21 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
         err << error.text() << '\n';
         return kNotValid;
     }
+    // Begun only when the visit is known to be good: a refused one leaves nothing on `out`.
     std::optional<Timeline> timeline;
+    const auto shown = [&]() -> Timeline& {
+        if (timeline) return *timeline;
+        return timeline.emplace(out, colour_,
+                                Timeline::Options{visit->name, visit->start, visit->timeZone, labelsOf(*visit)});
+    };
     TraceSink sink = [&out](const boost::json::object& record) { out << traceLine(record) << '\n'; };
-    if (!arguments.json) {
-        timeline.emplace(out, colour_, Timeline::Options{visit->name, visit->start, visit->timeZone, labelsOf(*visit)});
-        sink = [&timeline](const boost::json::object& record) { timeline->record(record); };
-    }
+    if (!arguments.json) sink = [&shown](const boost::json::object& record) { shown().record(record); };
     const auto replay = Replay::prepare(*visit, arguments.options, std::move(sink), &error);
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;
     }
+    if (!arguments.json) shown();
     if (!replay->play()) {
         err << visit->file << ": the app did not come to rest\n";
         return kFailed;

@@ -1,6 +1,5 @@
 #include "tools/quomi/wire_transport.h"
 
-#include "quomi/api/http_session.h"
 #include "quomi/api/url.h"
 
 #include <algorithm>
@@ -10,27 +9,22 @@ namespace quomi::tool {
 
 namespace {
 
-simulated::ResponseOutcome outcomeOf(const HttpResult& result) {
-    if (const auto* response = std::get_if<HttpResponse>(&result)) {
-        const bool success = response->status >= 200 && response->status <= 299;
-        if (success && !parseJsonBody(response->body)) return "invalid";
-        return response->status;
-    }
-    switch (std::get<HttpFailure>(result).kind) {
+/// In words of its own: those of the HTTP client name ports and milliseconds, and a trace is to be the same every time.
+HttpFailure failureOf(HttpFailureKind kind) {
+    switch (kind) {
         case HttpFailureKind::timeout:
-            return "timeout";
+            return {kind, "The request timed out."};
         case HttpFailureKind::tls:
-            return "tls";
+            return {kind, "A secure connection could not be made."};
         case HttpFailureKind::connection:
             break;
     }
-    return "connection";
+    return {HttpFailureKind::connection, "The connection to the server failed."};
 }
 
 }  // namespace
 
 struct WireTransport::Exchange {
-    std::string url;
     Completion completion;  // empty once cancelled
     std::optional<HttpResult> result;
     std::unique_ptr<HttpTask> onTheWire;
@@ -40,33 +34,26 @@ struct WireTransport::Exchange {
 /// What the SDK holds: dropping it cancels the exchange.
 class WireTransport::Task final : public HttpTask {
 public:
-    Task(std::shared_ptr<Exchange> exchange, const simulated::PhoneObserver& observer)
-        : exchange_(std::move(exchange)), observer_(observer) {}
+    explicit Task(std::shared_ptr<Exchange> exchange) : exchange_(std::move(exchange)) {}
     ~Task() override {
         if (!exchange_->completion) return;
         exchange_->completion = nullptr;
         exchange_->answer.reset();
         exchange_->onTheWire.reset();
         exchange_->result.emplace(HttpFailure{});
-        simulated::tell(observer_.response, exchange_->url, simulated::ResponseOutcome("cancelled"));
     }
 
 private:
     std::shared_ptr<Exchange> exchange_;
-    const simulated::PhoneObserver& observer_;
 };
 
-WireTransport::WireTransport(simulated::VirtualLoop& loop, std::string server, StandIns standIns,
-                             simulated::PhoneObserver observer)
-    : loop_(loop),
-      server_(std::move(server)),
-      standIns_(std::move(standIns)),
-      observer_(std::move(observer)),
-      curl_(loop) {}
+WireTransport::WireTransport(simulated::VirtualLoop& loop, std::string server, StandIns standIns)
+    : loop_(loop), server_(std::move(server)), standIns_(std::move(standIns)), curl_(loop) {}
 
 WireTransport::~WireTransport() = default;
 
 std::optional<std::string> WireTransport::realUrl(const std::string& url) const {
+    if (!normalizedHttpUrl(url)) return std::nullopt;
     const auto standIns = standIns_();
     for (const auto& base : standIns) {
         const std::string prefix = joinUrl(base, "/");
@@ -74,15 +61,13 @@ std::optional<std::string> WireTransport::realUrl(const std::string& url) const 
     }
     for (const auto& base : standIns) {
         const auto origin = originOf(base);
-        if (originOf(url) == origin) return server_ + url.substr(origin.size());
+        if (originOf(url) == origin) return joinUrl(server_, url.substr(origin.size()));
     }
     return std::nullopt;
 }
 
 std::unique_ptr<HttpTask> WireTransport::send(HttpRequest request, Completion completion) {
-    simulated::tell(observer_.request, request);
     auto exchange = std::make_shared<Exchange>();
-    exchange->url = request.url;
     exchange->completion = std::move(completion);
     exchanges_.push_back(exchange);
     if (auto url = realUrl(request.url)) {
@@ -92,13 +77,14 @@ std::unique_ptr<HttpTask> WireTransport::send(HttpRequest request, Completion co
             if (const auto ended = weak.lock()) arrived(ended, std::move(result));
         });
     } else {
-        exchange->result = HttpFailure{HttpFailureKind::connection, "Could not connect to the server."};
+        exchange->result = failureOf(HttpFailureKind::connection);
         loop_.post([this] { handOver(); });
     }
-    return std::make_unique<Task>(exchange, observer_);
+    return std::make_unique<Task>(exchange);
 }
 
 void WireTransport::arrived(const std::shared_ptr<Exchange>& exchange, HttpResult result) {
+    if (const auto* failure = std::get_if<HttpFailure>(&result)) result = failureOf(failure->kind);
     exchange->result = std::move(result);
     handOver();
 }
@@ -108,8 +94,7 @@ void WireTransport::handOver() {
         const auto exchange = exchanges_.front();
         exchanges_.pop_front();
         if (!exchange->completion) continue;
-        exchange->answer = loop_.scheduleAnswer(Duration::zero(), [this, exchange] {
-            simulated::tell(observer_.response, exchange->url, outcomeOf(*exchange->result));
+        exchange->answer = loop_.scheduleAnswer(Duration::zero(), [exchange] {
             // Taken out first: the task that the SDK drops in its completion is no cancellation any more.
             const auto completion = std::exchange(exchange->completion, nullptr);
             completion(std::move(*exchange->result));

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "hosts/simulated/phone_observer.h"
 #include "hosts/simulated/virtual_loop.h"
 #include "quomi/api/curl_transport.h"
 #include "quomi/api/http_transport.h"
@@ -19,7 +18,7 @@ namespace quomi::tool {
 ///
 /// Answers are handed over in the order of sending, whatever the order in which they arrive, so that a replay is the
 /// same on every run. A request without an answer after ten real seconds ends as a timeout; one to any other host fails
-/// as a connection that cannot be made, unsent. Host's thread.
+/// as a connection that cannot be made, unsent. The messages of failures are the same every time, too. Host's thread.
 class WireTransport final : public HttpTransport {
 public:
     /// Base URLs in force that stand for the real server.
@@ -27,10 +26,8 @@ public:
 
     static constexpr Duration kLongestWait = std::chrono::seconds(10);
 
-    /// `server` is the real server's base URL. `observer` is told of requests and responses with the URLs as the SDK
-    /// wrote them. The loop outlives the transport.
-    WireTransport(simulated::VirtualLoop& loop, std::string server, StandIns standIns,
-                  simulated::PhoneObserver observer);
+    /// `server` is the real server's base URL. The loop outlives the transport.
+    WireTransport(simulated::VirtualLoop& loop, std::string server, StandIns standIns);
     ~WireTransport() override;
 
     [[nodiscard]] std::unique_ptr<HttpTask> send(HttpRequest request, Completion completion) override;
@@ -51,7 +48,6 @@ private:
     simulated::VirtualLoop& loop_;
     const std::string server_;
     const StandIns standIns_;
-    const simulated::PhoneObserver observer_;
     std::deque<std::shared_ptr<Exchange>> exchanges_;  // in the order of sending
     CurlTransport curl_;                               // last: its callbacks end first
 };

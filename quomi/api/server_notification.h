@@ -1,0 +1,92 @@
+#pragma once
+
+#include "quomi/util/error.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <boost/json/object.hpp>
+
+namespace quomi {
+
+class DebugLog;
+class HttpSession;
+class QuomiErrors;
+class RunLoop;
+struct HttpSessionFailure;
+struct QuomiNotifyServerResponse;
+struct QuomiSettings;
+
+/// What the client asks of whoever performs the actions that a server's answer orders. `triggeredBy` is 1 for a
+/// geofence and 2 for a beacon. Called on the host's thread; each operation may call the client.
+class ServerActionPerformer {
+public:
+    virtual ~ServerActionPerformer() = default;
+    /// Shows a notification; `param` is its JSON or its text. `completionBlock` may be empty.
+    virtual void executeNotifyUserAction(const std::string& param, const boost::json::object& userInfo, int triggeredBy,
+                                         std::function<void(bool)> completionBlock) = 0;
+    virtual bool executeOpenWebPageAction(const std::string& url, int triggeredBy) = 0;
+    /// `param` is JSON with "iosURL" or "genericURL".
+    virtual bool executeOpenDeepLinkAction(const std::string& param, int triggeredBy) = 0;
+};
+
+/// One request to a rule's server, and what becomes of the answer. Callbacks may be empty.
+struct ServerNotification {
+    std::string url;  ///< absolute
+    std::weak_ptr<ServerActionPerformer> actionExecutor;
+    int triggeredBy = 0;
+    boost::json::object infoDict;  ///< user info of an ordered notification
+    std::function<void()> success;
+    std::function<void(const Error&)> failure;
+    std::function<void()> enableBlock;
+};
+
+/// Seconds to wait after the failed try of that number, from 0 on: the slot doubled at each try, at most 30.
+[[nodiscard]] double computeNextRetryIntervalForRetryNumber(std::uint64_t retryNumber, double slotDuration);
+
+/// The factor, at most 1, that shrinks the waits so that together they take no longer than the period (seconds). 1 when
+/// there are no waits.
+[[nodiscard]] double computeRetryScaleForNumberOfRetry(std::uint64_t numberOfRetry, double maxRetryPeriod,
+                                                       double slotDuration);
+
+/// Tells servers of rules, tries again, and does what they answer. Host's thread only; callbacks run in later turns.
+///
+/// A status outside 200..299 and an answer that is no JSON are tried again, except for 400..599, which fails at once.
+/// Without an HTTP answer nothing at all happens: deliberate, a phone without network tells no server and asks nothing.
+class ServerNotifications {
+public:
+    /// What it is given outlives it; the session may be one that others use too.
+    ServerNotifications(HttpSession& session, const QuomiSettings& settings, RunLoop& runLoop, DebugLog& debugLog,
+                        const QuomiErrors& errors);
+    ~ServerNotifications();
+    ServerNotifications(const ServerNotifications&) = delete;
+    ServerNotifications& operator=(const ServerNotifications&) = delete;
+
+    /// Sends it, with the retries that the settings allow at this moment.
+    void send(ServerNotification notification);
+    /// Drops them all, those between two tries included; nobody is called back.
+    void cancelAll();
+
+private:
+    struct Attempt;
+    using Handle = std::shared_ptr<Attempt>;
+
+    void tryNow(const Handle& attempt);
+    void treatFailure(const Handle& attempt, const HttpSessionFailure& failure);
+    void retryLater(const Handle& attempt);
+    void treatRequestServerResponse(const Handle& attempt, const boost::json::value& response);
+    void actOn(const Handle& attempt, const QuomiNotifyServerResponse& response);
+    void forget(const Handle& attempt);
+
+    HttpSession& session_;
+    const QuomiSettings& settings_;
+    RunLoop& runLoop_;
+    DebugLog& debugLog_;
+    const QuomiErrors& errors_;
+    std::vector<Handle> attempts_;
+};
+
+}  // namespace quomi

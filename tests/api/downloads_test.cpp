@@ -1,0 +1,279 @@
+#include "quomi/data/records.h"
+#include "quomi/util/dates.h"
+#include "quomi/util/uuid.h"
+#include "tests/api/api_client_fixture.h"
+
+#include <array>
+#include <limits>
+#include <optional>
+
+#include <gmock/gmock.h>
+
+namespace quomi::test {
+namespace {
+
+using namespace std::chrono_literals;
+using simulated::ScriptedAnswer;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* kGeofences = "GET /u_geofences/query.json";
+constexpr const char* kBeacons = "GET /u_beacons/query.json";
+constexpr const char* kUuidText = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
+
+class Downloads : public ApiClientFixture {
+protected:
+    bool geofences(double lat, double lng, double radius, std::optional<Error>* error = nullptr) {
+        return api->getGeofencesRulesWithNamespace("shop", lat, lng, radius, {}, noteAnswer(), noteError(), error);
+    }
+    bool geofences(std::optional<Error>* error = nullptr) { return geofences(1, 2, 3, error); }
+    void beacons(std::optional<int> major, const std::string& word = "got") {
+        api->getBeaconsRulesWithNamespace("shop", uuid, major, {}, {}, noteAnswer(word), noteError(word));
+    }
+
+    const Uuid uuid = Uuid::parse(kUuidText).value();
+    const std::optional<WallTime> day = QuomiUtils::isoDate("2026-11-21T23:30:00.25Z");
+};
+
+TEST_F(Downloads, GeofenceURLs) {
+    const std::string start = "https://a.test/u_geofences/query.json?api_version=3";
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace("shop", 48.25F, -16.5F, 100, day),
+              start + "&lat=48.250000&lng=-16.500000&radius=100.000000&udid=U-1&namespace=shop" +
+                  "&updated_at=2026-11-21T23:30:00.250Z");
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace("", 0, 0, 1, {}),
+              start + "&lat=0.000000&lng=0.000000&radius=1.000000&udid=U-1");
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace(" ", -0.0F, 180, 1e9F, {}),
+              start + "&lat=-0.000000&lng=180.000000&radius=1000000000.000000&udid=U-1");
+    settings.apiVersion = 7;
+    makeClient("http://h.test:81/api/");
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace("a&b", 1, 2, 3, {}),
+              "http://h.test:81/api/u_geofences/query.json?api_version=7&lat=1.000000&lng=2.000000&radius=3.000000"
+              "&udid=U-1&namespace=a&b")
+        << "the namespace stands as it is";
+}
+
+TEST_F(Downloads, BeaconURLs) {
+    const auto start =
+        fmt::format("https://a.test/u_beacons/query.json?api_version=3&proximity_uid={}&udid=U-1", kUuidText);
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace("shop", uuid, 1, 65535, day),
+              start + "&namespace=shop&major=1&minor=65535&updated_at=2026-11-21T23:30:00.250Z");
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace("", uuid, {}, 0, {}), start + "&minor=0");
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace("", uuid, 0, {}, day),
+              start + "&major=0&updated_at=2026-11-21T23:30:00.250Z");
+}
+
+TEST_F(Downloads, CoordinatesAreOfSinglePrecision) {
+    EXPECT_TRUE(geofences(48.2081743, 16.3738189, 123.456789));
+    EXPECT_TRUE(requests[0].url.ends_with("&lat=48.208176&lng=16.373819&radius=123.456787&udid=U-1&namespace=shop"))
+        << requests[0].url;
+    api->cancelAllRequests();
+    EXPECT_TRUE(geofences(0, 0, std::numeric_limits<double>::max()));
+    EXPECT_NE(requests[1].url.find("&radius=340282346638528859811704183484516925440.000000&"), std::string::npos);
+}
+
+TEST_F(Downloads, NamespaceThatNoURLMayHoldIsEncoded) {
+    api->getBeaconsRulesWithNamespace("my \xC3\xBC shop", uuid, {}, {}, {}, {}, {});
+    EXPECT_TRUE(requests.at(0).url.ends_with("&namespace=my%20%C3%BC%20shop")) << requests[0].url;
+}
+
+TEST_F(Downloads, ParametersOfGeofences) {
+    const char* const kRadius = "API request parameters error. Radius cannot be less than 1";
+    const char* const kLatitude = "API request parameters error. Latitude cannot be outside of (-90,90) range";
+    const char* const kLongitude = "API request parameters error. Longitude cannot be outside of (-180,180) range";
+    const struct {
+        double lat, lng, radius;
+        const char* refusal;
+    } cases[] = {{0, 0, 0.5, kRadius},          {0, 0, 0.9999999, kRadius}, {91, 181, 0, kRadius},
+                 {90.0000001, 0, 1, kLatitude}, {-90.5, 181, 1, kLatitude}, {0, 180.0000001, 1, kLongitude},
+                 {0, -181, 1, kLongitude},      {0, 0, 1.0, nullptr},       {90, -180, 1, nullptr},
+                 {-90, 180, 1, nullptr}};
+    for (const auto& [lat, lng, radius, refusal] : cases) {
+        std::optional<Error> error;
+        EXPECT_EQ(geofences(lat, lng, radius, &error), refusal == nullptr);
+        EXPECT_EQ(geofences(lat, lng, radius), false) << "refused without being asked why, or busy";
+        ASSERT_EQ(error.has_value(), refusal != nullptr) << lat << " " << lng << " " << radius;
+        if (error) {
+            EXPECT_EQ(error->localizedDescription(), refusal);
+            EXPECT_EQ(fmt::format("{} {}", error->domain, error->code), "QuomiErrorDomain 401");
+        }
+        const auto told = after(1s);
+        EXPECT_EQ(told.size(), refusal == nullptr ? 1U : 0U) << "no callback for a refused one";
+    }
+    EXPECT_EQ(requests.size(), 3U) << "a refused one leaves no mark";
+}
+
+TEST_F(Downloads, OneOfGeofencesAtATime) {
+    phone.transport().answer(kGeofences, {ScriptedAnswer::json({1}), ScriptedAnswer::text("", 503),
+                                          ScriptedAnswer::text("", 204), ScriptedAnswer::text("<html>")});
+    for (const char* outcome : {"got [1]", "failed QuomiHTTPErrorDomain 503", "failed QuomiErrorDomain 404",
+                                "failed QuomiHTTPErrorDomain 4"}) {
+        std::optional<Error> error;
+        EXPECT_TRUE(geofences());
+        EXPECT_FALSE(geofences(0, 0, 0, &error));
+        EXPECT_EQ(error.value().code, 403) << "comes before the parameters";
+        EXPECT_EQ(error->localizedDescription().value().find(
+                      "Tried to launch a second geofences download request while the previous one hadn't finished yet"),
+                  0U);
+        EXPECT_THAT(after(1s), ElementsAre(outcome));
+    }
+}
+
+TEST_F(Downloads, CallbackMayDownloadAgain) {
+    bool again = false;
+    api->getGeofencesRulesWithNamespace("shop", 1, 2, 3, {}, {}, [&](const Error&) { again = geofences(); });
+    beacons(1);
+    phone.advanceBy(60ms);
+    EXPECT_TRUE(again) << "with another request in the queue";
+}
+
+TEST_F(Downloads, StaleFlagBlocksOnlyWhileSomethingElseWaits) {
+    EXPECT_TRUE(geofences());
+    api->cancelAllRequests();
+    EXPECT_TRUE(geofences()) << "nothing in the queue";
+    api->cancelAllRequests();
+    beacons(1);
+    std::optional<Error> error;
+    EXPECT_FALSE(geofences(&error));
+    EXPECT_EQ(error.value().code, 403);
+    EXPECT_THAT(after(1s), ElementsAre("got QuomiHTTPErrorDomain 404"));
+    EXPECT_TRUE(geofences());
+    EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 404"));
+}
+
+TEST_F(Downloads, DataAtURL) {
+    const struct {
+        ScriptedAnswer answer;
+        const char* told;
+    } cases[] = {{ScriptedAnswer::json({{"a", 1}}), R"(got {"a":1})"},
+                 {ScriptedAnswer::text(""), "got null"},
+                 {ScriptedAnswer::json({{"a", 1}}, 201), R"(QuomiErrorDomain 404 {"responseCode":201} 201 {"a":1})"},
+                 {ScriptedAnswer::text("", 204), R"(QuomiErrorDomain 404 {"responseCode":204} 204 null)"},
+                 {ScriptedAnswer::text("no", 204), "QuomiHTTPErrorDomain 4 - 204 null"},
+                 {ScriptedAnswer::text("", 302), "QuomiHTTPErrorDomain 302 - 302 null"},
+                 {ScriptedAnswer::failure(HttpFailureKind::tls), "QuomiHTTPErrorDomain 3 - 0 null"}};
+    for (const auto& [answer, told] : cases) {
+        phone.transport().answer("GET https://b.test/x", answer);
+        api->getDataAtURL(
+            "https://b.test/x", noteAnswer(), [this](const DownloadResponse& response, const Error& error) {
+                journal.push_back(fmt::format("{} {} {} {} {}", error.domain, error.code,
+                                              error.domain == kHTTPErrorDomain ? "-" : serialize(error.userInfo),
+                                              response.status.value_or(0), serialize(response.body)));
+            });
+        EXPECT_THAT(after(1s), ElementsAre(told));
+        api->getDataAtURL("https://b.test/x", {}, {});
+        EXPECT_THAT(after(1s), IsEmpty()) << "callbacks may be absent";
+    }
+}
+
+TEST_F(Downloads, EqualOnesThatWaitAreOne) {
+    phone.transport().answer(kBeacons, {ScriptedAnswer::json({1}), ScriptedAnswer::json({2}), ScriptedAnswer::json({3}),
+                                        ScriptedAnswer::json({4})});
+    beacons(1, "a");
+    for (int i = 0; i < 1000; ++i) beacons(1, "b");
+    beacons(2, "c");
+    beacons(1, "d");
+    EXPECT_EQ(api->getRequestQueueCount(), 3U) << "on the wire, the equal ones, the other one";
+    const auto told = after(1s);
+    ASSERT_EQ(told.size(), 1003U);
+    EXPECT_EQ(told.front(), "a [1]");
+    EXPECT_EQ(told[1000], "b [2]");
+    EXPECT_EQ(told[1001], "d [2]");
+    EXPECT_EQ(told[1002], "c [3]");
+    beacons(1, "e");
+    EXPECT_THAT(after(1s), ElementsAre("e [4]")) << "an ended one answers nobody";
+}
+
+TEST_F(Downloads, WithoutNetworkTheQueueDoesNotGrow) {
+    phone.network(false);
+    phone.runTurns();
+    for (int i = 0; i < 10; ++i) {
+        beacons(1);
+        api->getApplicationWithNamespace("shop", {}, {});
+    }
+    EXPECT_EQ(api->getRequestQueueCount(), 11U) << "only downloads of rules join";
+    phone.network(true);
+    EXPECT_EQ(after(10s).size(), 10U);
+}
+
+TEST_F(Downloads, WhoJoinedIsDroppedWithTheOthers) {
+    const std::array<std::function<void()>, 2> ways{[this] { api->cancelAllRequests(); }, [this] { api.reset(); }};
+    for (const auto& end : ways) {
+        makeClient("https://a.test");
+        phone.network(false);
+        phone.runTurns();
+        beacons(1, "first");
+        api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [end](const Error&) { end(); });
+        beacons(1, "third");
+        phone.network(true);
+        EXPECT_THAT(after(1min), ElementsAre("first QuomiHTTPErrorDomain 404"));
+    }
+}
+
+TEST_F(Downloads, CallbackThatThrowsHoldsNobodyUp) {
+    api->getApplicationWithNamespace("shop", {}, [](const Error&) { throw 1; });
+    beacons(1, "first");
+    api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [](const Error&) { throw 2; });
+    beacons(1, "third");
+    EXPECT_THAT(after(1min), ElementsAre("first QuomiHTTPErrorDomain 404", "third QuomiHTTPErrorDomain 404"));
+}
+
+// Single records
+
+class Records : public ApiClientFixture {
+protected:
+    /// "METHOD URL BODY" of the only request that the operation makes, which succeeds first and then fails.
+    std::string sent(const std::function<void(QuomiAPI::Done, QuomiAPI::Failure)>& operation) {
+        requests.clear();
+        operation(note("done"), noteError());
+        phone.transport().answer(phone.transport().keyOf(requests.at(0)), ScriptedAnswer::text("<html>", 200));
+        phone.advanceBy(1s);
+        phone.transport().answer(phone.transport().keyOf(requests.at(0)), ScriptedAnswer::text("", 201));
+        operation(note("done"), noteError());
+        EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 404", "done"));
+        EXPECT_EQ(requests.size(), 2U);
+        return requests[0].method + " " + requests[0].url + " " + requests[0].body;
+    }
+};
+
+TEST_F(Records, SingleEvents) {
+    const WallTime time = QuomiUtils::isoDate("2027-01-01T12:00:00Z").value();
+    const struct {
+        std::optional<WallTime> time;
+        std::optional<std::string> data;
+        const char* body;
+    } cases[] = {
+        {time, R"({"b":1,"a":"x"})", R"({"udid":"U-1","date":"2026-01-01 13:00:00 +0100","data":{"b":1,"a":"x"}})"},
+        {time, "{broken}", R"({"udid":"U-1","date":"2026-01-01 13:00:00 +0100"})"},
+        {{}, "{}", R"({"udid":"U-1","data":{}})"},
+        {{}, {}, R"({"udid":"U-1"})"}};
+    for (const auto& [logTime, logData, body] : cases) {
+        const auto expected = fmt::format("POST https://a.test/u_applications/shop/log.json {}", body);
+        const QuomiDLog record{logTime, logData};
+        const QuomiDebugLog stored{logTime, logData};
+        EXPECT_EQ(sent([&](auto success, auto failure) { api->sendDLogEvent(record, success, failure); }), expected);
+        EXPECT_EQ(sent([&](auto success, auto failure) { api->sendEvent(stored, success, failure); }), expected);
+    }
+}
+
+TEST_F(Records, BatteryAlert) {
+    const BatteryAlert alert{WallTime(1s), "ns", kUuidText, "4711"};
+    EXPECT_EQ(sent([&](auto success, auto failure) { api->sendBatteryAlert(alert, success, failure); }),
+              fmt::format("POST https://a.test/u_beacon_devices/battery_alert.json "
+                          R"({{"namespace":"ns","uuid":"{}","battery_service_id":"4711"}})",
+                          kUuidText));
+}
+
+TEST_F(Records, PushTokenGoesToTheServiceItselfAndIntoNoLog) {
+    const std::array<std::uint8_t, 4> token{0x00, 0x0A, 0xFF, 0x10};
+    const std::string start = "POST https://push.test/u_app_users/register_push_token.json ";
+    settings.baseAPIUrl = "https://elsewhere.test";
+    EXPECT_EQ(sent([&](auto success, auto failure) { api->registerUdid("X", "ns", token, success, failure); }),
+              start + R"({"namespace":"ns","udid":"X","push_token":"000aff10"})");
+    EXPECT_EQ(sent([&](auto success, auto failure) { api->registerUdid("X", {}, {}, success, failure); }),
+              start + R"({"udid":"X","push_token":""})");
+    EXPECT_THAT(debugLines(), testing::Each("Registering device token..."));
+    EXPECT_EQ(debugLines().size(), 4U);
+}
+
+}  // namespace
+}  // namespace quomi::test

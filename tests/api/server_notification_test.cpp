@@ -1,0 +1,301 @@
+#include "quomi/api/server_notification.h"
+
+#include "quomi/core/errors.h"
+#include "quomi/rules/notify_server_response.h"
+#include "tests/api/api_client_fixture.h"
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include <boost/json/parse.hpp>
+#include <gmock/gmock.h>
+
+namespace quomi::test {
+namespace {
+
+using namespace std::chrono_literals;
+using simulated::ScriptedAnswer;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pointwise;
+
+constexpr const char* kUrl = "https://hook.test/x?rule=1";
+constexpr const char* kKey = "GET https://hook.test/x";
+
+/// Writes down what it is to perform.
+class Performer : public ServerActionPerformer {
+public:
+    explicit Performer(std::vector<std::string>& journal) : journal_(journal) {}
+
+    void executeNotifyUserAction(const std::string& param, const boost::json::object& userInfo, int triggeredBy,
+                                 std::function<void(bool)> completionBlock) override {
+        journal_.push_back(fmt::format("notify {} {} {}{}", param, serialize(userInfo), triggeredBy,
+                                       completionBlock ? " completion" : ""));
+        if (inNotify) inNotify();
+    }
+    bool executeOpenWebPageAction(const std::string& url, int triggeredBy) override {
+        journal_.push_back(fmt::format("page {} {}", url, triggeredBy));
+        return true;
+    }
+    bool executeOpenDeepLinkAction(const std::string& param, int triggeredBy) override {
+        journal_.push_back(fmt::format("link {} {}", param, triggeredBy));
+        return true;
+    }
+
+    std::function<void()> inNotify;
+
+private:
+    std::vector<std::string>& journal_;
+};
+
+class ServerNotificationTest : public ApiClientFixture {
+protected:
+    void send(const std::string& url = kUrl) {
+        api->sendServerNotificationToURL(url, performer, 2, {{"rule_id", 7}}, note("success"), noteError(),
+                                         note("enable"));
+    }
+    void answer(std::vector<ScriptedAnswer> answers) { phone.transport().answer(kKey, std::move(answers)); }
+    void answer(const char* json) { answer({ScriptedAnswer::text(json)}); }
+    /// Seconds that each later try began after the answer to the one before.
+    std::vector<double> waits() {
+        std::vector<double> times;
+        send();
+        for (std::size_t tries = requests.size(); phone.loop().nextEvent();) {
+            const double before = now();  // the moment of the last answer, when the next event is a retry
+            phone.advanceTo(*phone.loop().nextEvent());
+            if (requests.size() > tries) times.push_back(now() - before);
+            tries = requests.size();
+        }
+        return times;
+    }
+
+    std::shared_ptr<Performer> performer = std::make_shared<Performer>(journal);
+};
+
+TEST_F(ServerNotificationTest, Intervals) {
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(0, 2), 2);
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(3, 2), 16);
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(1, 20), 30);
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(std::numeric_limits<std::uint64_t>::max(), 2), 30);
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(std::numeric_limits<std::uint64_t>::max(), 0), 0);
+}
+
+TEST_F(ServerNotificationTest, Scales) {
+    const auto most = std::numeric_limits<std::uint64_t>::max();
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 40, 2), 1);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 30, 2), 1);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 15, 2), 0.5);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(3, 5, 2), 5.0 / 14);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(2, 25, 20), 0.5) << "20 and 30";
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(0, 0, 2), 1);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 0, 0), 1);
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 0, 2), 0);
+    EXPECT_NEAR(computeRetryScaleForNumberOfRetry(1'000'000, 30, 2) * 1'000'000, 1, 1e-4) << "nearly all are 30";
+    EXPECT_GT(computeRetryScaleForNumberOfRetry(most, 40, 2), 0) << "and does not take for ever";
+}
+
+TEST_F(ServerNotificationTest, RetriesBeginAfterTheAnswerAndDouble) {
+    struct Case {
+        const char* what;
+        std::uint64_t retries;
+        double period, slot;
+        ScriptedAnswer answer;
+        std::vector<double> waits;
+        std::vector<std::string> told;
+    };
+    const std::vector<Case> cases{
+        {"no JSON", 4, 40, 2, ScriptedAnswer::text("<html>"), {2, 4, 8, 16}, {"failed QuomiHTTPErrorDomain 4"}},
+        {"302", 4, 40, 2, ScriptedAnswer::text("", 302), {2, 4, 8, 16}, {"failed QuomiHTTPErrorDomain 302"}},
+        {"399", 1, 40, 2, ScriptedAnswer::text("", 399), {2}, {"failed QuomiHTTPErrorDomain 399"}},
+        {"600", 1, 40, 2, ScriptedAnswer::text("", 600), {2}, {"failed QuomiHTTPErrorDomain 600"}},
+        {"400", 4, 40, 2, ScriptedAnswer::text("", 400), {}, {"failed QuomiHTTPErrorDomain 400"}},
+        {"503", 4, 40, 2, ScriptedAnswer::text("", 503), {}, {"failed QuomiHTTPErrorDomain 503"}},
+        {"599", 4, 40, 2, ScriptedAnswer::text("", 599), {}, {"failed QuomiHTTPErrorDomain 599"}},
+        {"no answer", 4, 40, 2, ScriptedAnswer::failure(HttpFailureKind::connection), {}, {}},
+        {"too late", 4, 40, 2, ScriptedAnswer::failure(HttpFailureKind::timeout), {}, {}},
+        {"scaled",
+         3,
+         5,
+         2,
+         ScriptedAnswer::text("", 302),
+         {1, 20.0 / 14, 40.0 / 14},
+         {"failed QuomiHTTPErrorDomain 302"}},
+        {"capped", 2, 100, 20, ScriptedAnswer::text("", 302), {20, 30}, {"failed QuomiHTTPErrorDomain 302"}},
+        {"none wanted", 0, 40, 2, ScriptedAnswer::text("", 302), {}, {"failed QuomiHTTPErrorDomain 302"}},
+        {"no slot", 2, 40, 0, ScriptedAnswer::text("", 302), {1, 1}, {"failed QuomiHTTPErrorDomain 302"}},
+        {"a senseless slot", 2, 40, NAN, ScriptedAnswer::text("", 302), {1, 1}, {"failed QuomiHTTPErrorDomain 302"}},
+        {"refused as understood", 4, 40, 2, ScriptedAnswer::text("[]"), {}, {"failed QuomiErrorDomain 405"}},
+    };
+    for (const auto& [what, retries, period, slot, given, expected, told] : cases) {
+        SCOPED_TRACE(what);
+        settings.serverNotificationNumberOfRetry = retries;
+        settings.serverNotificationMaxRetryPeriod = period;
+        settings.serverNotificationRetrySlotDuration = slot;
+        answer({given});
+        EXPECT_THAT(waits(), Pointwise(testing::DoubleNear(1e-5), expected));
+        EXPECT_EQ(std::exchange(journal, {}), told);
+    }
+}
+
+TEST_F(ServerNotificationTest, RequestIsThatOfTheSession) {
+    settings.serverNotificationRequestTimeout = 1;
+    api->setServerNotificationRequestHeader("X-Key", "1");
+    send("https://hook.test/a b");
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_EQ(requests[0].method + " " + requests[0].url + requests[0].body, "GET https://hook.test/a%20b");
+    EXPECT_EQ(requests[0].timeout, 25s);
+    EXPECT_EQ(requests[0].headers, (HttpHeaders{{"Content-Type", "application/json"}, {"Accept", "application/json"}}));
+    send("https://hook.test/a b");
+    EXPECT_EQ(api->getRequestQueueCount(), 2U) << "each notification is a request of its own";
+}
+
+TEST_F(ServerNotificationTest, CustomHeadersAreKept) {
+    EXPECT_THAT(api->customHeadersForServerNotificationRequest(), IsEmpty());
+    api->setServerNotificationRequestHeader("a", "1");
+    api->setServerNotificationRequestHeader("b", "2");
+    api->setServerNotificationRequestHeader("a", "3");
+    EXPECT_EQ(api->customHeadersForServerNotificationRequest(), (QuomiAPI::Headers{{"a", "3"}, {"b", "2"}}));
+    api->setServerNotificationRequestHeader("a", {});
+    EXPECT_EQ(api->customHeadersForServerNotificationRequest(), (QuomiAPI::Headers{{"b", "2"}}));
+    api->setCustomHeadersForServerNotificationRequest({{"c", ""}});
+    EXPECT_EQ(api->customHeadersForServerNotificationRequest(), (QuomiAPI::Headers{{"c", ""}}));
+}
+
+TEST_F(ServerNotificationTest, Decisions) {
+    const std::string info = R"({"rule_id":7})";
+    const std::vector<std::pair<const char*, std::vector<std::string>>> cases{
+        {R"({"decision":"enable","notify_user":"n"})", {"success", "enable"}},
+        {R"({"decision":"disable","notify_user":"n"})", {"success"}},
+        {R"({"open_deep_link":"l","open_url":"u","notify_user":"n","decision":"notify"})",
+         {"success", "notify n " + info + " 2", "page u 2", "link l 2"}},
+        {R"({"decision":"notify","notify_user":"","open_url":" ","open_deep_link":"l"})", {"success", "link l 2"}},
+        {R"({"decision":"notify","notify_user":{"alertBody":"b"}})",
+         {"success", R"(notify {"alertBody":"b"} )" + info + " 2"}},
+        {R"({"decision":"notify","open_passbook":"p"})", {"failed QuomiErrorDomain 405"}},
+        {R"({"decision":"notify"})", {"failed QuomiErrorDomain 405"}},
+        {R"({"decision":"Enable"})", {"failed QuomiErrorDomain 405"}},
+        {R"({"decision":0})", {"failed QuomiErrorDomain 405"}},
+        {"{}", {"failed QuomiErrorDomain 405"}},
+        {"", {"failed QuomiErrorDomain 405"}},
+        {"3", {"failed QuomiErrorDomain 405"}},
+    };
+    for (const auto& [json, told] : cases) {
+        answer(json);
+        send();
+        EXPECT_EQ(after(1min), told) << json;
+    }
+}
+
+TEST_F(ServerNotificationTest, ParsedAnswer) {
+    const QuomiErrors errors(phone.platform().localization);
+    const auto parse = [&](const char* json, std::optional<Error>* error = nullptr) {
+        return QuomiNotifyServerResponse::createFromDictionnary(boost::json::parse(json).as_object(), errors, error);
+    };
+    EXPECT_EQ(parse(R"({"decision":"disable","open_url":"u"})"), (QuomiNotifyServerResponse{1, "", "u", "", ""}));
+    EXPECT_EQ(QuomiNotifyServerResponse().decision, 3);
+    std::optional<Error> error;
+    EXPECT_EQ(parse(R"({"decision":"notify"})", &error), std::nullopt);
+    EXPECT_EQ(error.value().localizedDescription().value().find(
+                  "JSON object returned by HTTP request for notify_server action is invalid"),
+              0U);
+}
+
+TEST_F(ServerNotificationTest, WithoutInfoAndWithoutCallbacks) {
+    answer(R"({"decision":"notify","notify_user":"n"})");
+    api->sendServerNotificationToURL(kUrl, performer, 1, {}, {}, {});
+    EXPECT_THAT(after(1s), ElementsAre("notify n {} 1"));
+    performer.reset();
+    send();
+    EXPECT_THAT(after(1s), ElementsAre("success")) << "nobody is left to perform it";
+    for (const char* json : {R"({"decision":"enable"})", "{}"}) {
+        answer(json);
+        api->sendServerNotificationToURL(kUrl, performer, 1, {}, {}, {});
+        EXPECT_THAT(after(1s), IsEmpty());
+    }
+}
+
+TEST_F(ServerNotificationTest, LaterTryMaySucceed) {
+    answer(
+        {ScriptedAnswer::text("", 302), ScriptedAnswer::text("no"), ScriptedAnswer::text(R"({"decision":"enable"})")});
+    send();
+    EXPECT_THAT(after(1min), ElementsAre("success", "enable"));
+    EXPECT_THAT(
+        debugLines(),
+        ElementsAre("sendServerNotificationToURL https://hook.test/x?rule=1 tryNb = 0 nbOfRetryLeft = 4",
+                    "Server notification failure, status code = 302", "Will retry server notification in 2.00 seconds",
+                    "sendServerNotificationToURL https://hook.test/x?rule=1 tryNb = 1 nbOfRetryLeft = 3",
+                    "Server notification failure, status code = 200", "Will retry server notification in 4.00 seconds",
+                    "sendServerNotificationToURL https://hook.test/x?rule=1 tryNb = 2 nbOfRetryLeft = 2",
+                    "Server notification success"));
+}
+
+TEST_F(ServerNotificationTest, EndOfRetriesIsLogged) {
+    settings.serverNotificationNumberOfRetry = 0;
+    answer({ScriptedAnswer::text("", 302)});
+    send();
+    EXPECT_THAT(after(1min), ElementsAre("failed QuomiHTTPErrorDomain 302"));
+    answer(R"({"decision":"disable"})");
+    send();
+    phone.advanceBy(1s);
+    const auto lines = debugLines();
+    EXPECT_EQ(lines.at(2), "Number of retry exceeded, notifying of server notification failure...");
+    EXPECT_EQ(lines.back(), "Action disabled");
+}
+
+TEST_F(ServerNotificationTest, CancelEndsWhatWaitsForItsNextTry) {
+    answer({ScriptedAnswer::text("", 302)});
+    const auto held = std::make_shared<int>(0);
+    for (const bool ends : {false, true}) {
+        requests.clear();
+        api->sendServerNotificationToURL(kUrl, performer, 1, [held] {}, noteError(), {});
+        phone.advanceBy(1s);
+        EXPECT_EQ(api->getRequestQueueCount(), 0U) << "between two tries there is no request";
+        ends ? api.reset() : api->cancelAllRequests();
+        EXPECT_EQ(held.use_count(), 1);
+        EXPECT_THAT(after(1min), IsEmpty());
+        EXPECT_EQ(requests.size(), 1U);
+        EXPECT_EQ(phone.loop().pendingEvents(), 0U);
+    }
+}
+
+TEST_F(ServerNotificationTest, CallbackMayEndEverything) {
+    const std::vector<std::function<void()>> ways{[this] { api->cancelAllRequests(); }, [this] { api.reset(); }};
+    for (const auto& end : ways) {
+        makeClient("https://a.test");
+        const auto noteAndEnd = [this, end] {
+            journal.push_back("success");
+            end();
+        };
+        for (const char* json : {R"({"decision":"enable"})", R"({"decision":"notify","notify_user":"n"})"}) {
+            makeClient("https://a.test");
+            answer(json);
+            api->sendServerNotificationToURL(kUrl, performer, 1, noteAndEnd, noteError(), note("enable"));
+            EXPECT_THAT(after(1min), ElementsAre("success"));
+        }
+        makeClient("https://a.test");
+        answer(R"({"decision":"notify","notify_user":"n","open_url":"u"})");
+        performer->inNotify = end;
+        send();
+        EXPECT_THAT(after(1min), ElementsAre("success", R"(notify n {"rule_id":7} 2)"));
+        performer->inNotify = {};
+        makeClient("https://a.test");
+        answer({ScriptedAnswer::text("", 500)});
+        api->sendServerNotificationToURL(kUrl, performer, 1, {}, [end](const Error&) { end(); }, {});
+        EXPECT_THAT(after(1min), IsEmpty());
+    }
+}
+
+TEST_F(ServerNotificationTest, RetryWaitsForTheNetwork) {
+    answer({ScriptedAnswer::text("", 302), ScriptedAnswer::text(R"({"decision":"enable"})")});
+    send();
+    phone.advanceBy(1s);
+    phone.network(false);
+    EXPECT_THAT(after(1h), IsEmpty());
+    EXPECT_EQ(requests.size(), 1U);
+    phone.network(true);
+    EXPECT_THAT(after(1s), ElementsAre("success", "enable"));
+}
+
+}  // namespace
+}  // namespace quomi::test

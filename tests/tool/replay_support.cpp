@@ -1,0 +1,192 @@
+#include "tests/tool/replay_support.h"
+
+#include "tools/quomi/replay_command.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+
+namespace json = boost::json;
+
+namespace {
+
+constexpr std::string_view kBase = "https://backoffice.test";
+
+using Names = std::set<std::string>;
+
+const std::map<std::string, Names>& fieldsOfKinds() {
+    static const std::map<std::string, Names> table{
+        {"call", {"result", "error"}},
+        {"callback", {"outcome", "error"}},
+        {"request", {"url", "headers", "body"}},
+        {"response", {"url"}},
+        {"monitor", {"region"}},
+        {"unmonitor", {"region"}},
+        {"range", {"region"}},
+        {"unrange", {"region"}},
+        {"updates", {"on"}},
+        {"authorizationRequest", {}},
+        {"notificationRightsRequest", {}},
+        {"category", {"actions"}},
+        {"backgroundTask", {"id"}},
+        {"console", {}},
+        {"defaults", {"value"}},
+        {"delegate:didReceiveErrorNotification", {"error"}},
+        {"delegate:didLogEvent", {"event", "time"}},
+        {"delegate:didEnterBeaconRegion", {"uuid", "userInfo"}},
+        {"delegate:didExitBeaconRegion", {"uuid", "userInfo"}},
+        {"delegate:didFindNewBeacon", {"beacon", "userInfo"}},
+        {"delegate:didLoseBeaconSignal", {"beacon", "userInfo"}},
+        {"delegate:didUpdateBeacon", {"beacon", "userInfo"}},
+        {"delegate:didReceivePingFromBeacon", {"beacon", "userInfo"}},
+        {"delegate:didReceiveLocationChange", {"location"}},
+        {"delegate:didReceiveEnterRegionNotification", {"region"}},
+        {"delegate:didReceiveExitRegionNotification", {"region"}},
+    };
+    return table;
+}
+
+std::string textOf(const json::value& value) {
+    if (value.is_string()) return std::string(value.get_string());
+    if (value.is_double()) return fmt::format("{}", value.get_double());
+    return json::serialize(value);
+}
+
+std::string shortUrl(const json::value& value) {
+    auto url = textOf(value);
+    url = url.substr(0, url.find('?'));
+    return url.starts_with(kBase) ? url.substr(kBase.size()) : url;
+}
+
+std::string shortBeacon(const json::value& value) {
+    const auto name = textOf(value);
+    return name.substr(name.find('/') + 1);
+}
+
+/// The one field of a kind of record that a test is likely to look at.
+std::string detail(const json::object& record) {
+    for (const auto& field : record) {
+        if (field.key() == "url") return ' ' + shortUrl(field.value());
+        if (field.key() == "beacon") return ' ' + shortBeacon(field.value());
+        if (field.key() == "on") return field.value().as_bool() ? " on" : " off";
+        const bool isShown = field.key() == "event" || field.key() == "result" || field.key() == "outcome" ||
+                             field.key() == "uuid" || field.key() == "id" || field.key() == "value";
+        if (isShown && !field.value().is_null()) return ' ' + textOf(field.value());
+    }
+    return {};
+}
+
+bool isError(const json::value& value) {
+    const auto* error = value.if_object();
+    return error != nullptr && error->size() == 3 && error->contains("domain") && error->contains("code") &&
+           error->contains("description");
+}
+
+}  // namespace
+
+std::string brief(const json::object& record) {
+    const auto& kind = *(record.begin() + 1);
+    auto line = fmt::format("{} {} {}", textOf(record.at("t")), std::string_view(kind.key()), textOf(kind.value()));
+    line += detail(record);
+    if (const auto* error = record.if_contains("error"); error != nullptr && error->is_object()) {
+        line += " error " + textOf(error->as_object().at("code"));
+    }
+    return line;
+}
+
+std::string formFault(const json::object& record) {
+    if (record.size() < 2 || record.begin()->key() != "t" || !record.at("t").is_number()) return "no time and kind";
+    const auto& kind = *(record.begin() + 1);
+    std::string name(kind.key());
+    if (name == "delegate") name += ':' + textOf(kind.value());
+    const auto known = fieldsOfKinds().find(name);
+    if (known == fieldsOfKinds().end()) return "unknown kind " + name;
+    Names fields;
+    for (auto field = record.begin() + 2; field != record.end(); ++field) fields.emplace(field->key());
+    if (name == "request") fields.insert("body");  // left out where there is none
+    if (fields != known->second) return "fields of " + name;
+    if (const auto* error = record.if_contains("error"); error != nullptr && !error->is_null() && !isError(*error)) {
+        return "form of the error";
+    }
+    return {};
+}
+
+std::vector<std::string> Replayed::lines(std::string_view kind) const {
+    std::vector<std::string> lines;
+    for (const auto& record : records) {
+        auto line = brief(record);
+        if (std::string_view(line).substr(line.find(' ') + 1).starts_with(kind)) lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+json::value asJson(std::string_view text) {
+    return json::parse({text.data(), text.size()});
+}
+
+json::object shopVisit(std::string_view timeline) {
+    auto visit = asJson(R"({"visit": 1, "start": "2026-11-21T09:30:00+01:00",
+        "app": {"namespace": "shop", "properties": {"geofencesEnabled": false},
+            "settings": {"beaconServiceMonitorinEnabled": false}},
+        "backoffice": {"answers": {
+            "GET /u_applications/query.json": {"json": {"success": true, "namespace_uid": "shop",
+                "normal_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1",
+                "secure_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2",
+                "service_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3", "anti_hacking_protocol": "none"}},
+            "GET /u_applications/limits.json": {"json": {"success": true}},
+            "POST /u_app_users/find_or_create_by_udid.json": {"json": {"success": true}}}}})")
+                     .as_object();
+    visit["timeline"] = asJson(timeline);
+    return visit;
+}
+
+json::object& answersOf(json::object& visit) {
+    return visit["backoffice"].as_object()["answers"].as_object();
+}
+
+std::filesystem::path ReplayBench::write(const std::string& name, std::string_view text) const {
+    std::ofstream(folder() / name, std::ios::binary) << text;
+    return folder() / name;
+}
+
+Replayed ReplayBench::play(const json::object& visit, std::vector<std::string> options) const {
+    options.insert(options.begin(), {write("visit.json", json::serialize(visit)).string(), "--json"});
+    auto replayed = run(options);
+    std::istringstream lines(replayed.out);
+    for (std::string line; std::getline(lines, line);) {
+        replayed.records.push_back(json::parse(line).as_object());
+        const auto fault = formFault(replayed.records.back());
+        EXPECT_EQ(fault, "") << line;
+        if (!fault.empty()) replayed.records.pop_back();
+    }
+    EXPECT_EQ(replayed.err, "");
+    EXPECT_TRUE(replayed.out.empty() || replayed.out.back() == '\n');
+    return replayed;
+}
+
+Replayed ReplayBench::run(const std::vector<std::string>& args) const {
+    std::ostringstream out;
+    std::ostringstream err;
+    Replayed replayed;
+    replayed.status = tool::ReplayCommand(false).run(args, out, err);
+    replayed.out = out.str();
+    replayed.err = err.str();
+    return replayed;
+}
+
+int ReplayBench::runInto(const std::filesystem::path& out, const std::vector<std::string>& args) const {
+    std::ofstream file(out);
+    std::ostringstream err;
+    return tool::ReplayCommand(false).run(args, file, err);
+}
+
+}  // namespace quomi::test
