@@ -102,8 +102,12 @@ void rangingReport(benchmark::State& state, std::shared_ptr<QuomiSDKDelegate> de
     state.counters["bound"] = 3;
 }
 
-void rangingReportHostHearsNothing(benchmark::State& state) { rangingReport(state, nullptr); }
-void rangingReportHostHearsEverything(benchmark::State& state) { rangingReport(state, curiousDelegate()); }
+void rangingReportHostHearsNothing(benchmark::State& state) {
+    rangingReport(state, nullptr);
+}
+void rangingReportHostHearsEverything(benchmark::State& state) {
+    rangingReport(state, curiousDelegate());
+}
 
 BENCHMARK(rangingReportHostHearsNothing)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(rangingReportHostHearsEverything)->UseManualTime()->Unit(benchmark::kMicrosecond);

@@ -1,7 +1,7 @@
 // An hour with ten beacons in view, one report a second, played through `quomi replay --json` into a file.
 
 #include "bench/bench_phone.h"
-#include "tools/quomi/replay_command.h"
+#include "tools/quomi/replay/replay_command.h"
 
 #include <ctime>
 #include <fstream>
@@ -49,7 +49,9 @@ boost::json::object hourInAShop() {
              {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"every", 1}, {"until", kSeconds}, {"range", beacons}}}}};
 }
 
-double processorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
+double processorSeconds() {
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
 
 void replayOfAnHour(benchmark::State& state) {
     const BenchPhone directory;

@@ -1,6 +1,6 @@
 // What a back office serves, as somebody wrote it.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/campaign.h"
+#include "tools/quomi/backoffice/campaign.h"
 
 #include <optional>
 

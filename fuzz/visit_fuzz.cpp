@@ -1,7 +1,7 @@
 // Visits, as somebody wrote them; those that are valid are unfolded.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/visit.h"
-#include "tools/quomi/visit_steps.h"
+#include "tools/quomi/visit/visit.h"
+#include "tools/quomi/visit/visit_steps.h"
 
 #include <optional>
 

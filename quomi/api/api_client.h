@@ -50,8 +50,8 @@ public:
     using DownloadFailure = std::function<void(const DownloadResponse&, const Error&)>;
     using Headers = std::map<std::string, std::string, std::less<>>;
 
-    /// A client of the server at the base URL; the request timeout is the settings' at this moment. Platform, settings
-    /// and log outlive it.
+    /// A client of the server at the base URL; the request timeout is the settings' at this moment. What the
+    /// platform refers to, settings and log outlive it.
     QuomiAPI(std::string baseURL, const Platform& platform, const QuomiSettings& settings, DebugLog& debugLog);
     ~QuomiAPI() override;
 
@@ -127,7 +127,7 @@ private:
     [[nodiscard]] boost::json::object userInformation(const QuomiUser& user, const std::string& appNamespace) const;
 
     const std::string baseURL_;
-    const Platform& platform_;
+    const Platform platform_;
     const QuomiSettings& settings_;
     DebugLog& debugLog_;
     const QuomiErrors errors_;

@@ -1,15 +1,15 @@
 #include "quomi/api/http_session.h"
 
+#include "quomi/api/callback.h"
+#include "quomi/api/url.h"
+#include "quomi/util/json_readers.h"
+#include "quomi/util/text.h"
+
 #include <algorithm>
 #include <list>
 #include <utility>
 #include <variant>
 #include <vector>
-
-#include "quomi/api/callback.h"
-#include "quomi/api/url.h"
-#include "quomi/util/json_readers.h"
-#include "quomi/util/text.h"
 
 #include <boost/json/serialize.hpp>
 #include <fmt/format.h>
@@ -89,11 +89,11 @@ struct HttpSession::Queue : std::enable_shared_from_this<Queue> {
     }
 
     void send(std::list<Operation>::iterator operation) {
-        operation->task = transport.send(operation->request,
-                                         [weak = weak_from_this(), operation](const HttpResult& result) {
-                                             // The queue's end drops the task and so this callback's position with it.
-                                             if (const auto queue = weak.lock()) queue->finish(operation, result);
-                                         });
+        operation->task =
+            transport.send(operation->request, [weak = weak_from_this(), operation](const HttpResult& result) {
+                // The queue's end drops the task and so this callback's position with it.
+                if (const auto queue = weak.lock()) queue->finish(operation, result);
+            });
     }
 
     void finish(std::list<Operation>::iterator finished, const HttpResult& result) {
@@ -124,7 +124,9 @@ struct HttpSession::Queue : std::enable_shared_from_this<Queue> {
 HttpSession::HttpSession(HttpTransport& transport, HttpHeaders headers, Duration timeout)
     : headers_(std::move(headers)), timeout_(timeout), queue_(std::make_shared<Queue>(transport)) {}
 
-HttpSession::~HttpSession() { cancelAll(); }
+HttpSession::~HttpSession() {
+    cancelAll();
+}
 
 void HttpSession::get(const std::string& url, Success success, Failure failure) {
     enqueue({"GET", url, headers_, {}, timeout_}, false, std::move(success), std::move(failure));
@@ -152,7 +154,9 @@ void HttpSession::enqueue(HttpRequest request, bool isShared, Success success, F
     queue_->startWhatMay();
 }
 
-std::size_t HttpSession::requestCount() const { return queue_->operations.size(); }
+std::size_t HttpSession::requestCount() const {
+    return queue_->operations.size();
+}
 
 void HttpSession::cancelAll() {
     ++queue_->cancellations;

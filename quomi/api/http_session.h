@@ -1,13 +1,13 @@
 #pragma once
 
+#include "quomi/api/http_transport.h"
+#include "quomi/util/error.h"
+
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "quomi/api/http_transport.h"
-#include "quomi/util/error.h"
 
 #include <boost/json/value.hpp>
 

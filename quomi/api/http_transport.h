@@ -1,13 +1,13 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <variant>
 #include <vector>
-
-#include "quomi/util/time.h"
 
 namespace quomi {
 

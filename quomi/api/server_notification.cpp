@@ -76,10 +76,7 @@ void ServerNotifications::send(ServerNotification notification) {
 
 void ServerNotifications::cancelAll() {
     const auto dropped = std::exchange(attempts_, {});
-    for (const auto& attempt : dropped) {
-        attempt->isCancelled = true;
-        attempt->retryTimer.reset();
-    }
+    for (const auto& attempt : dropped) attempt->isCancelled = true;
 }
 
 // The request goes through the client's session, so that session's headers and timeout apply. Deliberate: no request

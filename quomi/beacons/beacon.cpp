@@ -20,9 +20,9 @@ QuomiBeacon::QuomiBeacon(const Uuid& proximityUUID, std::uint16_t major, std::ui
     : proximityUUID_(proximityUUID), major_(major), minor_(minor), lastSeenAt_(createdAt) {}
 
 void QuomiBeacon::updateState(const RangedBeacon& report, WallTime now) {
-    proximity_ = QuomiProximityUtils::splitFarProximity(
-        QuomiProximityUtils::mapCLProximityToQuomiProximity(report.proximity), report.accuracy,
-        farDistanceSplitThreshold_);
+    proximity_ =
+        QuomiProximityUtils::splitFarProximity(QuomiProximityUtils::mapCLProximityToQuomiProximity(report.proximity),
+                                               report.accuracy, farDistanceSplitThreshold_);
     accuracy_ = report.accuracy;
     rssi_ = report.rssi;
     lastSeenAt_ = now;

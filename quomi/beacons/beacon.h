@@ -1,10 +1,10 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-
 #include "quomi/beacons/proximity.h"
 #include "quomi/util/time.h"
+
+#include <cstdint>
+#include <string>
 
 #include <boost/json/fwd.hpp>
 

@@ -1,14 +1,14 @@
 #include "quomi/beacons/beacon_manager.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "quomi/core/errors.h"
 #include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/region_text.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace quomi {
 
@@ -23,7 +23,9 @@ QuomiBeaconManager::QuomiBeaconManager(const Uuid& proximityUUID, const Platform
     setUseExtendedBackgroundRangingTime(false);
 }
 
-QuomiBeaconManager::~QuomiBeaconManager() { cancelBackgroundRangingTask(); }
+QuomiBeaconManager::~QuomiBeaconManager() {
+    cancelBackgroundRangingTask();
+}
 
 template <class Operation, class... Arguments>
 void QuomiBeaconManager::tell(Operation QuomiBeaconManagerDelegate::*operation,
@@ -115,7 +117,8 @@ void QuomiBeaconManager::stop() {
     ++runs_;
     applicationObservation_.reset();
     beaconTimeoutMonitorTimer_.reset();
-    for (const auto& region : locationManager_->rangedRegions()) locationManager_->stopRangingBeacons(region.identifier);
+    for (const auto& region : locationManager_->rangedRegions())
+        locationManager_->stopRangingBeacons(region.identifier);
     stopExtendedBackgroundRanging();
     if (beaconRegion_) locationManager_->stopMonitoring(beaconRegion_->identifier);
     beaconRegion_.reset();
@@ -145,7 +148,9 @@ void QuomiBeaconManager::startExtendedBackgroundRangingIfPossible() {
     locationManager_->startUpdatingLocation();
 }
 
-void QuomiBeaconManager::stopExtendedBackgroundRanging() { locationManager_->stopUpdatingLocation(); }
+void QuomiBeaconManager::stopExtendedBackgroundRanging() {
+    locationManager_->stopUpdatingLocation();
+}
 
 void QuomiBeaconManager::beginBackgroundRangingTask() {
     if (rangingBackgroundTask_ != kBackgroundTaskInvalid) return;

@@ -1,5 +1,12 @@
 #pragma once
 
+#include "quomi/beacons/beacon.h"
+#include "quomi/platform/application.h"
+#include "quomi/platform/location.h"
+#include "quomi/platform/platform.h"
+#include "quomi/platform/run_loop.h"
+#include "quomi/util/error.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -7,13 +14,6 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
-
-#include "quomi/beacons/beacon.h"
-#include "quomi/platform/application.h"
-#include "quomi/platform/location.h"
-#include "quomi/platform/platform.h"
-#include "quomi/platform/run_loop.h"
-#include "quomi/util/error.h"
 
 namespace quomi {
 
@@ -71,7 +71,8 @@ public:
     /// Which permission `start` asks for; at first the one for always.
     void setRequestWhenInUseAuthorization(bool request) { requestWhenInUseAuthorization_ = request; }
     [[nodiscard]] bool requestWhenInUseAuthorization() const { return requestWhenInUseAuthorization_; }
-    /// Keeps the app running in the background by coarse location updates so that ranging goes on. Takes effect at once.
+    /// Keeps the app running in the background by coarse location updates so that ranging goes on. Takes effect at
+    /// once.
     void setUseExtendedBackgroundRangingTime(bool use);
     [[nodiscard]] bool useExtendedBackgroundRangingTime() const { return useExtendedBackgroundRangingTime_; }
     /// Where far is divided, in metres, at first 0; for beacons found from now on.

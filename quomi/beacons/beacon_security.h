@@ -1,13 +1,13 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
-
-#include "quomi/util/time.h"
 
 namespace quomi {
 
@@ -35,8 +35,8 @@ struct QuomiDS1337RTC {
                                                                      std::string_view zone);
 };
 
-/// Rotating advertisements of secure beacons: the packing of true major and check code into the advertised pair, and the
-/// check code itself, which is of one local day. Pure functions. ("Adsertisement" is deliberate: callers know the
+/// Rotating advertisements of secure beacons: the packing of true major and check code into the advertised pair, and
+/// the check code itself, which is of one local day. Pure functions. ("Adsertisement" is deliberate: callers know the
 /// operations by these names.)
 struct QuomiBeaconSecurity {
     [[nodiscard]] static std::uint16_t getMajorForSecureAdsertisement(std::uint16_t major, std::uint16_t crc);
@@ -52,8 +52,8 @@ struct QuomiBeaconSecurity {
     [[nodiscard]] static std::uint16_t computeCRCCode(WallTime date, std::string_view zone,
                                                       std::string_view serialHexString,
                                                       std::string_view secretHexString, std::uint16_t major);
-    /// Whether the code is that of the date, or with tolerance of the date 86,400 s before or after. The secret is plain
-    /// text, zero-filled to 6 bytes.
+    /// Whether the code is that of the date, or with tolerance of the date 86,400 s before or after. The secret is
+    /// plain text, zero-filled to 6 bytes.
     [[nodiscard]] static bool isAdvertisementMatchingCRCCode(std::uint16_t code, WallTime date, std::string_view zone,
                                                              std::string_view serialHexString, std::string_view secret,
                                                              std::uint16_t major, bool useTolerance);

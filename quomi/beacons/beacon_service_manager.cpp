@@ -1,11 +1,11 @@
 #include "quomi/beacons/beacon_service_manager.h"
 
-#include <utility>
-
 #include "quomi/beacons/beacon.h"
 #include "quomi/beacons/beacon_security.h"
 #include "quomi/core/errors.h"
 #include "quomi/core/settings.h"
+
+#include <utility>
 
 namespace quomi {
 
@@ -41,14 +41,16 @@ bool QuomiBeaconServiceManager::start(std::optional<Error>* error) {
 
 void QuomiBeaconServiceManager::stop() {
     if (beaconRegion_) locationManager_->stopMonitoring(beaconRegion_->identifier);
-    for (const auto& region : locationManager_->rangedRegions()) locationManager_->stopRangingBeacons(region.identifier);
+    for (const auto& region : locationManager_->rangedRegions())
+        locationManager_->stopRangingBeacons(region.identifier);
     beaconRegion_.reset();
     started_ = false;
 }
 
 const BeaconRegion* QuomiBeaconServiceManager::ownRegion(const Region& region) const {
     const auto* beaconRegion = std::get_if<BeaconRegion>(&region);
-    return started_ && beaconRegion != nullptr && beaconRegion->proximityUUID == proximityUUID_ ? beaconRegion : nullptr;
+    return started_ && beaconRegion != nullptr && beaconRegion->proximityUUID == proximityUUID_ ? beaconRegion
+                                                                                                : nullptr;
 }
 
 void QuomiBeaconServiceManager::didChangeAuthorizationStatus(AuthorizationStatus status) {

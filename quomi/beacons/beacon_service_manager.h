@@ -1,15 +1,15 @@
 #pragma once
 
+#include "quomi/platform/location.h"
+#include "quomi/platform/platform.h"
+#include "quomi/util/error.h"
+
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unordered_set>
-
-#include "quomi/platform/location.h"
-#include "quomi/platform/platform.h"
-#include "quomi/util/error.h"
 
 namespace quomi {
 

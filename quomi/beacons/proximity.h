@@ -1,19 +1,19 @@
 #pragma once
 
-#include <cstdint>
-
 #include "quomi/platform/location.h"
+
+#include <cstdint>
 
 namespace quomi {
 
 /// How near a beacon is, as beacons, rules, logs and the store share it. The numbers are exchanged and never change.
 enum QuomiProximity : std::int64_t {
-    QuomiProximityInvalid = 0,       ///< a server's number that means nothing
+    QuomiProximityInvalid = 0,  ///< a server's number that means nothing
     QuomiProximityImmediate = 1,
     QuomiProximityNear = 2,
-    QuomiProximityFar = 3,           ///< far, not divided; as the end of a range it admits both halves
-    QuomiProximityMediumFar = 4,     ///< far, at or below the split distance
-    QuomiProximityDistantFar = 5,    ///< far, beyond the split distance or at no known distance
+    QuomiProximityFar = 3,         ///< far, not divided; as the end of a range it admits both halves
+    QuomiProximityMediumFar = 4,   ///< far, at or below the split distance
+    QuomiProximityDistantFar = 5,  ///< far, beyond the split distance or at no known distance
     QuomiProximityUnknown = 6,
     QuomiProximityUndetermined = 7,  ///< never ranged
 };

@@ -15,8 +15,8 @@ public:
     [[nodiscard]] std::uint16_t advertizedMajor() const { return advertizedMajor_; }
     [[nodiscard]] std::uint16_t advertizedMinor() const { return advertizedMinor_; }
 
-    /// Made of the advertised pair, so that each pair is a beacon of its own: one whose code changes at midnight is lost
-    /// and found again.
+    /// Made of the advertised pair, so that each pair is a beacon of its own: one whose code changes at midnight is
+    /// lost and found again.
     [[nodiscard]] std::string name() const override;
     [[nodiscard]] bool isSecure() const override { return true; }
     /// That of a beacon, and "advertizedMajor" and "advertizedMinor".

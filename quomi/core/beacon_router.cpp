@@ -1,9 +1,9 @@
 #include "quomi/core/beacon_router.h"
 
+#include "quomi/core/host_delegate.h"
+
 #include <string>
 #include <utility>
-
-#include "quomi/core/host_delegate.h"
 
 #include <boost/json/object.hpp>
 

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "quomi/beacons/beacon_manager.h"
+
 #include <functional>
 #include <memory>
-
-#include "quomi/beacons/beacon_manager.h"
 
 #include <boost/json/fwd.hpp>
 

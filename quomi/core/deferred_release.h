@@ -1,10 +1,10 @@
 #pragma once
 
+#include "quomi/platform/run_loop.h"
+
 #include <memory>
 #include <utility>
 #include <vector>
-
-#include "quomi/platform/run_loop.h"
 
 namespace quomi {
 

@@ -1,10 +1,10 @@
 #include "quomi/core/errors.h"
 
+#include "quomi/platform/localization.h"
+
 #include <algorithm>
 #include <array>
 #include <utility>
-
-#include "quomi/platform/localization.h"
 
 #include <fmt/format.h>
 
@@ -27,8 +27,7 @@ constexpr std::array kMessages{
             "erase all stored data"},
     Message{ErrorCode::regionMonitoringUnsupported,
             "The device does not support region monitoring or significant location change monitoring"},
-    Message{ErrorCode::beaconsUnsupported,
-            "The device does not support iBeacons. Support has been added with iOS 7.0"},
+    Message{ErrorCode::beaconsUnsupported, "The device does not support iBeacons. Support has been added with iOS 7.0"},
     Message{ErrorCode::namespaceNotSet, "The mandatory appNamespace property is not set"},
     Message{ErrorCode::geofencesDisabled,
             "The geofencing features of the SDK are disabled, see geofencesEnabled property"},
@@ -86,7 +85,9 @@ std::string QuomiErrors::errorMessageForCode(std::int64_t code) const {
     return localization_.localizedString(english).value_or(std::string(english));
 }
 
-Error QuomiErrors::errorWithCode(std::int64_t code) const { return errorWithCode(code, errorMessageForCode(code)); }
+Error QuomiErrors::errorWithCode(std::int64_t code) const {
+    return errorWithCode(code, errorMessageForCode(code));
+}
 
 Error QuomiErrors::errorWithCode(std::int64_t code, std::optional<std::string_view> additionalMessage) const {
     return {kErrorDomain,

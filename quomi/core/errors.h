@@ -1,12 +1,12 @@
 #pragma once
 
+#include "quomi/util/error.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
-
-#include "quomi/util/error.h"
 
 namespace quomi {
 

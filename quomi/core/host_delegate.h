@@ -1,11 +1,11 @@
 #pragma once
 
+#include "quomi/core/sdk_delegate.h"
+
 #include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
-
-#include "quomi/core/sdk_delegate.h"
 
 namespace quomi {
 

@@ -1,7 +1,5 @@
 #include "quomi/core/sdk.h"
 
-#include <utility>
-
 #include "quomi/api/url.h"
 #include "quomi/core/deferred_release.h"
 #include "quomi/core/errors.h"
@@ -12,6 +10,8 @@
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/console.h"
 #include "quomi/util/text.h"
+
+#include <utility>
 
 #include <boost/json/object.hpp>
 
@@ -29,11 +29,17 @@ QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
 
 QuomiSDK::~QuomiSDK() = default;
 
-std::string QuomiSDK::SDKVersion() const { return kSDKVersion; }
+std::string QuomiSDK::SDKVersion() const {
+    return kSDKVersion;
+}
 
-void QuomiSDK::setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate) { host_->set(std::move(delegate)); }
+void QuomiSDK::setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate) {
+    host_->set(std::move(delegate));
+}
 
-std::shared_ptr<QuomiSDKDelegate> QuomiSDK::delegate() const { return host_->get(); }
+std::shared_ptr<QuomiSDKDelegate> QuomiSDK::delegate() const {
+    return host_->get();
+}
 
 // Starting and stopping
 
@@ -45,8 +51,7 @@ bool QuomiSDK::fail(std::optional<Error>* error, Error failure) {
 
 bool QuomiSDK::start(std::optional<Error>* error) {
     if (running_) {
-        return fail(error,
-                    errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot start SDK if already started"));
+        return fail(error, errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot start SDK if already started"));
     }
     if (!appNamespace()) {
         return fail(error, errors_->errorWithCode(ErrorCode::namespaceNotSet,
@@ -88,7 +93,9 @@ void QuomiSDK::startAsynchronously() {
     });
 }
 
-bool QuomiSDK::isCurrent(const std::shared_ptr<Session>& session) const { return session == session_ && running_; }
+bool QuomiSDK::isCurrent(const std::shared_ptr<Session>& session) const {
+    return session == session_ && running_;
+}
 
 bool QuomiSDK::completeStart(const QuomiApplication& /*application*/, std::optional<Error>* error) {
     const auto session = session_;
@@ -150,7 +157,9 @@ void QuomiSDK::setBaseURL(const std::string& baseURL) {
     settings_.baseAPIUrl = baseURL;
 }
 
-void QuomiSDK::warn(const char* message) const { platform_.console.log(message); }
+void QuomiSDK::warn(const char* message) const {
+    platform_.console.log(message);
+}
 
 void QuomiSDK::setBeaconsEnabled(bool enabled) {
     if (enabled && !deviceSupportsBeacons()) {
@@ -215,7 +224,9 @@ void QuomiSDK::updateUserInformation(std::function<void()> success, std::functio
         [failure = std::move(failure)](const Error& error) { callHost(failure, error); });
 }
 
-void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) { host_->forwardErrorToDelegate(error); }
+void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) {
+    host_->forwardErrorToDelegate(error);
+}
 
 void QuomiSDK::logEvent(const boost::json::object& event) {
     const auto session = session_;
@@ -226,6 +237,8 @@ std::string QuomiSDK::getDebugFileContent() const {
     return QuomiFileLogger(platform_.files).getFileLogContent().value_or("");
 }
 
-void QuomiSDK::clearDebugFile() { QuomiFileLogger(platform_.files).clearLogFile(); }
+void QuomiSDK::clearDebugFile() {
+    QuomiFileLogger(platform_.files).clearLogFile();
+}
 
 }  // namespace quomi

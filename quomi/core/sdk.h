@@ -1,16 +1,16 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-
 #include "quomi/core/sdk_delegate.h"
 #include "quomi/core/settings.h"
 #include "quomi/core/user.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
 
 #include <boost/json/fwd.hpp>
 
@@ -48,14 +48,13 @@ public:
     [[nodiscard]] std::string SDKVersion() const;
 
     /// Opens the store, obtains the namespace's application record and begins to watch. With a stored record the result
-    /// is the outcome. Without one the record is downloaded: the result is true at once, and what becomes of it shows in
-    /// `isRunning` and the delegate's errors.
-    /// Fails with 3 when running, 7 without a namespace, 600 to 604 when the store cannot be opened, 5 and 6 when the
-    /// phone lacks what is enabled; without an error object when the security mode is unknown. A failed start leaves the
-    /// SDK able to start again.
+    /// is the outcome. Without one the record is downloaded: the result is true at once, and what becomes of it shows
+    /// in `isRunning` and the delegate's errors. Fails with 3 when running, 7 without a namespace, 600 to 604 when the
+    /// store cannot be opened, 5 and 6 when the phone lacks what is enabled; without an error object when the security
+    /// mode is unknown. A failed start leaves the SDK able to start again.
     bool start(std::optional<Error>* error = nullptr);
-    /// Ends everything that `start` began: nothing of it calls back any more, requests are dropped. Nothing happens when
-    /// not running. User and delegate stay.
+    /// Ends everything that `start` began: nothing of it calls back any more, requests are dropped. Nothing happens
+    /// when not running. User and delegate stay.
     void stop();
     [[nodiscard]] bool isRunning() const { return running_; }
 

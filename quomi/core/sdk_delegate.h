@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
-#include <string>
-
 #include "quomi/util/error.h"
 #include "quomi/util/time.h"
+
+#include <functional>
+#include <string>
 
 #include <boost/json/fwd.hpp>
 

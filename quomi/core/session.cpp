@@ -1,7 +1,5 @@
 #include "quomi/core/session.h"
 
-#include <utility>
-
 #include "quomi/api/api_client.h"
 #include "quomi/beacons/beacon_manager.h"
 #include "quomi/beacons/beacon_service_manager.h"
@@ -19,6 +17,8 @@
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 
+#include <utility>
+
 #include <boost/json/object.hpp>
 #include <fmt/format.h>
 
@@ -26,14 +26,16 @@ namespace quomi {
 
 namespace {
 
-Uuid uuidOf(const std::string& text) { return Uuid::parse(text).value_or(Uuid()); }
+Uuid uuidOf(const std::string& text) {
+    return Uuid::parse(text).value_or(Uuid());
+}
 
 }  // namespace
 
 Session::Session(const SessionContext& context)
     : context_(context),
-      beaconRouter_(std::make_shared<BeaconRouter>(
-          context.host, [this](const boost::json::object& event) { logEvent(event); })),
+      beaconRouter_(
+          std::make_shared<BeaconRouter>(context.host, [this](const boost::json::object& event) { logEvent(event); })),
       locationDelegate_(std::make_shared<QuomiLocationDelegate>()),
       beaconServiceDelegate_(std::make_shared<QuomiBeaconServiceManagerDelegate>()) {}
 
@@ -60,7 +62,9 @@ bool Session::open(std::optional<Error>* error) {
     return true;
 }
 
-Session::Application Session::application() const { return data_->getApplication(); }
+Session::Application Session::application() const {
+    return data_->getApplication();
+}
 
 void Session::downloadApplication(
     std::function<void(const Application&, const std::optional<Error>& requestError)> done) {
@@ -240,7 +244,9 @@ void Session::applicationChanged(ApplicationEvent event) {
     }
 }
 
-void Session::setSdkIsStarted(bool isStarted) { data_->setSdkIsStarted(isStarted); }
+void Session::setSdkIsStarted(bool isStarted) {
+    data_->setSdkIsStarted(isStarted);
+}
 
 void Session::shutDown() {
     applicationObservation_.reset();

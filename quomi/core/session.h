@@ -1,13 +1,13 @@
 #pragma once
 
+#include "quomi/platform/application.h"
+#include "quomi/platform/platform.h"
+#include "quomi/util/error.h"
+
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "quomi/platform/application.h"
-#include "quomi/platform/platform.h"
-#include "quomi/util/error.h"
 
 #include <boost/json/fwd.hpp>
 

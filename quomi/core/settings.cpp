@@ -1,8 +1,8 @@
 #include "quomi/core/settings.h"
 
-#include <utility>
-
 #include "quomi/platform/location.h"
+
+#include <utility>
 
 namespace quomi {
 

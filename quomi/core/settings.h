@@ -10,10 +10,10 @@ class LocationPlatform;
 
 /// What the operator of the service supplies once for every app: where the service lives and which beacons are its own.
 struct Deployment {
-    std::string apiBaseUrl = "https://api.quomi.test";                                    ///< kAPIBaseUrl
-    std::string beaconProximityUUIDNormal = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A1";       ///< of normal beacons
-    std::string beaconProximityUUIDSecure = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2";       ///< of secure beacons
-    std::string beaconProximityUUIDService = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3";      ///< of service beacons
+    std::string apiBaseUrl = "https://api.quomi.test";                                ///< kAPIBaseUrl
+    std::string beaconProximityUUIDNormal = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A1";   ///< of normal beacons
+    std::string beaconProximityUUIDSecure = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2";   ///< of secure beacons
+    std::string beaconProximityUUIDService = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3";  ///< of service beacons
 };
 
 /// What the phone can do, asked of it anew at each call. Host's thread.
@@ -32,8 +32,8 @@ private:
 };
 
 inline constexpr std::uint64_t kAPIVersion = 3;
-inline constexpr double kAPIRequestTimeout = 25.0;                             // seconds
-inline constexpr double kAPIServerNotificationRequestTimeout = 5.0;            // seconds
+inline constexpr double kAPIRequestTimeout = 25.0;                   // seconds
+inline constexpr double kAPIServerNotificationRequestTimeout = 5.0;  // seconds
 inline constexpr std::uint64_t kAPIServerNotificationDefaultNumberOfRetry = 4;
 inline constexpr double kAPIServerNotificationDefaultMaxRetryPeriod = 40.0;    // seconds
 inline constexpr double kAPIServerNotificationDefaultRetrySlotDuration = 2.0;  // seconds
@@ -42,8 +42,8 @@ inline constexpr std::uint64_t kSignificantLocationUpdateInterval = 180;       /
 inline constexpr std::int64_t kBeaconAliveTimeout = 4;                         // seconds
 inline constexpr double kLocationDistanceFilter = 10;                          // metres
 inline constexpr std::uint64_t kLocationHistoryMaxEntries = 10;
-inline constexpr std::uint64_t kGeofenceDownloadRadius = 100;        // metres
-inline constexpr double kProximityDefaultFarSplitThreshold = 10.0;   // metres
+inline constexpr std::uint64_t kGeofenceDownloadRadius = 100;       // metres
+inline constexpr double kProximityDefaultFarSplitThreshold = 10.0;  // metres
 inline constexpr const char* kBeaconDefaultProximityIdentifier = "Quomi beacon";
 inline constexpr const char* kBeaconDefaultProximityIdentifierService = "Quomi beacon service";
 inline constexpr const char* kQuomiSQLiteStoreFile = "QuomiData.sqlite";
@@ -76,12 +76,12 @@ struct QuomiSettings {
 
     std::string baseAPIUrl;  ///< absolute http or https URL
     std::uint64_t apiVersion{};
-    double requestTimeout{};                        ///< seconds
-    double serverNotificationRequestTimeout{};      ///< seconds
+    double requestTimeout{};                    ///< seconds
+    double serverNotificationRequestTimeout{};  ///< seconds
     std::uint64_t serverNotificationNumberOfRetry{};
-    double serverNotificationMaxRetryPeriod{};      ///< seconds
-    double serverNotificationRetrySlotDuration{};   ///< seconds
-    std::optional<std::string> namespace_;          ///< the app's namespace; unset until the host sets it
+    double serverNotificationMaxRetryPeriod{};          ///< seconds
+    double serverNotificationRetrySlotDuration{};       ///< seconds
+    std::optional<std::string> namespace_;              ///< the app's namespace; unset until the host sets it
     std::uint64_t significantLocationUpdateInterval{};  ///< seconds; kept for hosts, no component reads it
     bool stopUpdatingLocationAfterFirstUpdate{};
     bool downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion{};

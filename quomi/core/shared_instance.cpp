@@ -1,7 +1,7 @@
+#include "quomi/core/sdk.h"
+
 #include <memory>
 #include <mutex>
-
-#include "quomi/core/sdk.h"
 
 namespace quomi {
 

@@ -1,10 +1,10 @@
 #include "quomi/data/data.h"
 
-#include <utility>
-
 #include "quomi/data/row_mapping.h"
 #include "quomi/data/store_file.h"
 #include "quomi/platform/files.h"
+
+#include <utility>
 
 #include <SQLiteCpp/Statement.h>
 

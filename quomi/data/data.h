@@ -1,13 +1,13 @@
 #pragma once
 
-#include <filesystem>
-#include <memory>
-#include <optional>
-
 #include "quomi/data/event_upload.h"
 #include "quomi/data/records.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
 
 #include <boost/json/fwd.hpp>
 

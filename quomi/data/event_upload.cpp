@@ -1,10 +1,10 @@
 #include "quomi/data/event_upload.h"
 
-#include <algorithm>
-#include <utility>
-
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
+
+#include <algorithm>
+#include <utility>
 
 #include <boost/json/serialize.hpp>
 
@@ -33,8 +33,7 @@ bool EventUploadLoop::logEvent(const boost::json::object& event, WallTime date) 
     const QuomiDLog record{date, boost::json::serialize(event)};
     if (!logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()))) return false;
     if (uploadLogLoopTimer_ == nullptr) {
-        uploadLogLoopTimer_ =
-            platform_.runLoop.scheduleRepeating(kUploadInterval, [this] { uploadLogsInBatches(); });
+        uploadLogLoopTimer_ = platform_.runLoop.scheduleRepeating(kUploadInterval, [this] { uploadLogsInBatches(); });
     }
     if (lastUploadedLogsAt_ && platform_.clock.now() - *lastUploadedLogsAt_ > kLongestUploadPause) {
         uploadLogsInBatches();

@@ -1,16 +1,16 @@
 #pragma once
 
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "quomi/diagnostics/event_log.h"
 #include "quomi/platform/platform.h"
 #include "quomi/platform/run_loop.h"
 #include "quomi/util/error.h"
 #include "quomi/util/time.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include <boost/json/fwd.hpp>
 

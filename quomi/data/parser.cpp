@@ -1,13 +1,13 @@
 #include "quomi/data/parser.h"
 
-#include <utility>
-
 #include "quomi/core/errors.h"
 #include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/platform/clock.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/uuid.h"
+
+#include <utility>
 
 #include <boost/json/value.hpp>
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <optional>
-
 #include "quomi/util/error.h"
+
+#include <optional>
 
 #include <boost/json/fwd.hpp>
 

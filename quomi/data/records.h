@@ -1,11 +1,11 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "quomi/util/time.h"
 
 namespace quomi {
 

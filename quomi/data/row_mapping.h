@@ -1,13 +1,13 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
-
-#include "quomi/util/time.h"
 
 #include <SQLiteCpp/Column.h>
 #include <fmt/format.h>

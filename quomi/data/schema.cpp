@@ -13,9 +13,9 @@ constexpr bool kOptional = true;
 
 /// What both kinds of place carry, in the order of the columns.
 void appendLimits(std::vector<Attribute>& attributes) {
-    for (const std::string_view name : {"minEvents", "minEventsPeriod", "maxEvents", "maxEventsPeriod",
-                                        "minGroupEvents", "minGroupEventsPeriod", "maxGroupEvents",
-                                        "maxGroupEventsPeriod"}) {
+    for (const std::string_view name :
+         {"minEvents", "minEventsPeriod", "maxEvents", "maxEventsPeriod", "minGroupEvents", "minGroupEventsPeriod",
+          "maxGroupEvents", "maxGroupEventsPeriod"}) {
         attributes.push_back({name, integer32, kRequired, "0"});
     }
 }
@@ -25,7 +25,7 @@ void append(std::vector<Attribute>& attributes, std::vector<Attribute> more) {
 }
 
 std::vector<Attribute> timeZoneAndGroupHistory() {
-    return {{"timeZone_zone", text},      {"timeZone_title", text}, {"timeZone_offset", integer32},
+    return {{"timeZone_zone", text},           {"timeZone_title", text},  {"timeZone_offset", integer32},
             {"timeZone_utcOffset", integer16}, {"timeZone_dst", boolean}, {"groupHistory", history, kRequired, "'[]'"}};
 }
 
@@ -52,7 +52,9 @@ Entity application() {
              {"proximityFarSplitThreshold", real, kRequired, "10.0"}}};
 }
 
-Entity debugLog() { return {"QuomiDebugLog", {{"logTime", date}, {"logData", text}}}; }
+Entity debugLog() {
+    return {"QuomiDebugLog", {{"logTime", date}, {"logData", text}}};
+}
 
 Entity batteryAlert() {
     return {"QuomiBatteryAlert",
@@ -187,8 +189,9 @@ std::string_view columnType(AttributeType type) {
 }
 
 const std::vector<Entity>& currentSchema() {
-    static const std::vector<Entity> entities{statusInfo(), application(),  debugLog(),   batteryAlert(), geofenceRegion(),
-                                              geofence(),   geofenceRule(), beaconData(), beaconRule()};
+    static const std::vector<Entity> entities{statusInfo(),   application(),    debugLog(),
+                                              batteryAlert(), geofenceRegion(), geofence(),
+                                              geofenceRule(), beaconData(),     beaconRule()};
     return entities;
 }
 

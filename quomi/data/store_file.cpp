@@ -1,22 +1,22 @@
 #include "quomi/data/store_file.h"
 
-#include <algorithm>
-#include <system_error>
-#include <unordered_map>
-#include <utility>
-#include <vector>
-
 #include "quomi/core/errors.h"
 #include "quomi/data/migration.h"
 #include "quomi/data/schema.h"
 #include "quomi/data/schema_versions.h"
 #include "quomi/platform/files.h"
 
+#include <algorithm>
+#include <sqlite3.h>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
 #include <SQLiteCpp/Transaction.h>
 #include <fmt/format.h>
-#include <sqlite3.h>
 
 namespace quomi {
 
@@ -27,7 +27,9 @@ constexpr int kBusyTimeoutMilliseconds = 1000;
 /// The file was read and is not a store of any version; everything else that fails is not its content's fault.
 struct NotOurStore {};
 
-bool meansForeignContent(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
+bool meansForeignContent(int code) {
+    return code == SQLITE_NOTADB || code == SQLITE_CORRUPT;
+}
 
 std::vector<std::string> schemaStatements() {
     std::vector<std::string> statements;
@@ -91,7 +93,9 @@ void keepLog(SQLite::Database& database, bool keep) {
     sqlite3_db_config(database.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, keep ? 1 : 0, nullptr);
 }
 
-bool isReadOnly(const SQLite::Database& database) { return sqlite3_db_readonly(database.getHandle(), "main") == 1; }
+bool isReadOnly(const SQLite::Database& database) {
+    return sqlite3_db_readonly(database.getHandle(), "main") == 1;
+}
 
 void configure(SQLite::Database& database) {
     database.exec("PRAGMA journal_mode = WAL");
@@ -257,6 +261,8 @@ bool StoreFile::read(const std::function<void()>& work, std::optional<Error>* er
     return done;
 }
 
-SQLite::Statement& StoreFile::statement(const std::string& sql) { return statements_->prepared(*database_, sql); }
+SQLite::Statement& StoreFile::statement(const std::string& sql) {
+    return statements_->prepared(*database_, sql);
+}
 
 }  // namespace quomi

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "quomi/util/error.h"
+
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "quomi/util/error.h"
 
 namespace SQLite {
 class Database;

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "quomi/util/time.h"
+
+#include <string>
 
 namespace quomi {
 

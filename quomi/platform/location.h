@@ -1,15 +1,15 @@
 #pragma once
 
+#include "quomi/platform/platform_error.h"
+#include "quomi/util/time.h"
+#include "quomi/util/uuid.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
-
-#include "quomi/platform/platform_error.h"
-#include "quomi/util/time.h"
-#include "quomi/util/uuid.h"
 
 namespace quomi {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include <string>
-
 #include "quomi/platform/location.h"
+
+#include <string>
 
 namespace quomi {
 

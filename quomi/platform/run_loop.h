@@ -1,9 +1,9 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <functional>
 #include <memory>
-
-#include "quomi/util/time.h"
 
 namespace quomi {
 

@@ -44,8 +44,8 @@ public:
     [[nodiscard]] virtual std::unique_ptr<WebPage> presentWebPage(const std::shared_ptr<Screen>& over,
                                                                   WebPageEvents events) = 0;
     /// Shows an alert with one button over the given screen.
-    virtual void presentAlert(const std::shared_ptr<Screen>& over, const std::string& title,
-                              const std::string& message, const std::string& button) = 0;
+    virtual void presentAlert(const std::shared_ptr<Screen>& over, const std::string& title, const std::string& message,
+                              const std::string& button) = 0;
 };
 
 }  // namespace quomi

@@ -1,8 +1,8 @@
 #include "quomi/rules/action.h"
 
-#include <utility>
-
 #include "quomi/util/json_readers.h"
+
+#include <utility>
 
 #include <boost/json/object.hpp>
 
@@ -23,6 +23,8 @@ QuomiAction QuomiAction::createWithType(std::string type, std::string param) {
     return {std::move(type), std::move(param)};
 }
 
-boost::json::object QuomiAction::dictionary() const { return {{kTypeKey, type}, {kParamKey, param}}; }
+boost::json::object QuomiAction::dictionary() const {
+    return {{kTypeKey, type}, {kParamKey, param}};
+}
 
 }  // namespace quomi

@@ -33,9 +33,13 @@ std::size_t QuomiHistoryUtils::eventsCountInHistory(const History& history, Wall
     return static_cast<std::size_t>(history.end() - firstInside(history, cutOff));
 }
 
-void QuomiRuleHelper::addDateToHistory(History& history, WallTime now) { history.push_back(now); }
+void QuomiRuleHelper::addDateToHistory(History& history, WallTime now) {
+    history.push_back(now);
+}
 
-void QuomiRuleHelper::removeLastDateFromHistory(History& history) { removeLastDates(history, 1); }
+void QuomiRuleHelper::removeLastDateFromHistory(History& history) {
+    removeLastDates(history, 1);
+}
 
 void QuomiRuleHelper::removeLastDates(History& history, std::int64_t count) {
     if (count < 1 || static_cast<std::uint64_t>(count) > history.size()) return;

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
-
-#include "quomi/util/time.h"
 
 namespace quomi {
 

@@ -1,11 +1,11 @@
 #include "quomi/rules/schedule.h"
 
-#include <array>
-#include <utility>
-
 #include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/text.h"
+
+#include <array>
+#include <utility>
 
 #include <boost/json/serialize.hpp>
 
@@ -45,7 +45,9 @@ bool QuomiSchedule::setFromJSONString(std::string_view text, std::optional<Error
     return true;
 }
 
-std::string QuomiSchedule::toJSONString() const { return boost::json::serialize(scheduleDictionary_); }
+std::string QuomiSchedule::toJSONString() const {
+    return boost::json::serialize(scheduleDictionary_);
+}
 
 const boost::json::object* QuomiSchedule::entry(std::string_view table, std::string_view key) const {
     const auto* entries = QuomiUtils::dictionaryForKey(scheduleDictionary_, table);
@@ -91,6 +93,8 @@ std::string_view QuomiSchedule::getWeekdayAbbrevation(int weekday) {
     return getWeekdayEnum(weekday) == 0 ? std::string_view() : kWeekdays[static_cast<std::size_t>(weekday - 1)];
 }
 
-int QuomiSchedule::getWeekdayEnum(int weekday) { return weekday >= 1 && weekday <= 7 ? weekday : 0; }
+int QuomiSchedule::getWeekdayEnum(int weekday) {
+    return weekday >= 1 && weekday <= 7 ? weekday : 0;
+}
 
 }  // namespace quomi

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "quomi/util/error.h"
+#include "quomi/util/time.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
-
-#include "quomi/util/error.h"
-#include "quomi/util/time.h"
 
 #include <boost/json/object.hpp>
 
@@ -15,7 +15,8 @@ namespace quomi {
 /// (`breaks`). Every leaf has `open` and `close` in seconds since local midnight; the opening second is inside, the
 /// closing one outside. What is not listed is open. docs/store.md has the JSON.
 ///
-/// A specific day can only narrow the weekday's hours, and hours that run past midnight are never open: both deliberate.
+/// A specific day can only narrow the weekday's hours, and hours that run past midnight are never open: both
+/// deliberate.
 class QuomiSchedule {
 public:
     /// Open at any time.

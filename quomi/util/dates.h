@@ -38,8 +38,8 @@ namespace QuomiUtils {
 /// A moment as calendar and clock of a zone show it. `weekday` as in `weekdayForDate`.
 struct CalendarTime {
     int year = 0;
-    int month = 0;   ///< 1 to 12
-    int day = 0;     ///< 1 to 31
+    int month = 0;  ///< 1 to 12
+    int day = 0;    ///< 1 to 31
     int hour = 0;
     int minute = 0;
     int second = 0;

@@ -35,6 +35,8 @@ using Seconds = std::chrono::duration<double>;
 }
 
 /// The span as seconds.
-[[nodiscard]] constexpr double toSeconds(Duration span) { return std::chrono::duration_cast<Seconds>(span).count(); }
+[[nodiscard]] constexpr double toSeconds(Duration span) {
+    return std::chrono::duration_cast<Seconds>(span).count();
+}
 
 }  // namespace quomi

@@ -221,15 +221,13 @@ TEST_F(Downloads, CallbackThatThrowsHoldsNobodyUp) {
 
 class Records : public ApiClientFixture {
 protected:
-    /// "METHOD URL BODY" of the only request that the operation makes, which succeeds first and then fails.
-    std::string sent(const std::function<void(QuomiAPI::Done, QuomiAPI::Failure)>& operation) {
+    /// "METHOD URL BODY" that the operation sends to the path; its first answer is a failure, its second one is not.
+    std::string sent(const std::string& key, const std::function<void(QuomiAPI::Done, QuomiAPI::Failure)>& operation) {
         requests.clear();
+        phone.transport().answer(key, {ScriptedAnswer::text("", 500), ScriptedAnswer::text("", 201)});
         operation(note("done"), noteError());
-        phone.transport().answer(phone.transport().keyOf(requests.at(0)), ScriptedAnswer::text("<html>", 200));
-        phone.advanceBy(1s);
-        phone.transport().answer(phone.transport().keyOf(requests.at(0)), ScriptedAnswer::text("", 201));
         operation(note("done"), noteError());
-        EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 404", "done"));
+        EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 500", "done"));
         EXPECT_EQ(requests.size(), 2U);
         return requests[0].method + " " + requests[0].url + " " + requests[0].body;
     }
@@ -250,14 +248,17 @@ TEST_F(Records, SingleEvents) {
         const auto expected = fmt::format("POST https://a.test/u_applications/shop/log.json {}", body);
         const QuomiDLog record{logTime, logData};
         const QuomiDebugLog stored{logTime, logData};
-        EXPECT_EQ(sent([&](auto success, auto failure) { api->sendDLogEvent(record, success, failure); }), expected);
-        EXPECT_EQ(sent([&](auto success, auto failure) { api->sendEvent(stored, success, failure); }), expected);
+        const char* const key = "POST /u_applications/shop/log.json";
+        EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->sendDLogEvent(record, success, failure); }),
+                  expected);
+        EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->sendEvent(stored, success, failure); }), expected);
     }
 }
 
 TEST_F(Records, BatteryAlert) {
     const BatteryAlert alert{WallTime(1s), "ns", kUuidText, "4711"};
-    EXPECT_EQ(sent([&](auto success, auto failure) { api->sendBatteryAlert(alert, success, failure); }),
+    EXPECT_EQ(sent("POST /u_beacon_devices/battery_alert.json",
+                   [&](auto success, auto failure) { api->sendBatteryAlert(alert, success, failure); }),
               fmt::format("POST https://a.test/u_beacon_devices/battery_alert.json "
                           R"({{"namespace":"ns","uuid":"{}","battery_service_id":"4711"}})",
                           kUuidText));
@@ -265,12 +266,12 @@ TEST_F(Records, BatteryAlert) {
 
 TEST_F(Records, PushTokenGoesToTheServiceItselfAndIntoNoLog) {
     const std::array<std::uint8_t, 4> token{0x00, 0x0A, 0xFF, 0x10};
-    const std::string start = "POST https://push.test/u_app_users/register_push_token.json ";
+    const std::string key = "POST https://push.test/u_app_users/register_push_token.json";
     settings.baseAPIUrl = "https://elsewhere.test";
-    EXPECT_EQ(sent([&](auto success, auto failure) { api->registerUdid("X", "ns", token, success, failure); }),
-              start + R"({"namespace":"ns","udid":"X","push_token":"000aff10"})");
-    EXPECT_EQ(sent([&](auto success, auto failure) { api->registerUdid("X", {}, {}, success, failure); }),
-              start + R"({"udid":"X","push_token":""})");
+    EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->registerUdid("X", "ns", token, success, failure); }),
+              key + R"( {"namespace":"ns","udid":"X","push_token":"000aff10"})");
+    EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->registerUdid("X", {}, {}, success, failure); }),
+              key + R"( {"udid":"X","push_token":""})");
     EXPECT_THAT(debugLines(), testing::Each("Registering device token..."));
     EXPECT_EQ(debugLines().size(), 4U);
 }

@@ -43,7 +43,8 @@ protected:
     const Platform platform_ = phone_.platform();
     QuomiSettings settings_{{}, platform_.location};
     QuomiBeaconServiceManager manager_{kService, platform_, settings_};
-    std::shared_ptr<QuomiBeaconServiceManagerDelegate> delegate_ = std::make_shared<QuomiBeaconServiceManagerDelegate>();
+    std::shared_ptr<QuomiBeaconServiceManagerDelegate> delegate_ =
+        std::make_shared<QuomiBeaconServiceManagerDelegate>();
     std::vector<std::string> reports_;
 };
 
@@ -75,8 +76,7 @@ TEST_F(ServiceManagerTest, LaunchInsideTheRegionBeginsToRangeOnce) {
     phone_.runTurns();
     EXPECT_TRUE(isRanging());
     LocationServiceDelegate ignored;
-    platform_.location.makeLocationService(ignored)->stopRangingBeacons(
-        settings_.beaconProximityIdentifierService);
+    platform_.location.makeLocationService(ignored)->stopRangingBeacons(settings_.beaconProximityIdentifierService);
     phone_.beaconRegionState(kService, RegionState::inside);
     phone_.runTurns();
     EXPECT_FALSE(isRanging()) << "the second state is no entry";

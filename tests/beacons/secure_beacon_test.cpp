@@ -20,7 +20,9 @@ using testing::ElementsAre;
 constexpr const char* kZone = "Europe/Berlin";
 const Uuid kSecure = *Uuid::parse("6B6E1B5A-0C0D-4A6E-9E62-0000000000A2");
 
-WallTime at(std::string_view instant) { return QuomiUtils::isoDate(instant).value(); }
+WallTime at(std::string_view instant) {
+    return QuomiUtils::isoDate(instant).value();
+}
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
@@ -64,8 +66,11 @@ TEST(BeaconSecurity, DateBlockIsPackedLocalTime) {
 
 TEST(BeaconSecurity, CodeIsComputedOfSerialSecretDayAndMajor) {
     const auto date = at("2016-03-09T12:00:00+01:00");
-    const auto hex = QuomiBeaconSecurity::generateHexStringForCRCCode(date, kZone, "0123456789ab", "616263640000", 0x1234);
-    EXPECT_EQ(hex, "0123456789ab61626364000016030912" "3400");
+    const auto hex =
+        QuomiBeaconSecurity::generateHexStringForCRCCode(date, kZone, "0123456789ab", "616263640000", 0x1234);
+    EXPECT_EQ(hex,
+              "0123456789ab61626364000016030912"
+              "3400");
     EXPECT_EQ(QuomiBeaconSecurity::generateHexStringForCRCCode(date, kZone, std::string(40, 'f'), "", 1),
               std::string(40, 'f') + "1603090001");
 }
@@ -81,8 +86,8 @@ TEST(BeaconSecurity, CodeHoldsForItsDayAndWithToleranceForItsNeighbours) {
         bool strict;
         bool tolerant;
     };
-    for (const auto& [days, strict, tolerant] :
-         {Case{0, true, true}, Case{-1, false, true}, Case{1, false, true}, Case{-2, false, false}, Case{2, false, false}}) {
+    for (const auto& [days, strict, tolerant] : {Case{0, true, true}, Case{-1, false, true}, Case{1, false, true},
+                                                 Case{-2, false, false}, Case{2, false, false}}) {
         const auto code = codeOf(day + std::chrono::hours(24 * days));
         for (const bool useTolerance : {false, true}) {
             EXPECT_EQ(QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(code, day, kZone, "00a1b2", "key", kMajor,
@@ -92,7 +97,8 @@ TEST(BeaconSecurity, CodeHoldsForItsDayAndWithToleranceForItsNeighbours) {
         }
     }
     EXPECT_EQ(codeOf(day), codeOf(at("2025-06-10T23:59:59+02:00"))) << "the time of day does not enter";
-    EXPECT_FALSE(QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(codeOf(day), day, kZone, "00a1b2", "kez", kMajor, true));
+    EXPECT_FALSE(
+        QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(codeOf(day), day, kZone, "00a1b2", "kez", kMajor, true));
     EXPECT_TRUE(QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(
         QuomiBeaconSecurity::computeCRCCode(day, kZone, "00a1b2", "000000000000", kMajor), day, kZone, "00a1b2", "",
         kMajor, false));

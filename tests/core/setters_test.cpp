@@ -155,9 +155,9 @@ TEST(Setters, BeaconsAreSwitchedWhileRunning) {
     app.sdk->setBeaconsEnabled(true);
     app.sdk->setBeaconsEnabled(false);
     app.sdk->setBeaconsEnabled(false);
-    EXPECT_THAT(app.journal, ElementsAre("monitor Quomi beacon service", "monitor Quomi beacon", "range Quomi beacon",
-                                         "unmonitor Quomi beacon service", "unrange Quomi beacon",
-                                         "unmonitor Quomi beacon"));
+    EXPECT_THAT(app.journal,
+                ElementsAre("monitor Quomi beacon service", "monitor Quomi beacon", "range Quomi beacon",
+                            "unmonitor Quomi beacon service", "unrange Quomi beacon", "unmonitor Quomi beacon"));
     app.journal.clear();
     app.sdk->setBeaconsEnabled(true);
     app.hear(1, -60);

@@ -5,7 +5,7 @@
 #include "quomi/data/store_file.h"
 #include "quomi/platform/localization.h"
 #include "tests/support/temporary_directory.h"
-#include "tools/quomi/store_command.h"
+#include "tools/quomi/store/store_command.h"
 
 #include <filesystem>
 #include <map>

@@ -27,10 +27,8 @@ TEST(History, CountsFromTheFirstDateInsideThePeriodToTheEnd) {
         std::size_t expected;
     };
     for (const auto& [ages, expected] : {
-             Case{{}, 0},
-             Case{{30, 20, 10}, 3},
-             Case{{60, 10}, 2},           // exactly at the cut-off counts
-             Case{{60.001, 10}, 1},       // a millisecond earlier does not
+             Case{{}, 0}, Case{{30, 20, 10}, 3}, Case{{60, 10}, 2},  // exactly at the cut-off counts
+             Case{{60.001, 10}, 1},                                  // a millisecond earlier does not
              Case{{100, 90}, 0},
              Case{{100, 10, 500, 5}, 3},  // what follows the first one inside counts, whatever it is
          }) {

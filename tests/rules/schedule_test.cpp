@@ -32,16 +32,13 @@ TEST(Schedule, DefaultExample) {
     for (const auto& [instant, open] : {
              Moment{"2013-11-08T12:59:59+01:00", true},   // a Friday
              Moment{"2013-11-08T13:15:00+01:00", false},  // its break
-             Moment{"2013-11-08T13:30:00+01:00", true},
-             Moment{"2013-11-08T08:59:59+01:00", false},
-             Moment{"2013-11-08T09:00:00+01:00", true},
-             Moment{"2013-11-08T19:00:00+01:00", false},
+             Moment{"2013-11-08T13:30:00+01:00", true}, Moment{"2013-11-08T08:59:59+01:00", false},
+             Moment{"2013-11-08T09:00:00+01:00", true}, Moment{"2013-11-08T19:00:00+01:00", false},
              Moment{"2013-11-10T12:00:00+01:00", false},  // a Sunday
              Moment{"2013-10-27T10:00:00+01:00", false},  // listed as open, but still a Sunday
              Moment{"2013-12-25T12:00:00+01:00", false},  // a Wednesday, listed as closed
              Moment{"2013-12-27T09:30:00+01:00", false},  // a Friday with shorter hours
-             Moment{"2013-12-27T14:00:00+01:00", true},
-             Moment{"2013-12-27T13:10:00+01:00", false},  // its break
+             Moment{"2013-12-27T14:00:00+01:00", true}, Moment{"2013-12-27T13:10:00+01:00", false},  // its break
          }) {
         EXPECT_EQ(isOpen(schedule, instant), open) << instant;
     }

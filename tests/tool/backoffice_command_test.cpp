@@ -1,6 +1,6 @@
-#include "tools/quomi/backoffice_command.h"
+#include "tools/quomi/backoffice/backoffice_command.h"
 
-#include "tools/quomi/backoffice.h"
+#include "tools/quomi/backoffice/backoffice.h"
 
 #include <csignal>
 #include <filesystem>

@@ -1,7 +1,7 @@
-#include "tools/quomi/backoffice_query.h"
+#include "tools/quomi/backoffice/backoffice_query.h"
 
 #include "quomi/location/location_utils.h"
-#include "tools/quomi/campaign.h"
+#include "tools/quomi/backoffice/campaign.h"
 
 #include <map>
 

@@ -1,7 +1,7 @@
-#include "tools/quomi/backoffice.h"
+#include "tools/quomi/backoffice/backoffice.h"
 
 #include "quomi/util/dates.h"
-#include "tools/quomi/backoffice_page.h"
+#include "tools/quomi/backoffice/backoffice_page.h"
 
 #include <array>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "tools/quomi/campaign.h"
+#include "tools/quomi/backoffice/campaign.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,7 +1,7 @@
-#include "tools/quomi/inbox.h"
+#include "tools/quomi/backoffice/inbox.h"
 
 #include "quomi/util/error.h"
-#include "tools/quomi/backoffice.h"
+#include "tools/quomi/backoffice/backoffice.h"
 
 #include <filesystem>
 #include <fstream>

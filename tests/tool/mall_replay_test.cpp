@@ -1,5 +1,5 @@
 #include "tests/support/temporary_directory.h"
-#include "tools/quomi/replay_command.h"
+#include "tools/quomi/replay/replay_command.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,5 +1,5 @@
 #include "tests/tool/replay_support.h"
-#include "tools/quomi/backoffice.h"
+#include "tools/quomi/backoffice/backoffice.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "tests/tool/replay_support.h"
 
-#include "tools/quomi/replay_command.h"
+#include "tools/quomi/replay/replay_command.h"
 
 #include <algorithm>
 #include <fstream>

@@ -1,8 +1,8 @@
-#include "tools/quomi/timeline.h"
+#include "tools/quomi/timeline/timeline.h"
 
-#include "tools/quomi/terminal_text.h"
-#include "tools/quomi/trace_fields.h"
-#include "tools/quomi/visit_summary.h"
+#include "tools/quomi/timeline/terminal_text.h"
+#include "tools/quomi/timeline/trace_fields.h"
+#include "tools/quomi/timeline/visit_summary.h"
 
 #include <sstream>
 

@@ -1,4 +1,4 @@
-#include "tools/quomi/visit.h"
+#include "tools/quomi/visit/visit.h"
 
 #include <chrono>
 #include <filesystem>

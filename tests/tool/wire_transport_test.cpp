@@ -1,4 +1,4 @@
-#include "tools/quomi/wire_transport.h"
+#include "tools/quomi/replay/wire_transport.h"
 
 #include "hosts/simulated/observed_transport.h"
 #include "tests/support/loopback_server.h"

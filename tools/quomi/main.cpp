@@ -1,6 +1,6 @@
-#include "tools/quomi/backoffice_command.h"
-#include "tools/quomi/replay_command.h"
-#include "tools/quomi/store_command.h"
+#include "tools/quomi/backoffice/backoffice_command.h"
+#include "tools/quomi/replay/replay_command.h"
+#include "tools/quomi/store/store_command.h"
 
 #include <cstdlib>
 #include <exception>
@@ -23,12 +23,15 @@ constexpr std::string_view kUsage =
 
 constexpr int kUsageError = 2;
 
-bool colourIsWelcome() { return isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr; }
+bool colourIsWelcome() {
+    return isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
+}
 
 int run(const std::vector<std::string>& words) {
     const std::string command = words.empty() ? "" : words.front();
     if (command == "replay") {
-        return quomi::tool::ReplayCommand(colourIsWelcome()).run({words.begin() + 1, words.end()}, std::cout, std::cerr);
+        return quomi::tool::ReplayCommand(colourIsWelcome())
+            .run({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
     if (command == "backoffice") {
         return quomi::tool::runBackoffice({words.begin() + 1, words.end()}, std::cout, std::cerr);

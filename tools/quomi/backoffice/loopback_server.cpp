@@ -1,0 +1,190 @@
+#include "tools/quomi/backoffice/loopback_server.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <limits>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace quomi::tool {
+namespace {
+
+constexpr std::size_t kThreads = 32;
+constexpr int kWaitingConnections = 128;
+constexpr int kPatienceMs = 5000;
+constexpr int kSliceMs = 100;
+
+bool isReady(socket_t socket, short events, int patienceMs) {
+    pollfd wanted{socket, events, 0};
+    int result = 0;
+    do {
+        result = ::poll(&wanted, 1, patienceMs);
+    } while (result < 0 && errno == EINTR);
+    return result > 0;
+}
+
+/// One connection for its whole life: what arrived beyond a request's end is the beginning of the next.
+class Connection final : public httplib::Stream {
+public:
+    /// Once `closing`, a client that does not take its answer is given up.
+    Connection(socket_t socket, const std::atomic<bool>& closing) : socket_(socket), closing_(closing) {}
+
+    bool is_readable() const override { return begin_ < end_ || isReady(socket_, POLLIN, kPatienceMs); }
+    bool is_writable() const override {
+        for (int waited = 0; waited < kPatienceMs; waited += kSliceMs) {
+            if (isReady(socket_, POLLOUT, kSliceMs)) return true;
+            if (closing_) return false;
+        }
+        return false;
+    }
+
+    ssize_t read(char* into, size_t size) override {
+        if (begin_ == end_ && !fill()) return failed_ ? -1 : 0;
+        const std::size_t number = std::min(size, end_ - begin_);
+        std::memcpy(into, buffer_.data() + begin_, number);
+        begin_ += number;
+        return static_cast<ssize_t>(number);
+    }
+
+    ssize_t write(const char* from, size_t size) override {
+        return is_writable() ? ::send(socket_, from, size, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
+    }
+
+    void get_remote_ip_and_port(std::string& ip, int& port) const override { describe(::getpeername, ip, port); }
+    void get_local_ip_and_port(std::string& ip, int& port) const override { describe(::getsockname, ip, port); }
+    socket_t socket() const override { return socket_; }
+
+private:
+    bool fill() {
+        failed_ = !isReady(socket_, POLLIN, kPatienceMs);
+        if (failed_) return false;
+        const ssize_t number = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
+        failed_ = number < 0;
+        begin_ = 0;
+        end_ = number > 0 ? static_cast<std::size_t>(number) : 0;
+        return number > 0;
+    }
+
+    template <typename NameOf>
+    void describe(NameOf nameOf, std::string& ip, int& port) const {
+        sockaddr_in address{};
+        socklen_t size = sizeof(address);
+        std::array<char, INET_ADDRSTRLEN> text{};
+        if (nameOf(socket_, reinterpret_cast<sockaddr*>(&address), &size) != 0) return;
+        if (::inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size()) == nullptr) return;
+        ip = text.data();
+        port = ntohs(address.sin_port);
+    }
+
+    socket_t socket_;
+    const std::atomic<bool>& closing_;
+    std::array<char, 16384> buffer_{};
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    bool failed_ = false;
+};
+
+void onlyReuseAddress(socket_t socket) {
+    const int yes = 1;
+    ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+}
+
+/// Leaves no request to features that nobody asked for: a compressed body would be unpacked without bound (as it is, it
+/// is refused as not being JSON), and no answer is given in parts.
+void makePlain(httplib::Request& request) {
+    request.headers.erase("Content-Encoding");
+    request.ranges.clear();
+}
+
+}  // namespace
+
+LoopbackServer::LoopbackServer() {
+    set_tcp_nodelay(true);
+    set_keep_alive_max_count(std::numeric_limits<std::int32_t>::max());
+    set_keep_alive_timeout(kPatienceMs / 1000);
+    // The library's own default lets two servers share a port.
+    set_socket_options(onlyReuseAddress);
+    new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+}
+
+void LoopbackServer::answerWith(Handler answer, Handler report) {
+    // Not as a route: the library matches paths by recursion, as deep as the path is long. A request for which it has
+    // no route reaches the error handler whole, its body read.
+    set_error_handler([answer = std::move(answer), report = std::move(report)](const httplib::Request& request,
+                                                                               httplib::Response& response) {
+        constexpr int kWithoutRoute = 404;
+        if (response.status == kWithoutRoute) {
+            answer(request, response);
+        } else {
+            response.set_content(R"({"success":false,"error":"the request was not understood"})", "application/json");
+        }
+        report(request, response);
+    });
+}
+
+LoopbackServer::~LoopbackServer() {
+    close();
+}
+
+bool LoopbackServer::bind(int port) {
+    const int bound = port == 0 ? bind_to_any_port("127.0.0.1") : (bind_to_port("127.0.0.1", port) ? port : -1);
+    if (bound <= 0) return false;
+    // The library lets 5 connections wait; each further one would be tried again after a second.
+    ::listen(svr_sock_, kWaitingConnections);
+    port_ = bound;
+    return true;
+}
+
+void LoopbackServer::run() {
+    listener_ = std::thread([this] {
+        listen_after_bind();
+        ended_ = true;
+    });
+    // Until it runs, the library's stop would do nothing.
+    while (!is_running() && !ended_) std::this_thread::sleep_for(std::chrono::microseconds(50));
+}
+
+void LoopbackServer::close() {
+    if (!listener_.joinable()) return;
+    {
+        const std::lock_guard lock(mutex_);
+        closing_ = true;
+        for (const socket_t socket : connections_) ::shutdown(socket, SHUT_RD);
+    }
+    stop();
+    listener_.join();
+}
+
+bool LoopbackServer::admit(socket_t socket) {
+    const std::lock_guard lock(mutex_);
+    if (closing_) return false;
+    connections_.insert(socket);
+    return true;
+}
+
+void LoopbackServer::dismiss(socket_t socket) {
+    const std::lock_guard lock(mutex_);
+    connections_.erase(socket);
+    ::shutdown(socket, SHUT_RDWR);
+    ::close(socket);
+}
+
+bool LoopbackServer::process_and_close_socket(socket_t socket) {
+    bool goesOn = admit(socket);
+    Connection connection(socket, closing_);
+    while (goesOn && !closing_ && connection.is_readable()) {
+        bool wantsClose = false;
+        goesOn = process_request(connection, false, wantsClose, makePlain) && !wantsClose;
+    }
+    dismiss(socket);
+    return goesOn;
+}
+
+}  // namespace quomi::tool

@@ -1,0 +1,313 @@
+#include "tools/quomi/replay/replay.h"
+
+#include "hosts/simulated/observed_transport.h"
+#include "hosts/simulated/packet_file.h"
+#include "hosts/simulated/scripted_transport.h"
+#include "hosts/simulated/simulated_phone.h"
+#include "quomi/core/sdk.h"
+#include "quomi/core/settings.h"
+#include "tools/quomi/backoffice/backoffice.h"
+#include "tools/quomi/replay/action_queue.h"
+#include "tools/quomi/replay/replay_host.h"
+#include "tools/quomi/replay/wire_transport.h"
+
+#include <utility>
+
+#include <boost/json/serialize.hpp>
+
+namespace quomi::tool {
+
+namespace {
+
+using simulated::ScriptedAnswer;
+using simulated::SimulatedPhone;
+
+simulated::PhoneConfig phoneConfig(const Visit& visit, const ReplayOptions& options) {
+    const auto& device = visit.device;
+    simulated::PhoneConfig config;
+    config.start = visit.start;
+    config.timeZone = visit.timeZone;
+    config.udid = device.udid;
+    config.systemName = device.systemName;
+    config.systemVersion = device.systemVersion;
+    config.model = device.model;
+    config.languages = device.languages;
+    config.advertisingId = device.advertisingId;
+    config.advertisingTracking = device.advertisingTracking;
+    config.supportsBeacons = device.supportsBeacons;
+    config.supportsGeofences = device.supportsGeofences;
+    config.locationServices = device.locationServices;
+    config.authorization = device.authorization;
+    config.maxMonitoredRegions = device.maxMonitoredRegions;
+    config.bluetooth = device.bluetooth;
+    config.notificationRights = device.notificationRights;
+    config.backgroundRefresh = device.backgroundRefresh;
+    config.state = device.state;
+    config.badge = device.badge;
+    config.opensSchemes = device.opensSchemes;
+    config.settingsURL = device.settingsURL;
+    config.container = options.state;
+    config.localization = {visit.app.localization.begin(), visit.app.localization.end()};
+    config.resources = {visit.app.resources.begin(), visit.app.resources.end()};
+    return config;
+}
+
+HttpFailureKind failureKind(Answer::Failure failure) {
+    switch (failure) {
+        case Answer::Failure::timeout:
+            return HttpFailureKind::timeout;
+        case Answer::Failure::tls:
+            return HttpFailureKind::tls;
+        case Answer::Failure::connection:
+            break;
+    }
+    return HttpFailureKind::connection;
+}
+
+ScriptedAnswer scriptedAnswer(const Answer& answer) {
+    ScriptedAnswer scripted;
+    if (const auto* body = std::get_if<boost::json::value>(&answer.body)) scripted = ScriptedAnswer::json(*body);
+    if (const auto* text = std::get_if<std::string>(&answer.body)) scripted.body = *text;
+    scripted.status = answer.status;
+    scripted.headers.insert(scripted.headers.end(), answer.headers.begin(), answer.headers.end());
+    scripted.delay = answer.delay;
+    if (answer.fail) scripted.fail = failureKind(*answer.fail);
+    return scripted;
+}
+
+Platform withTransport(const Platform& platform, HttpTransport& http) {
+    return {platform.clock,
+            platform.runLoop,
+            platform.location,
+            platform.bluetooth,
+            platform.notifications,
+            platform.application,
+            platform.screens,
+            platform.device,
+            platform.files,
+            platform.defaults,
+            platform.console,
+            platform.localization,
+            http,
+            platform.reachability};
+}
+
+bool readRecordings(const Visit& visit, ActionQueue::Recordings& recordings, VisitError* error) {
+    for (std::size_t i = 0; i < visit.steps.size(); ++i) {
+        const auto* packets = std::get_if<PacketsStep>(&visit.steps[i].action);
+        if (packets == nullptr) continue;
+        std::optional<Error> failure;
+        auto recording = simulated::readPacketFile(packets->csv.string(), &failure);
+        if (!recording) {
+            *error = visit.stepError(visit.steps[i], "packets.csv", failure->localizedDescription().value_or(""));
+            return false;
+        }
+        recordings[i] = std::move(*recording);
+    }
+    return true;
+}
+
+std::unique_ptr<Backoffice> openBackoffice(const Visit& visit, VisitError* error) {
+    std::optional<Error> failure;
+    auto campaign = Campaign::load(std::get<CampaignBackoffice>(visit.backoffice).campaign.string(), &failure);
+    if (!campaign) {
+        *error = visit.errorAt("$.backoffice.campaign", failure->localizedDescription().value_or(""));
+        return nullptr;
+    }
+    auto backoffice = std::make_unique<Backoffice>(std::move(*campaign));
+    if (!backoffice->start()) {
+        *error = visit.errorAt("$.backoffice.campaign", "no loopback port can be had");
+        return nullptr;
+    }
+    return backoffice;
+}
+
+}  // namespace
+
+/// Everything that lives while a visit is played, in the order in which it is made.
+class Replay::Player {
+public:
+    Player(const Visit& visit, const ReplayOptions& options, TraceSink sink, std::unique_ptr<Backoffice> backoffice,
+           ActionQueue::Recordings recordings)
+        : visit_(visit),
+          sink_(std::move(sink)),
+          backoffice_(std::move(backoffice)),
+          recordings_(std::move(recordings)),
+          phone_(phoneConfig(visit, options), observer()),
+          trace_(phone_.loop(), [this](const boost::json::object& record) { sink_(record); }),
+          settings_(deployment_, phone_.platform().location),
+          wire_(makeWire(options)),
+          observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
+          sdk_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform(), settings_),
+          host_(sdk_, settings_, trace_) {
+        if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
+        if (!recordings_.empty()) phone_.attachModel();
+        if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
+    }
+
+    ~Player() {
+        if (backoffice_ != nullptr) backoffice_->stop();  // it asks the phone for the time
+        // What the end of the objects does to the phone is no part of the visit.
+        sink_ = [](const boost::json::object&) {};
+    }
+
+    bool play() {
+        const Duration end = visit_.endTime([this](const Step& step) { return lengthOf(step); });
+        ActionQueue actions(visit_.steps, recordings_);
+        host_.configure(visit_.app);
+        bool inFirstTurn = true;
+        while (const auto action = actions.next(end)) {
+            const bool joinsFirstTurn = std::exchange(inFirstTurn, false) && action->at == Duration::zero();
+            if (!joinsFirstTurn && !advanceTo(action->at)) return false;
+            std::visit([this](const auto* what) { perform(*what); }, action->action);
+            if (!settle()) return false;
+        }
+        return advanceTo(end);
+    }
+
+private:
+    /// The trace comes after the phone whose clock stamps it; until then nothing happens that it could miss.
+    simulated::PhoneObserver observer() {
+        return Trace::observer([this]() -> const Trace& { return trace_; });
+    }
+
+    std::vector<std::string> baseURLs() const {
+        return {settings_.baseAPIUrl, visit_.app.baseURL, deployment_.apiBaseUrl};
+    }
+
+    std::unique_ptr<WireTransport> makeWire(const ReplayOptions& options) {
+        phone_.transport().setBaseURLs([this] { return std::vector{settings_.baseAPIUrl, visit_.app.baseURL}; });
+        if (!options.backoffice && backoffice_ == nullptr) return nullptr;
+        return std::make_unique<WireTransport>(phone_.loop(),
+                                               options.backoffice ? *options.backoffice : backoffice_->baseUrl(),
+                                               [this] { return baseURLs(); });
+    }
+
+    std::unique_ptr<simulated::ObservedTransport> makeObserved(HttpTransport& transport) {
+        return std::make_unique<simulated::ObservedTransport>(transport, wireObserver_);
+    }
+
+    void script(const ScriptedBackoffice& scripted) {
+        for (const auto& [key, answers] : scripted.answers) {
+            std::vector<ScriptedAnswer> list;
+            for (const auto& answer : answers) list.push_back(scriptedAnswer(answer));
+            phone_.transport().answer(key, std::move(list));
+        }
+    }
+
+    Duration lengthOf(const Step& step) const {
+        const auto* packets = std::get_if<PacketsStep>(&step.action);
+        if (packets == nullptr) return {};
+        const auto& recording = recordings_.at(step.index);
+        return recording.empty() ? Duration::zero() : playedTime(recording.back().offset, packets->speed);
+    }
+
+    bool settle() {
+        const bool rested = phone_.runTurns();
+        if (wire_ != nullptr) wire_->settle();
+        return rested;
+    }
+
+    bool advanceTo(Duration time) {
+        const MonotonicTime target{time};
+        if (!settle()) return false;
+        while (const auto next = phone_.loop().nextEvent()) {
+            if (*next > target) break;
+            if (!phone_.advanceTo(*next) || !settle()) return false;
+        }
+        return phone_.advanceTo(target) && settle();
+    }
+
+    void perform(const simulated::Packet& packet) { phone_.hearPacket(packet); }
+    void perform(const Step& step) {
+        std::visit([this](const auto& action) { act(action); }, step.action);
+    }
+
+    void act(const RangeStep& step) { phone_.range(step.beacons); }
+    void act(const BeaconRegionStep& step) {
+        step.enters ? phone_.enterBeaconRegion(step.uuid) : phone_.exitBeaconRegion(step.uuid);
+    }
+    void act(const BeaconRegionStateStep& step) { phone_.beaconRegionState(step.uuid, step.state); }
+    void act(const LocationStep& step) { phone_.setLocation(step.coordinate, step.accuracy); }
+    void act(const RegionStep& step) {
+        step.enters ? phone_.enterRegion(step.identifier) : phone_.exitRegion(step.identifier);
+    }
+    void act(const MonitoringFailsStep& step) { phone_.monitoringFails(step.region, step.code); }
+    void act(const RangingFailsStep& step) { phone_.rangingFails(step.region, step.code); }
+    void act(const LocationFailsStep& step) { phone_.locationFails(step.code); }
+    void act(const AuthorizationStep& step) { phone_.setAuthorization(step.status); }
+    void act(const BluetoothStep& step) { phone_.setBluetooth(step.state); }
+    void act(const BackgroundRefreshStep& step) { phone_.setBackgroundRefresh(step.status); }
+    void act(const NotificationRightsStep& step) { phone_.setNotificationSettings(step.settings); }
+    void act(const LocationServicesStep& step) { phone_.setLocationServices(step.enabled); }
+    void act(const NetworkStep& step) { phone_.network(step.reachable); }
+    void act(const ExpireBackgroundTasksStep&) { phone_.expireBackgroundTasks(); }
+    void act(const ClockStep& step) { phone_.jumpClock(step.jump); }
+    void act(const TimeZoneStep& step) { phone_.setTimeZone(step.zone); }
+    /// The host is part of the app: while the app is suspended its call waits, in order, for the resumption.
+    void act(const CallStep& step) {
+        if (!phone_.loop().isSuspended()) return host_.call(step);
+        phone_.loop().post([this, &step] { host_.call(step); });
+    }
+    void act(const PacketsStep&) {}  // its packets come one by one from the queue
+    // Refused when the visit is read.
+    void act(const WalkStep&) {}
+    void act(const PresentScreenStep&) {}
+    void act(const CloseWebPageStep&) {}
+
+    void act(const AppStep& step) {
+        switch (step.change) {
+            case AppChange::background:
+                return phone_.background();
+            case AppChange::foreground:
+                return phone_.foreground();
+            case AppChange::active:
+                return phone_.active();
+            case AppChange::inactive:
+                return phone_.inactive();
+            case AppChange::terminate:
+                return phone_.terminate();
+            case AppChange::suspend:
+                return phone_.suspend();
+            case AppChange::resume:
+                return phone_.resume();
+        }
+    }
+
+    const Visit& visit_;
+    TraceSink sink_;
+    const Deployment deployment_;
+    std::unique_ptr<Backoffice> backoffice_;
+    const ActionQueue::Recordings recordings_;
+    SimulatedPhone phone_;
+    Trace trace_;
+    QuomiSettings settings_;
+    const simulated::PhoneObserver wireObserver_ = observer();
+    std::unique_ptr<WireTransport> wire_;
+    std::unique_ptr<simulated::ObservedTransport> observedWire_;
+    QuomiSDK sdk_;
+    ReplayHost host_;
+};
+
+std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions& options, TraceSink sink,
+                                        VisitError* error) {
+    ActionQueue::Recordings recordings;
+    if (!readRecordings(visit, recordings, error)) return nullptr;
+    std::unique_ptr<Backoffice> backoffice;
+    if (!options.backoffice && std::holds_alternative<CampaignBackoffice>(visit.backoffice)) {
+        backoffice = openBackoffice(visit, error);
+        if (backoffice == nullptr) return nullptr;
+    }
+    return std::unique_ptr<Replay>(new Replay(
+        std::make_unique<Player>(visit, options, std::move(sink), std::move(backoffice), std::move(recordings))));
+}
+
+Replay::Replay(std::unique_ptr<Player> player) : player_(std::move(player)) {}
+
+Replay::~Replay() = default;
+
+bool Replay::play() {
+    return player_->play();
+}
+
+}  // namespace quomi::tool

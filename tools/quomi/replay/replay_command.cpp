@@ -1,0 +1,143 @@
+#include "tools/quomi/replay/replay_command.h"
+
+#include "quomi/api/url.h"
+#include "tools/quomi/backoffice/campaign.h"
+#include "tools/quomi/replay/replay.h"
+#include "tools/quomi/timeline/terminal_text.h"
+#include "tools/quomi/timeline/timeline.h"
+#include "tools/quomi/visit/visit.h"
+
+#include <algorithm>
+#include <optional>
+#include <ostream>
+#include <variant>
+
+#include <CLI/CLI.hpp>
+#include <boost/json/array.hpp>
+#include <fmt/format.h>
+
+namespace quomi::tool {
+
+namespace {
+
+constexpr int kPlayed = 0;
+constexpr int kFailed = 1;
+constexpr int kNotValid = 2;
+
+struct Arguments {
+    std::string visit;
+    bool json = false;
+    ReplayOptions options;
+};
+
+void complain(std::ostream& err, const std::string& what) {
+    err << "quomi replay: " << neutralised(what) << '\n';
+}
+
+/// Options of the format that this version does not have. Known to the parser, so that the answer can say so.
+constexpr const char* kNotYet[] = {"--geojson", "--map"};
+
+/// Either the arguments or the exit status with which there is nothing left to do.
+std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
+    Arguments parsed;
+    std::string state;
+    std::string backoffice;
+    std::string ignored;
+    CLI::App app("Plays a visit through the SDK under a virtual clock and shows what happened.", "quomi replay");
+    app.add_option("visit", parsed.visit, "The visit's file")->required()->type_name("VISIT.json");
+    app.add_flag("--json", parsed.json, "Write the trace as JSON lines and nothing else");
+    const auto* stateOption =
+        app.add_option("--state", state, "Keep the app's container in this directory")->type_name("DIR");
+    const auto* backofficeOption =
+        app.add_option("--backoffice", backoffice, "Use a running server instead of the visit's own back office")
+            ->type_name("URL");
+    for (const char* option : kNotYet) app.add_option(option, ignored)->group("");
+    try {
+        std::reverse(args.begin(), args.end());
+        app.parse(args);
+    } catch (const CLI::Success&) {
+        out << app.help();
+        return kPlayed;
+    } catch (const CLI::ParseError& error) {
+        complain(err, error.what());
+        return kNotValid;
+    }
+    for (const char* option : kNotYet) {
+        if (app.count(option) == 0) continue;
+        complain(err, fmt::format("{} is not supported by this version yet", option));
+        return kNotValid;
+    }
+    if (stateOption->count() != 0 && state.empty()) {
+        complain(err, "--state: expected a directory's name, found an empty one");
+        return kNotValid;
+    }
+    parsed.options.state = state;
+    if (backofficeOption->count() == 0) return parsed;
+    parsed.options.backoffice = normalizedHttpUrl(backoffice);
+    if (parsed.options.backoffice) return parsed;
+    complain(err, fmt::format("--backoffice: expected an http or https URL, found \"{}\"", backoffice));
+    return kNotValid;
+}
+
+std::string textOf(const boost::json::object& object, const char* key) {
+    const auto* value = object.if_contains(key);
+    return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
+}
+
+/// People's names for the beacons of the visit's campaign.
+Labels labelsOf(const Visit& visit) {
+    Labels labels;
+    const auto* backoffice = std::get_if<CampaignBackoffice>(&visit.backoffice);
+    const auto campaign = backoffice == nullptr ? std::nullopt : Campaign::load(backoffice->campaign.string());
+    if (!campaign) return labels;
+    for (const auto& entry : campaign->beacons()) {
+        const auto& beacon = entry.get_object();
+        const auto name = textOf(beacon, "name");
+        const auto uuid = Uuid::parse(textOf(beacon, "proximity_uid"));
+        const auto* major = beacon.if_contains("major");
+        const auto* minor = beacon.if_contains("minor");
+        labels[textOf(beacon, "id")] = name;
+        if (!uuid || major == nullptr || minor == nullptr || !major->is_int64() || !minor->is_int64()) continue;
+        labels[fmt::format("{}/{}-{}", uuid->string(), major->get_int64(), minor->get_int64())] = name;
+    }
+    return labels;
+}
+
+}  // namespace
+
+int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) const {
+    const auto parsed = parseArguments(args, out, err);
+    if (const auto* status = std::get_if<int>(&parsed)) return *status;
+    const auto& arguments = std::get<Arguments>(parsed);
+
+    VisitError error;
+    const auto visit = Visit::load(arguments.visit, &error);
+    if (!visit) {
+        err << error.text() << '\n';
+        return kNotValid;
+    }
+    // Begun only when the visit is known to be good: a refused one leaves nothing on `out`.
+    std::optional<Timeline> timeline;
+    const auto shown = [&]() -> Timeline& {
+        if (timeline) return *timeline;
+        return timeline.emplace(out, colour_,
+                                Timeline::Options{visit->name, visit->start, visit->timeZone, labelsOf(*visit)});
+    };
+    TraceSink sink = [&out](const boost::json::object& record) { out << traceLine(record) << '\n'; };
+    if (!arguments.json) sink = [&shown](const boost::json::object& record) { shown().record(record); };
+    const auto replay = Replay::prepare(*visit, arguments.options, std::move(sink), &error);
+    if (replay == nullptr) {
+        err << error.text() << '\n';
+        return kNotValid;
+    }
+    if (!arguments.json) shown();
+    if (!replay->play()) {
+        err << visit->file << ": the app did not come to rest\n";
+        return kFailed;
+    }
+    if (timeline) timeline->finish();
+    out.flush();
+    return out ? kPlayed : kFailed;
+}
+
+}  // namespace quomi::tool
