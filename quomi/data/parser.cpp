@@ -21,16 +21,19 @@ const boost::json::object* successfulAnswer(const boost::json::value& response) 
     return dictionary != nullptr && QuomiUtils::boolForKey(*dictionary, "success", false) ? dictionary : nullptr;
 }
 
-/// The record; nothing when a required text is missing, or when what the phone is to range by is no UUID.
+/// The record; nothing when a required text is missing or a UUID cannot be read: a phone cannot watch by it.
 std::optional<QuomiApplication> applicationFrom(const boost::json::object& answer) {
     const auto text = [&answer](std::string_view key) { return QuomiUtils::stringForKey(answer, key, std::nullopt); };
     auto appNamespace = text("namespace_uid");
-    auto normal = text("normal_proximity_uuid");
-    auto secure = text("secure_proximity_uuid");
-    auto service = text("service_proximity_uuid");
+    const auto uuid = [&text](std::string_view key) {
+        auto value = text(key);
+        return value && Uuid::parse(*value) ? value : std::nullopt;
+    };
+    auto normal = uuid("normal_proximity_uuid");
+    auto secure = uuid("secure_proximity_uuid");
+    auto service = uuid("service_proximity_uuid");
     auto protocol = text("anti_hacking_protocol");
     if (!appNamespace || !normal || !secure || !service || !protocol) return std::nullopt;
-    if (!Uuid::parse(*normal)) return std::nullopt;
     const auto threshold =
         QuomiUtils::numberForKey(answer, "max_distance_medium_far", kProximityDefaultFarSplitThreshold);
     return QuomiApplication{std::move(*appNamespace), std::move(*normal),   std::move(*secure),

@@ -114,8 +114,8 @@ std::string recordWith(const std::string& key, const std::string& json) {
     boost::json::object record{{"success", true},
                                {"namespace_uid", "shop"},
                                {"normal_proximity_uuid", kUUID},
-                               {"secure_proximity_uuid", "S"},
-                               {"service_proximity_uuid", ""},
+                               {"secure_proximity_uuid", "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2"},
+                               {"service_proximity_uuid", "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3"},
                                {"anti_hacking_protocol", "none"},
                                {"max_distance_medium_far", 12.5}};
     record.erase(key);
@@ -130,8 +130,8 @@ TEST_F(Parser, ApplicationRecordReplacesTheOneThereWas) {
     ASSERT_TRUE(application);
     EXPECT_EQ(application->appNamespace, "shop");
     EXPECT_EQ(application->proximityUUIDNormal, kUUID) << "as the server wrote it";
-    EXPECT_EQ(application->proximityUUIDSecure, "S");
-    EXPECT_EQ(application->proximityUUIDService, "") << "an app without service beacons";
+    EXPECT_EQ(application->proximityUUIDSecure, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2");
+    EXPECT_EQ(application->proximityUUIDService, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3");
     EXPECT_EQ(application->antiHackingProtocol, "none");
     EXPECT_EQ(application->proximityFarSplitThreshold, 12.5);
     for (const auto& [json, threshold] : std::vector<std::pair<std::string, double>>{
@@ -148,6 +148,7 @@ TEST_F(Parser, AnswersThatAreNoRecord) {
           recordWith("success", ""), recordWith("success", "\"true\""), recordWith("namespace_uid", ""),
           recordWith("normal_proximity_uuid", "null"), recordWith("normal_proximity_uuid", "\"shop\""),
           recordWith("secure_proximity_uuid", ""), recordWith("service_proximity_uuid", ""),
+          recordWith("secure_proximity_uuid", "\"S\""), recordWith("service_proximity_uuid", "\"\""),
           recordWith("anti_hacking_protocol", "")}) {
         error.reset();
         EXPECT_FALSE(parseApplication(json)) << json;
