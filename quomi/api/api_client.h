@@ -86,7 +86,7 @@ public:
                                                             std::optional<WallTime> lastUpdateDate) const;
     /// Downloads JSON. Only status 200 is success; another one from 200 to 299 fails with 404, whose user info has the
     /// status as "responseCode". A download that equals one which still waits to be sent joins it.
-    void getDataAtURL(const std::string& url, Success successBlock, DownloadFailure failedBlock);
+    void getDataAtURL(const std::string& url, Success successBlock, const DownloadFailure& failedBlock);
 
     /// Tells the server who uses the device, with facts about the device.
     void setUserInformation(const QuomiUser& user, const std::string& appNamespace, Done success, Failure failure);

@@ -101,7 +101,7 @@ void QuomiAPI::getBeaconsRulesWithNamespace(const std::string& appNamespace, con
                  });
 }
 
-void QuomiAPI::getDataAtURL(const std::string& url, Success successBlock, DownloadFailure failedBlock) {
+void QuomiAPI::getDataAtURL(const std::string& url, Success successBlock, const DownloadFailure& failedBlock) {
     session_.getShared(
         url,
         [this, successBlock = std::move(successBlock), failedBlock](const boost::json::value& body, int status) {

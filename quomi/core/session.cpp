@@ -66,8 +66,7 @@ Session::Application Session::application() const {
     return data_->getApplication();
 }
 
-void Session::downloadApplication(
-    std::function<void(const Application&, const std::optional<Error>& requestError)> done) {
+void Session::downloadApplication(const Downloaded& done) {
     // The client goes with the session, and its requests with the client: both outlive every answer.
     api_->getApplicationWithNamespace(
         context_.settings.namespace_.value_or(""),

@@ -52,6 +52,7 @@ struct SessionContext {
 class Session : public std::enable_shared_from_this<Session> {
 public:
     using Application = std::optional<QuomiApplication>;
+    using Downloaded = std::function<void(const Application&, const std::optional<Error>& requestError)>;
 
     explicit Session(const SessionContext& context);
     ~Session();
@@ -65,7 +66,7 @@ public:
     [[nodiscard]] Application application() const;
     /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with nothing
     /// and the request's error, or with neither when the answer could not be stored.
-    void downloadApplication(std::function<void(const Application&, const std::optional<Error>& requestError)> done);
+    void downloadApplication(const Downloaded& done);
     /// Takes UUIDs, security mode and split distance of the record into the settings.
     void configure(const QuomiApplication& application);
     /// Downloads the device-wide event limits and stores them; errors go to the host.

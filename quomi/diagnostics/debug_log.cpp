@@ -13,7 +13,7 @@
 namespace quomi {
 
 std::filesystem::path QuomiFileLogger::getLogFilePath() {
-    const auto path = files_.documentsDirectory() / kQuomiDebugLogFileName;
+    auto path = files_.documentsDirectory() / kQuomiDebugLogFileName;
     std::error_code error;
     if (files_.type(path, error) != std::filesystem::file_type::not_found) return path;
     files_.createDirectories(files_.documentsDirectory(), error);

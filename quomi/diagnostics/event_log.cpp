@@ -106,7 +106,7 @@ std::filesystem::path QuomiDLogger::pathForFileName(std::string_view name) const
 }
 
 std::filesystem::path QuomiDLogger::getLogFilePathForFileName(std::string_view name) {
-    const auto path = pathForFileName(name);
+    auto path = pathForFileName(name);
     std::error_code error;
     if (files_.type(path, error) != std::filesystem::file_type::not_found) return path;
     files_.createDirectories(files_.documentsDirectory(), error);

@@ -139,7 +139,7 @@ json::object traceNotification(const NotificationRequest& notification) {
     return fields;
 }
 
-simulated::PhoneObserver Trace::observer(std::function<const Trace&()> trace) {
+simulated::PhoneObserver Trace::observer(const std::function<const Trace&()>& trace) {
     simulated::PhoneObserver told;
     const auto regionRecord = [trace](const char* record) {
         return [trace, record](const Region& region) {

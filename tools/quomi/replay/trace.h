@@ -28,7 +28,7 @@ public:
 
     /// An observer that writes what an app does to its phone into the trace that `trace` gives at that time: a phone
     /// is made with its observer, and a trace with the phone's clock.
-    [[nodiscard]] static simulated::PhoneObserver observer(std::function<const Trace&()> trace);
+    [[nodiscard]] static simulated::PhoneObserver observer(const std::function<const Trace&()>& trace);
 
 private:
     const Clock& clock_;

@@ -1,6 +1,7 @@
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <array>
 #include <cstdint>
 
@@ -142,7 +143,7 @@ std::string clipped(std::string text, std::size_t columns) {
 std::string spanText(double seconds) {
     if (!(seconds < 1e9)) return "ever";
     if (seconds < 9.95) return fmt::format("{:.1f} s", std::max(seconds, 0.0));
-    const auto whole = static_cast<std::int64_t>(seconds + 0.5);
+    const auto whole = std::llround(seconds);
     if (whole < 60) return fmt::format("{} s", whole);
     if (whole < 3600) return fmt::format("{} min {:2} s", whole / 60, whole % 60);
     return fmt::format("{} h {:2} min", whole / 3600, whole % 3600 / 60);
