@@ -1,8 +1,8 @@
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
-#include <cmath>
 #include <array>
+#include <cmath>
 #include <cstdint>
 
 #include <fmt/format.h>
