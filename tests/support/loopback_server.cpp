@@ -21,14 +21,6 @@
 
 #include <httplib.h>
 
-/// cpp-httplib comes as a shared library that the thread sanitizer does not see into: a constant that one of its
-/// threads makes under a guard and another reads looks like a race. No code of this system but handlers of tests runs
-/// on those threads. Without the sanitizer nobody asks for this.
-extern "C" __attribute__((visibility("default"))) const char* __tsan_default_suppressions();
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:libcpp-httplib.so\n";
-}
-
 namespace quomi::testing {
 namespace {
 
