@@ -4,7 +4,6 @@
 #include "quomi/core/errors.h"
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
-#include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/files.h"
 #include "quomi/util/json_readers.h"
 
@@ -23,7 +22,7 @@ public:
         const auto file = QuomiData::dataStorageDirectory(platform_) / "fuzz.db";
         std::error_code ignored;
         platform_.files.createDirectories(file.parent_path(), ignored);
-        data_ = QuomiData::create(file, false, platform_, errors_, debugLog_);
+        data_ = QuomiData::create(file, false, platform_, errors_);
         require(data_ != nullptr);
     }
 
@@ -58,7 +57,6 @@ private:
     simulated::SimulatedPhone phone_;
     Platform platform_;
     QuomiErrors errors_;
-    DebugLog debugLog_{platform_.files, platform_.clock, {}};
     std::unique_ptr<QuomiData> data_;
 };
 

@@ -51,7 +51,7 @@ bool Session::open(std::optional<Error>* error) {
     }
     if (data_ == nullptr) {
         const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
-        data_ = QuomiData::create(file, false, context_.platform, context_.errors, context_.debugLog, error);
+        data_ = QuomiData::create(file, false, context_.platform, context_.errors, error);
         if (data_ == nullptr) return false;
     }
     data_->setApiClient(api_.get());

@@ -72,17 +72,16 @@ std::filesystem::path QuomiData::dataStorageDirectory(const Platform& platform) 
 
 std::unique_ptr<QuomiData> QuomiData::create(const std::filesystem::path& file,
                                              bool allowToDeleteStorageOnMigrationErrors, const Platform& platform,
-                                             const QuomiErrors& errors, DebugLog& debugLog,
-                                             std::optional<Error>* error) {
+                                             const QuomiErrors& errors, std::optional<Error>* error) {
     auto storeFile = StoreFile::open(file, allowToDeleteStorageOnMigrationErrors, platform.files, errors, error);
     if (storeFile == nullptr) return nullptr;
-    std::unique_ptr<QuomiData> data(new QuomiData(std::move(storeFile), platform, debugLog));
+    std::unique_ptr<QuomiData> data(new QuomiData(std::move(storeFile), platform));
     if (!data->getSDKStatusInfo(error)) return nullptr;
     return data;
 }
 
-QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, DebugLog& debugLog)
-    : file_(std::move(file)), uploadLoop_(platform, debugLog) {}
+QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform)
+    : file_(std::move(file)), uploadLoop_(platform) {}
 
 QuomiData::~QuomiData() = default;
 

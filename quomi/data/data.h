@@ -13,7 +13,6 @@
 
 namespace quomi {
 
-class DebugLog;
 class QuomiErrors;
 class StoreFile;
 
@@ -27,11 +26,11 @@ public:
     [[nodiscard]] static std::filesystem::path dataStorageDirectory(const Platform& platform);
 
     /// Opens the store, making it when there is none; the errors are those of StoreFile::open, and 600 when the status
-    /// row can be neither read nor made. Platform, errors and log outlive the store.
+    /// row can be neither read nor made. Platform and errors outlive the store.
     [[nodiscard]] static std::unique_ptr<QuomiData> create(const std::filesystem::path& file,
                                                            bool allowToDeleteStorageOnMigrationErrors,
                                                            const Platform& platform, const QuomiErrors& errors,
-                                                           DebugLog& debugLog, std::optional<Error>* error = nullptr);
+                                                           std::optional<Error>* error = nullptr);
     ~QuomiData();
     QuomiData(const QuomiData&) = delete;
     QuomiData& operator=(const QuomiData&) = delete;
@@ -58,7 +57,7 @@ public:
     void uploadLogsInBatches() { uploadLoop_.uploadLogsInBatches(); }
 
 private:
-    QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, DebugLog& debugLog);
+    QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform);
 
     std::unique_ptr<StoreFile> file_;
     EventUploadLoop uploadLoop_;

@@ -1,6 +1,5 @@
 #include "quomi/data/event_upload.h"
 
-#include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
 
 #include <algorithm>
@@ -17,8 +16,8 @@ constexpr Duration kLongestUploadPause = std::chrono::seconds(300);
 
 }  // namespace
 
-EventUploadLoop::EventUploadLoop(const Platform& platform, DebugLog& debugLog)
-    : platform_(platform), debugLog_(debugLog), logger_(platform.files, platform.clock, platform.console) {}
+EventUploadLoop::EventUploadLoop(const Platform& platform)
+    : platform_(platform), logger_(platform.files, platform.clock, platform.console) {}
 
 EventUploadLoop::~EventUploadLoop() = default;
 

@@ -16,8 +16,6 @@
 
 namespace quomi {
 
-class DebugLog;
-
 /// What the upload of events needs of whoever speaks to the server.
 class EventUploader {
 public:
@@ -35,8 +33,8 @@ public:
 /// Host's thread only.
 class EventUploadLoop {
 public:
-    /// Platform and log outlive the loop.
-    EventUploadLoop(const Platform& platform, DebugLog& debugLog);
+    /// The platform outlives the loop.
+    explicit EventUploadLoop(const Platform& platform);
     ~EventUploadLoop();
     EventUploadLoop(const EventUploadLoop&) = delete;
     EventUploadLoop& operator=(const EventUploadLoop&) = delete;
@@ -56,7 +54,6 @@ private:
     void batchFailed(std::uint64_t run, const Error& error);
 
     const Platform& platform_;
-    DebugLog& debugLog_;
     QuomiDLogger logger_;
     EventUploader* uploader_ = nullptr;
     std::optional<std::vector<QuomiDLog>> currentBatchWithLogs_;

@@ -22,8 +22,7 @@ using testing::Not;
 bool storedIsStarted(SdkFixture& app) {
     const auto platform = app.phone.platform();
     const QuomiErrors errors(platform.localization);
-    DebugLog log(platform.files, platform.clock, {});
-    const auto data = QuomiData::create(app.storeFile(), false, platform, errors, log);
+    const auto data = QuomiData::create(app.storeFile(), false, platform, errors);
     return data != nullptr && data->sdkIsStarted();
 }
 

@@ -59,7 +59,7 @@ protected:
     /// The app ends and is launched anew.
     void relaunch() {
         loop.reset();
-        loop = std::make_unique<EventUploadLoop>(host.platform, host.debugLog);
+        loop = std::make_unique<EventUploadLoop>(host.platform);
         loop->setUploader(&uploader);
     }
     [[nodiscard]] std::string batchFile() const {
@@ -68,7 +68,7 @@ protected:
 
     StoreHost host{{.start = WallTime(1'700'000'000s)}};
     Uploader uploader;
-    std::unique_ptr<EventUploadLoop> loop = std::make_unique<EventUploadLoop>(host.platform, host.debugLog);
+    std::unique_ptr<EventUploadLoop> loop = std::make_unique<EventUploadLoop>(host.platform);
 };
 
 TEST_F(EventUpload, EveryFortySecondsFromTheFirstEventOn) {
@@ -224,7 +224,7 @@ TEST_F(EventUpload, BatchFileThatCannotBeRemovedIsNotSentWithoutAPause) {
     const Platform platform{p.clock,       p.runLoop,      p.location, p.bluetooth,   p.notifications,
                             p.application, p.screens,      p.device,   files,         p.defaults,
                             p.console,     p.localization, p.http,     p.reachability};
-    loop = std::make_unique<EventUploadLoop>(platform, host.debugLog);
+    loop = std::make_unique<EventUploadLoop>(platform);
     loop->setUploader(&uploader);
     files.stays = kQuomiBOTmpLogFileName;
     log(1);

@@ -4,7 +4,6 @@
 #include "quomi/core/errors.h"
 #include "quomi/core/settings.h"
 #include "quomi/data/data.h"
-#include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/files.h"
 
 #include <filesystem>
@@ -35,7 +34,7 @@ public:
 
     std::unique_ptr<QuomiData> open(bool allowDeletion = false) {
         error.reset();
-        return QuomiData::create(file, allowDeletion, platform, errors, debugLog, &error);
+        return QuomiData::create(file, allowDeletion, platform, errors, &error);
     }
     /// Code of the error with which opening failed; 0 when it did not.
     std::int64_t failureOf(bool allowDeletion = false) {
@@ -51,7 +50,6 @@ public:
     simulated::SimulatedPhone phone;
     Platform platform = phone.platform();
     QuomiErrors errors{platform.localization};
-    DebugLog debugLog{platform.files, platform.clock, [] { return false; }};
     std::filesystem::path file = QuomiData::dataStorageDirectory(platform) / kQuomiSQLiteStoreFile;
     std::optional<Error> error;
 };

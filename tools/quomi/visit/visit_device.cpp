@@ -85,11 +85,6 @@ constexpr Field<NotificationSettings> kNotificationFields[] = {
     {"badge", [](const JsonNode& n, NotificationSettings& s) { s.badge = n.boolean(); }},
 };
 
-constexpr Field<Coordinate> kPositionFields[] = {
-    {"lat", [](const JsonNode& n, Coordinate& c) { c.latitude = readLatitude(n); }, true},
-    {"lng", [](const JsonNode& n, Coordinate& c) { c.longitude = readLongitude(n); }, true},
-};
-
 constexpr Field<WorldBeacon> kWorldBeaconFields[] = {
     {"uuid", [](const JsonNode& n, WorldBeacon& b) { b.uuid = n.uuid(); }, true},
     {"major", [](const JsonNode& n, WorldBeacon& b) { b.major = readBeaconNumber(n); }, true},
