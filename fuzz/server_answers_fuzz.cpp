@@ -2,6 +2,7 @@
 #include "fuzz/fuzz_input.h"
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/errors.h"
+#include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
 #include "quomi/platform/files.h"
@@ -18,7 +19,11 @@ namespace {
 /// A store of one phone, the same for all inputs: making one takes longer than hundreds of answers.
 class Store {
 public:
-    Store() : phone_(config()), platform_(phone_.platform()), errors_(platform_.localization) {
+    Store()
+        : phone_(config()),
+          platform_(phone_.platform()),
+          errors_(platform_.localization),
+          settings_(Deployment(), platform_.location) {
         const auto file = QuomiData::dataStorageDirectory(platform_) / "fuzz.db";
         std::error_code ignored;
         platform_.files.createDirectories(file.parent_path(), ignored);
@@ -30,14 +35,30 @@ public:
         std::optional<Error> error;
         const bool isTaken = parser().parseAndSaveApiApplicationResponseData(answer, &error);
         check(isTaken, error);
-        if (isTaken) require(data_->getApplication().has_value());
+        if (isTaken) require(data_->getApplication() != nullptr);
+    }
+
+    void takeBeacons(const boost::json::value& answer) {
+        std::optional<Error> error;
+        const bool isTaken = parser().parseAndSaveApiBeaconsResponseData(answer, &error);
+        check(isTaken, error);
+        for (const auto& beacon : data_->getAllBeacons()) require(beacon->enabled);
+        require(data_->removeAllBeacons());
+    }
+
+    void takeGeofences(const boost::json::value& answer) {
+        std::optional<Error> error;
+        const bool isTaken = parser().parseAndSaveApiGeofencesResponseData(answer, &error);
+        check(isTaken, error);
+        if (isTaken) require(!data_->getAllGeofenceRegions().empty());
+        require(data_->removeAllGeofences());
     }
 
     void takeLimits(const boost::json::value& answer) {
         std::optional<Error> error;
         const bool isTaken = parser().parseAndSaveApiApplicationLimitsResponseData(answer, &error);
         check(isTaken, error);
-        require(data_->getSDKStatusInfo().has_value());
+        require(data_->getSDKStatusInfo() != nullptr);
     }
 
 private:
@@ -47,16 +68,19 @@ private:
         return config;
     }
 
-    QuomiDataApiResponseParser parser() { return {*data_, errors_, platform_.clock}; }
+    QuomiDataApiResponseParser parser() { return {*data_, errors_, platform_, settings_}; }
 
     static void check(bool isTaken, const std::optional<Error>& error) {
         require(isTaken != error.has_value());
-        if (error) require(error->code == static_cast<std::int64_t>(ErrorCode::responseParsing));
+        if (!error) return;
+        const auto code = static_cast<ErrorCode>(error->code);
+        require(code == ErrorCode::responseParsing || code == ErrorCode::data);
     }
 
     simulated::SimulatedPhone phone_;
     Platform platform_;
     QuomiErrors errors_;
+    QuomiSettings settings_;
     std::unique_ptr<QuomiData> data_;
 };
 
@@ -68,6 +92,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (const auto answer = quomi::parseJson(quomi::fuzz::textOf(data, size))) {
         store.takeApplication(*answer);
         store.takeLimits(*answer);
+        store.takeBeacons(*answer);
+        store.takeGeofences(*answer);
     }
     return 0;
 }

@@ -41,7 +41,7 @@ struct DownloadResponse {
 /// All requests are asynchronous. A callback runs at most once, on the host's thread, in a later turn; an empty one is
 /// not called; none runs after `cancelAllRequests` or the client's end. While the network cannot be reached requests
 /// wait instead of failing. Errors are of kHTTPErrorDomain unless an operation names its own. Host's thread only.
-class QuomiAPI : public EventUploader {
+class QuomiAPI : public Uploader {
 public:
     /// Given the decoded answer.
     using Success = std::function<void(const boost::json::value&)>;
@@ -96,11 +96,11 @@ public:
                       std::span<const std::uint8_t> deviceToken, Done success, Failure failure);
     /// Sends one event. What the record lacks, and data that is no JSON, is left out.
     void sendEvent(const QuomiDebugLog& record, Done success, Failure failure);
-    void sendDLogEvent(const QuomiDLog& record, Done success, Failure failure);
+    void sendDLogEvent(const QuomiDLog& record, Done success, Failure failure) override;
     /// Sends a batch in order; the first record without time or data ends it.
     void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, Done success, Failure failure) override;
     /// The alert's date stays here.
-    void sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure);
+    void sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure) override;
 
     /// Asks a rule's server what to do, as ServerNotifications says. Success is an answer that is understood, before
     /// anything comes of it; failures are the request's, or 405 for another answer.

@@ -57,7 +57,7 @@ bool Session::open(std::optional<Error>* error) {
     data_->setApiClient(api_.get());
     if (apiResponseParser_ == nullptr) {
         apiResponseParser_ =
-            std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform.clock);
+            std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform, context_.settings);
     }
     return true;
 }
@@ -72,16 +72,16 @@ void Session::downloadApplication(const Downloaded& done) {
         context_.settings.namespace_.value_or(""),
         [this, done](const boost::json::value& answer) {
             const bool stored = apiResponseParser_->parseAndSaveApiApplicationResponseData(answer);
-            done(stored ? application() : std::nullopt, std::nullopt);
+            done(stored ? application() : nullptr, std::nullopt);
         },
-        [done](const Error& error) { done(std::nullopt, error); });
+        [done](const Error& error) { done(nullptr, error); });
 }
 
 void Session::configure(const QuomiApplication& application) {
     auto& settings = context_.settings;
-    settings.beaconProximityUUIDNormal = application.proximityUUIDNormal;
-    settings.beaconProximityUUIDSecure = application.proximityUUIDSecure;
-    settings.beaconProximityUUIDService = application.proximityUUIDService;
+    settings.beaconProximityUUIDNormal = application.proximityUUIDNormal.value_or("");
+    settings.beaconProximityUUIDSecure = application.proximityUUIDSecure.value_or("");
+    settings.beaconProximityUUIDService = application.proximityUUIDService.value_or("");
     if (application.antiHackingProtocol == kQuimoApplicationSecurityProtocolNone) {
         settings.beaconSecurityMode = kBeaconSecurityModeNone;
     } else if (application.antiHackingProtocol == kQuimoApplicationSecurityProtocolRotatingAdvertisement) {

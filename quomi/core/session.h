@@ -51,7 +51,7 @@ struct SessionContext {
 /// callbacks. Host's thread only.
 class Session : public std::enable_shared_from_this<Session> {
 public:
-    using Application = std::optional<QuomiApplication>;
+    using Application = std::shared_ptr<QuomiApplication>;
     using Downloaded = std::function<void(const Application&, const std::optional<Error>& requestError)>;
 
     explicit Session(const SessionContext& context);
@@ -62,9 +62,9 @@ public:
     /// Makes the server's client, the store and the parser where they are missing; the client anew when the base URL
     /// has changed. Fails with the store's error.
     bool open(std::optional<Error>* error);
-    /// The stored application record; nothing when there is none.
+    /// The stored application record; null when there is none.
     [[nodiscard]] Application application() const;
-    /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with nothing
+    /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with null
     /// and the request's error, or with neither when the answer could not be stored.
     void downloadApplication(const Downloaded& done);
     /// Takes UUIDs, security mode and split distance of the record into the settings.

@@ -1,70 +1,16 @@
 #include "quomi/data/data.h"
 
-#include "quomi/data/row_mapping.h"
+#include "quomi/core/errors.h"
 #include "quomi/data/store_file.h"
+#include "quomi/platform/application.h"
+#include "quomi/platform/console.h"
 #include "quomi/platform/files.h"
 
 #include <utility>
 
-#include <SQLiteCpp/Statement.h>
+#include <fmt/format.h>
 
 namespace quomi {
-
-namespace {
-
-const RowMapping<QuomiStatusInfo>& statusMapping() {
-    using S = QuomiStatusInfo;
-    static const RowMapping<S> mapping{"QuomiStatusInfo",
-                                       {{"isStarted", &S::isStarted},
-                                        {"lastGeofencesDataUpdatedAt", &S::lastGeofencesDataUpdatedAt},
-                                        {"lastBeaconsDataUpdatedAt", &S::lastBeaconsDataUpdatedAt},
-                                        {"globalTriggersCount", &S::globalTriggersCount},
-                                        {"globalMaxEvents", &S::globalMaxEvents},
-                                        {"globalMaxEventsPeriod", &S::globalMaxEventsPeriod},
-                                        {"globalMinInterval", &S::globalMinInterval},
-                                        {"lastEventDate", &S::lastEventDate},
-                                        {"globalHistory", &S::globalHistory}}};
-    return mapping;
-}
-
-const RowMapping<QuomiApplication>& applicationMapping() {
-    using A = QuomiApplication;
-    static const RowMapping<A> mapping{"QuomiApplication",
-                                       {{"appNamespace", &A::appNamespace},
-                                        {"proximityUUIDNormal", &A::proximityUUIDNormal},
-                                        {"proximityUUIDSecure", &A::proximityUUIDSecure},
-                                        {"proximityUUIDService", &A::proximityUUIDService},
-                                        {"antiHackingProtocol", &A::antiHackingProtocol},
-                                        {"proximityFarSplitThreshold", &A::proximityFarSplitThreshold}}};
-    return mapping;
-}
-
-template <class Record>
-std::optional<Record> firstRow(StoreFile& file, const RowMapping<Record>& mapping, std::optional<Error>* error) {
-    std::optional<Record> record;
-    file.read(
-        [&] {
-            auto& query = file.statement(mapping.selectAll() + " LIMIT 1");
-            if (query.executeStep()) record = mapping.read(query);
-        },
-        error);
-    return record;
-}
-
-/// The entity's only row from now on.
-template <class Record>
-bool replaceRow(StoreFile& file, const RowMapping<Record>& mapping, const Record& record, std::optional<Error>* error) {
-    return file.change(
-        [&] {
-            file.statement(mapping.deleteAll()).exec();
-            auto& insertion = file.statement(mapping.insert());
-            mapping.bind(insertion, record);
-            insertion.exec();
-        },
-        error);
-}
-
-}  // namespace
 
 std::filesystem::path QuomiData::dataStorageDirectory(const Platform& platform) {
     return platform.files.libraryDirectory() / "Application Support" / "QuomiData";
@@ -72,55 +18,125 @@ std::filesystem::path QuomiData::dataStorageDirectory(const Platform& platform) 
 
 std::unique_ptr<QuomiData> QuomiData::create(const std::filesystem::path& file,
                                              bool allowToDeleteStorageOnMigrationErrors, const Platform& platform,
-                                             const QuomiErrors& errors, std::optional<Error>* error) {
+                                             const QuomiErrors& errors, ErrorSlot error) {
     auto storeFile = StoreFile::open(file, allowToDeleteStorageOnMigrationErrors, platform.files, errors, error);
     if (storeFile == nullptr) return nullptr;
-    std::unique_ptr<QuomiData> data(new QuomiData(std::move(storeFile), platform));
-    if (!data->getSDKStatusInfo(error)) return nullptr;
+    std::unique_ptr<QuomiData> data(new QuomiData(std::move(storeFile), platform, errors));
+    if (data->getSDKStatusInfo(error) == nullptr) return nullptr;
     return data;
 }
 
-QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform)
-    : file_(std::move(file)), uploadLoop_(platform) {}
+QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, const QuomiErrors& errors)
+    : platform_(platform), errors_(errors), file_(std::move(file)), objectContext_(*file_), uploadLoop_(platform) {}
 
 QuomiData::~QuomiData() = default;
 
-std::optional<QuomiStatusInfo> QuomiData::getSDKStatusInfo(std::optional<Error>* error) {
+// Contexts
+
+ObjectContext& QuomiData::currentObjectContext() {
+    const bool isInBackground = platform_.application.state() == ApplicationState::background;
+    return backgroundObjectContext_ != nullptr && isInBackground ? *backgroundObjectContext_ : objectContext_;
+}
+
+void QuomiData::startBackgroundObjectContext() {
+    if (backgroundObjectContext_ == nullptr) backgroundObjectContext_ = std::make_unique<ObjectContext>(objectContext_);
+}
+
+void QuomiData::finishBackgroundObjectContext() {
+    backgroundObjectContext_.reset();
+}
+
+bool QuomiData::saveContext(ErrorSlot error) {
+    if (backgroundObjectContext_ == nullptr) return objectContext_.save(error);
     std::optional<Error> failure;
-    auto status = firstRow(*file_, statusMapping(), &failure);
-    if (!status && !failure && replaceRow(*file_, statusMapping(), QuomiStatusInfo(), &failure)) {
-        status = QuomiStatusInfo();
+    if (backgroundObjectContext_->save(&failure) && objectContext_.save(&failure)) return true;
+    if (failure) {
+        platform_.console.log(fmt::format("saveContext: : {}", describe(*failure)));
+        assign(error, std::move(*failure));
+    }
+    return false;
+}
+
+bool QuomiData::failBusy(ErrorSlot error) const {
+    assign(error, errors_.errorWithCode(ErrorCode::updateRunning));
+    return false;
+}
+
+bool QuomiData::removeAll(const EntityType& type, ErrorSlot error) {
+    return objectContext_.removeAll(type, error) && saveContext(error);
+}
+
+// The SDK's status and the application record
+
+std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfoWithoutCreateByDefault(ErrorSlot error) {
+    static const Query<QuomiStatusInfo> first("LIMIT 1");
+    return currentObjectContext().fetchFirst(first, {}, error);
+}
+
+std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfo(ErrorSlot error) {
+    std::optional<Error> failure;
+    auto status = getSDKStatusInfoWithoutCreateByDefault(&failure);
+    if (status == nullptr && !failure) {
+        objectContext_.insert(std::make_shared<QuomiStatusInfo>());
+        if (saveContext(&failure)) status = getSDKStatusInfoWithoutCreateByDefault(&failure);
     }
     if (failure) assign(error, std::move(*failure));
     return status;
 }
 
-bool QuomiData::saveSDKStatusInfo(const QuomiStatusInfo& status, std::optional<Error>* error) {
-    return replaceRow(*file_, statusMapping(), status, error);
+bool QuomiData::removeSDKStatusInfo(ErrorSlot error) {
+    return removeAll(entityType<QuomiStatusInfo>(), error);
 }
 
-void QuomiData::setSdkIsStarted(bool isStarted) {
-    auto status = getSDKStatusInfo();
-    if (!status) return;
+bool QuomiData::setSdkIsStarted(bool isStarted) {
+    const auto status = getSDKStatusInfo();
+    if (status == nullptr) return false;
     status->isStarted = isStarted;
-    saveSDKStatusInfo(*status);
+    return saveContext();
 }
 
 bool QuomiData::sdkIsStarted() {
     const auto status = getSDKStatusInfo();
-    return status && status->isStarted;
+    return status != nullptr && status->isStarted;
 }
 
-std::optional<QuomiApplication> QuomiData::getApplication(std::optional<Error>* error) {
-    return firstRow(*file_, applicationMapping(), error);
+bool QuomiData::setLastGeofencesDataUpdateDate(WallTime date, ErrorSlot error) {
+    const auto status = getSDKStatusInfo(error);
+    if (status == nullptr) return false;
+    status->lastGeofencesDataUpdatedAt = date;
+    return saveContext(error);
 }
 
-bool QuomiData::insertOrUpdateApplication(const QuomiApplication& application, std::optional<Error>* error) {
-    return replaceRow(*file_, applicationMapping(), application, error);
+bool QuomiData::setLastBeaconsDataUpdateDate(WallTime date, ErrorSlot error) {
+    const auto status = getSDKStatusInfo(error);
+    if (status == nullptr) return false;
+    status->lastBeaconsDataUpdatedAt = date;
+    return saveContext(error);
 }
 
-bool QuomiData::removeApplication(std::optional<Error>* error) {
-    return file_->change([this] { file_->statement(applicationMapping().deleteAll()).exec(); }, error);
+bool QuomiData::resetGlobalCounters(ErrorSlot error) {
+    const auto status = getSDKStatusInfo(error);
+    if (status == nullptr) return false;
+    status->globalTriggersCount = 0;
+    status->globalHistory.clear();
+    return saveContext(error);
+}
+
+std::shared_ptr<QuomiApplication> QuomiData::getApplication(ErrorSlot error) {
+    static const Query<QuomiApplication> first("LIMIT 1");
+    return objectContext_.fetchFirst(first, {}, error);
+}
+
+bool QuomiData::insertOrUpdateApplication(const std::shared_ptr<QuomiApplication>& application, ErrorSlot error) {
+    if (application->context() != &objectContext_) {
+        if (!objectContext_.removeAll(entityType<QuomiApplication>(), error)) return false;
+        objectContext_.insert(application);
+    }
+    return saveContext(error);
+}
+
+bool QuomiData::removeApplication(ErrorSlot error) {
+    return removeAll(entityType<QuomiApplication>(), error);
 }
 
 }  // namespace quomi

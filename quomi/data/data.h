@@ -1,13 +1,20 @@
 #pragma once
 
 #include "quomi/data/event_upload.h"
+#include "quomi/data/object_context.h"
 #include "quomi/data/records.h"
+#include "quomi/data/rule_owner.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
 
+#include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <vector>
 
 #include <boost/json/fwd.hpp>
 
@@ -15,13 +22,22 @@ namespace quomi {
 
 class QuomiErrors;
 class StoreFile;
+class Uuid;
 
 /// The store: what the SDK keeps between launches, in one SQLite file, and the event log with its upload.
 ///
-/// Operations that can fail return false or nothing and fill the error. What a successful call changed is in the file
-/// when it returns. Host's thread only.
+/// Objects come from `currentObjectContext` and may be changed by whoever holds them; `saveContext` writes what has
+/// changed. Operations that can fail return false, nothing or an empty list and fill the error: 600 with SQLite's
+/// reason where no other code is named. Those that say "saved" have written when they return. Host's thread only.
 class QuomiData {
 public:
+    template <class Object>
+    using List = std::vector<std::shared_ptr<Object>>;
+    /// Gives one object after the other, and null at the end.
+    template <class Object>
+    using Source = std::function<std::shared_ptr<Object>()>;
+    using ErrorSlot = std::optional<Error>*;
+
     /// Where the store file lies: Library/Application Support/QuomiData of the app.
     [[nodiscard]] static std::filesystem::path dataStorageDirectory(const Platform& platform);
 
@@ -30,37 +46,155 @@ public:
     [[nodiscard]] static std::unique_ptr<QuomiData> create(const std::filesystem::path& file,
                                                            bool allowToDeleteStorageOnMigrationErrors,
                                                            const Platform& platform, const QuomiErrors& errors,
-                                                           std::optional<Error>* error = nullptr);
+                                                           ErrorSlot error = nullptr);
     ~QuomiData();
     QuomiData(const QuomiData&) = delete;
     QuomiData& operator=(const QuomiData&) = delete;
 
-    /// Who uploads events; null for nobody. Outlives the store or is taken away before it ends.
-    void setApiClient(EventUploader* client) { uploadLoop_.setUploader(client); }
+    // Contexts
 
-    /// The status row; nothing when it cannot be read.
-    [[nodiscard]] std::optional<QuomiStatusInfo> getSDKStatusInfo(std::optional<Error>* error = nullptr);
-    /// Writes the status row.
-    bool saveSDKStatusInfo(const QuomiStatusInfo& status, std::optional<Error>* error = nullptr);
-    void setSdkIsStarted(bool isStarted);
+    /// The child context, where there is one and the app is in the background; else the one that commits.
+    [[nodiscard]] ObjectContext& currentObjectContext();
+    /// Makes the child context unless there is one, and lets go of it. What the child had not saved is lost then.
+    void startBackgroundObjectContext();
+    void finishBackgroundObjectContext();
+    /// Saves the child context, if there is one, and then the one that commits. See ObjectContext::save for what a
+    /// failure leaves.
+    bool saveContext(ErrorSlot error = nullptr);
+
+    // The SDK's status and the application record
+
+    /// The status row, made and saved when there is none; null when it can be neither read nor made.
+    [[nodiscard]] std::shared_ptr<QuomiStatusInfo> getSDKStatusInfo(ErrorSlot error = nullptr);
+    [[nodiscard]] std::shared_ptr<QuomiStatusInfo> getSDKStatusInfoWithoutCreateByDefault(ErrorSlot error = nullptr);
+    bool removeSDKStatusInfo(ErrorSlot error = nullptr);  // saved
+    bool setSdkIsStarted(bool isStarted);                 // saved
     [[nodiscard]] bool sdkIsStarted();
+    bool setLastGeofencesDataUpdateDate(WallTime date, ErrorSlot error = nullptr);  // saved
+    bool setLastBeaconsDataUpdateDate(WallTime date, ErrorSlot error = nullptr);    // saved
+    /// Counts no device-wide events any more. Saved.
+    bool resetGlobalCounters(ErrorSlot error = nullptr);
+    /// The application record; null when none is stored.
+    [[nodiscard]] std::shared_ptr<QuomiApplication> getApplication(ErrorSlot error = nullptr);
+    /// Stores the record in place of the one there was. Saved.
+    bool insertOrUpdateApplication(const std::shared_ptr<QuomiApplication>& application, ErrorSlot error = nullptr);
+    bool removeApplication(ErrorSlot error = nullptr);  // saved
 
-    /// The application record; nothing when none is stored or it cannot be read.
-    [[nodiscard]] std::optional<QuomiApplication> getApplication(std::optional<Error>* error = nullptr);
-    /// Stores the record in place of the one there was.
-    bool insertOrUpdateApplication(const QuomiApplication& application, std::optional<Error>* error = nullptr);
-    bool removeApplication(std::optional<Error>* error = nullptr);
+    // Geofences and the areas they were downloaded for
 
+    bool insertOrUpdateGeofenceRegion(const std::shared_ptr<QuomiGeofenceRegion>& region,
+                                      ErrorSlot error = nullptr);  // saved
+    /// Puts disconnected geofences into the store, enabled, each in place of the one with its identifier, whose
+    /// counters it takes over. Returns how many. 0 with 606 while another such call runs. Not saved. The region is not
+    /// looked at.
+    std::size_t insertOrUpdateGeofences(const Source<QuomiGeofence>& geofences, const QuomiGeofenceRegion& inRegion,
+                                        ErrorSlot error = nullptr);
+    [[nodiscard]] List<QuomiGeofenceRegion> getAllGeofenceRegions(ErrorSlot error = nullptr);
+    /// By identifier.
+    [[nodiscard]] List<QuomiGeofence> getAllGeofences(ErrorSlot error = nullptr);
+    [[nodiscard]] std::shared_ptr<QuomiGeofence> getGeofenceById(const std::string& id, ErrorSlot error = nullptr);
+    [[nodiscard]] std::shared_ptr<QuomiGeofenceRuleWithActions> getGeofenceRuleById(const std::string& id,
+                                                                                    ErrorSlot error = nullptr);
+    /// By identifier.
+    [[nodiscard]] List<QuomiGeofence> getGeofencesInGroup(const std::string& group, ErrorSlot error = nullptr);
+    /// The enabled geofences whose centres lie in the box around the point, by identifier. Degrees; a tolerance of 0 or
+    /// less counts as 0.01.
+    [[nodiscard]] List<QuomiGeofence> findNearbyGeofences(double latitude, double longitude,
+                                                          double searchToleranceDegrees, ErrorSlot error = nullptr);
+    [[nodiscard]] List<QuomiGeofence> findNearbyGeofences(double latitude, double longitude,
+                                                          ErrorSlot error = nullptr) {
+        return findNearbyGeofences(latitude, longitude, geofenceRegionsSearchToleranceDegrees, error);
+    }
+    /// The areas with centres in the box around the point, the largest first.
+    [[nodiscard]] List<QuomiGeofenceRegion> findNearbyGeofenceRegions(double latitude, double longitude,
+                                                                      ErrorSlot error = nullptr);
+    /// Of those the one whose centre is closest; null for none.
+    [[nodiscard]] std::shared_ptr<QuomiGeofenceRegion> findClosestGeofenceRegion(double latitude, double longitude,
+                                                                                 ErrorSlot error = nullptr);
+    /// Whether the largest nearby area that contains the point has expired; no when none contains it.
+    [[nodiscard]] bool locationIsInExpiredRegion(double latitude, double longitude);
+    [[nodiscard]] bool geofenceRegionExpired(const QuomiGeofenceRegion& region) const;
+    /// Enables or disables those of the namespace (all for an empty one); returns how many there are. Not saved.
+    std::size_t enableGeofencesWithNamespace(const std::string& appNamespace, bool enabled, ErrorSlot error = nullptr);
+    bool removeAllGeofenceRegions(ErrorSlot error = nullptr);                                  // saved
+    bool removeAllGeofences(ErrorSlot error = nullptr);                                        // saved
+    bool removeGeofencesWithIds(std::span<const std::string> ids, ErrorSlot error = nullptr);  // saved
+    bool removeGeofenceWithId(const std::string& id, ErrorSlot error = nullptr);               // saved
+    bool resetAllGeofencesCounters(ErrorSlot error = nullptr);                                 // saved
+
+    // Beacons
+
+    /// As insertOrUpdateGeofences.
+    std::size_t insertOrUpdateBeacons(const Source<QuomiBeaconData>& beacons, ErrorSlot error = nullptr);
+    /// By identifier, as all lists of beacons.
+    [[nodiscard]] List<QuomiBeaconData> getAllBeacons(ErrorSlot error = nullptr);
+    [[nodiscard]] std::shared_ptr<QuomiBeaconData> getBeaconById(const std::string& id, ErrorSlot error = nullptr);
+    [[nodiscard]] std::shared_ptr<QuomiBeaconRuleWithActions> getBeaconRuleById(const std::string& id,
+                                                                                ErrorSlot error = nullptr);
+    [[nodiscard]] List<QuomiBeaconData> getBeaconsInGroup(const std::string& group, ErrorSlot error = nullptr);
+    /// Without major or minor those that have none.
+    [[nodiscard]] List<QuomiBeaconData> getBeaconsByProximityUUID(const Uuid& proximityUUID, std::optional<int> major,
+                                                                  std::optional<int> minor, ErrorSlot error = nullptr);
+    /// Those of any minor that pass the check, which sees each once.
+    [[nodiscard]] List<QuomiBeaconData> getBeaconsByProximityUUID(
+        const Uuid& proximityUUID, int major, const std::function<bool(const QuomiBeaconData&)>& securityCheck,
+        ErrorSlot error = nullptr);
+    /// As enableGeofencesWithNamespace, but 0 with 606 while an insertion runs.
+    std::size_t enableBeaconsWithNamespace(const std::string& appNamespace, bool enabled, ErrorSlot error = nullptr);
+    bool removeAllBeacons(ErrorSlot error = nullptr);                                        // saved
+    bool removeBeaconsWithIds(std::span<const std::string> ids, ErrorSlot error = nullptr);  // saved; 606 as above
+    bool resetAllBeaconsCounters(ErrorSlot error = nullptr);                                 // saved
+
+    // Events and battery alerts
+
+    /// Who uploads; null for nobody. Outlives the store or is taken away before it ends.
+    void setApiClient(Uploader* client);
     /// Appends an event to the event log; see EventUploadLoop.
     bool logEvent(const boost::json::object& event, WallTime date) { return uploadLoop_.logEvent(event, date); }
     /// Starts the upload of logged events now.
     void uploadLogsInBatches() { uploadLoop_.uploadLogsInBatches(); }
+    /// Sends the events of the log one by one; those that do not arrive go back to it.
+    void flushLoggedEventsQueue() { uploadLoop_.flushLoggedEventsQueue(); }
+
+    // What earlier versions kept of events in the store; the newest first, pages from 0.
+    [[nodiscard]] std::size_t getLoggedEventsCount(ErrorSlot error = nullptr);
+    [[nodiscard]] List<QuomiDebugLog> getLoggedEvents(int page, int perPage, ErrorSlot error = nullptr);
+    [[nodiscard]] List<QuomiDebugLog> getAllLoggedEvents(ErrorSlot error = nullptr);
+    bool removeAllLoggedEvents(ErrorSlot error = nullptr);  // saved
+
+    /// Stores a disconnected alert and sends all that wait. One that does not arrive waits again.
+    void sendBatteryAlert(const std::shared_ptr<QuomiBatteryAlert>& alert);
+    void flushBatteryAlertsQueue();
+    void sendBatteryAlertEntity(const std::shared_ptr<QuomiBatteryAlert>& alert);
+    /// The newest first.
+    [[nodiscard]] List<QuomiBatteryAlert> getAllBatteryAlerts(ErrorSlot error = nullptr);
+    bool removeAllBatteryAlerts(ErrorSlot error = nullptr);  // saved
+
+    double geofenceRegionsSearchToleranceDegrees = 1.0;
 
 private:
-    QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform);
+    QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, const QuomiErrors& errors);
 
+    template <class Place>
+    std::size_t insertOrUpdate(const Source<Place>& places, ErrorSlot error);
+    template <class Place>
+    std::size_t enable(const std::string& appNamespace, bool enabled, ErrorSlot error);
+    template <class Place>
+    bool removeWithIds(std::span<const std::string> ids, ErrorSlot error);
+    template <class Place>
+    bool resetAllCounters(ErrorSlot error);
+    bool removeAll(const EntityType& type, ErrorSlot error);
+    bool failBusy(ErrorSlot error) const;
+
+    const Platform& platform_;
+    const QuomiErrors& errors_;
     std::unique_ptr<StoreFile> file_;
+    ObjectContext objectContext_;
+    std::unique_ptr<ObjectContext> backgroundObjectContext_;
     EventUploadLoop uploadLoop_;
+    Uploader* apiClient_ = nullptr;
+    bool busyWithInsertOrUpdateData_ = false;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace quomi

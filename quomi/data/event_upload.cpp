@@ -21,7 +21,7 @@ EventUploadLoop::EventUploadLoop(const Platform& platform)
 
 EventUploadLoop::~EventUploadLoop() = default;
 
-void EventUploadLoop::setUploader(EventUploader* uploader) {
+void EventUploadLoop::setUploader(Uploader* uploader) {
     if (uploader_ == uploader) return;
     uploader_ = uploader;
     ++run_;
@@ -58,6 +58,21 @@ void EventUploadLoop::uploadLogsInBatchesFromTmpFile() {
         [this, run = run_, alive = std::weak_ptr(alive_)](const Error& error) {
             if (!alive.expired()) batchFailed(run, error);
         });
+}
+
+void EventUploadLoop::flushLoggedEventsQueue() {
+    if (uploader_ == nullptr) return;
+    const auto records = logger_.getQuomiDLogsFromFile();
+    if (!records) return;
+    logger_.clearLogFile();
+    for (const auto& record : *records) sendEvent(record);
+}
+
+void EventUploadLoop::sendEvent(const QuomiDLog& record) {
+    uploader_->sendDLogEvent(record, nullptr, [this, record, alive = std::weak_ptr(alive_)](const Error&) {
+        if (alive.expired()) return;
+        logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()));
+    });
 }
 
 std::optional<std::vector<QuomiDLog>> EventUploadLoop::nextBatch() {

@@ -16,14 +16,20 @@
 
 namespace quomi {
 
-/// What the upload of events needs of whoever speaks to the server.
-class EventUploader {
+struct BatteryAlert;
+
+/// What the store's uploads need of whoever speaks to the server. Of an operation's two callbacks one runs, in a later
+/// turn, unless the uploader drops the request; an empty one is not called.
+class Uploader {
 public:
-    virtual ~EventUploader() = default;
-    /// Sends the records as one batch. One of the two callbacks runs, in a later turn, unless the uploader drops the
-    /// request.
+    virtual ~Uploader() = default;
+    /// Sends the records as one batch.
     virtual void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
                                       std::function<void(const Error&)> failure) = 0;
+    virtual void sendDLogEvent(const QuomiDLog& record, std::function<void()> success,
+                               std::function<void(const Error&)> failure) = 0;
+    virtual void sendBatteryAlert(const BatteryAlert& alert, std::function<void()> success,
+                                  std::function<void(const Error&)> failure) = 0;
 };
 
 /// The event log's way home: writes events to the log file and uploads them in batches, at the first event's time plus
@@ -40,14 +46,18 @@ public:
     EventUploadLoop& operator=(const EventUploadLoop&) = delete;
 
     /// Who sends; null (nothing is sent) at first. Outlives the loop or is taken away before it ends.
-    void setUploader(EventUploader* uploader);
+    void setUploader(Uploader* uploader);
     /// Appends the event to the log file. False when it could not be written: the event is not accepted then.
     bool logEvent(const boost::json::object& event, WallTime date);
     /// Starts the upload of what is in the files, unless the same batch is on its way already.
     void uploadLogsInBatches();
+    /// Takes all events out of the log file and sends them one by one; one that does not arrive goes back into it.
+    /// Those on their way are in memory only.
+    void flushLoggedEventsQueue();
 
 private:
     void uploadLogsInBatchesFromTmpFile();
+    void sendEvent(const QuomiDLog& record);
     [[nodiscard]] std::optional<std::vector<QuomiDLog>> nextBatch();
     [[nodiscard]] bool isInFlight(const std::vector<QuomiDLog>& batch) const;
     void batchArrived(std::uint64_t run);
@@ -55,7 +65,7 @@ private:
 
     const Platform& platform_;
     QuomiDLogger logger_;
-    EventUploader* uploader_ = nullptr;
+    Uploader* uploader_ = nullptr;
     std::optional<std::vector<QuomiDLog>> currentBatchWithLogs_;
     std::optional<WallTime> lastUploadedLogsAt_;
     std::unique_ptr<Timer> uploadLogLoopTimer_;

@@ -198,7 +198,7 @@ public:
     }
 
     /// Ends what still reads, so that nothing holds a snapshot.
-    void resetAll() {
+    void resetAll() noexcept {
         for (auto& entry : cache_) entry.second->tryReset();
     }
 
@@ -238,27 +238,44 @@ StoreFile::StoreFile(std::unique_ptr<SQLite::Database> database, const QuomiErro
 
 StoreFile::~StoreFile() = default;
 
-bool StoreFile::change(const std::function<void()>& work, std::optional<Error>* error) {
-    return read(
-        [this, &work] {
-            SQLite::Transaction transaction(*database_, SQLite::TransactionBehavior::IMMEDIATE);
-            work();
-            statements_->resetAll();
-            transaction.commit();
-        },
-        error);
-}
-
-bool StoreFile::read(const std::function<void()>& work, std::optional<Error>* error) const {
-    bool done = false;
+bool StoreFile::perform(const std::function<void()>& work, std::optional<Error>* error) const {
     try {
         work();
-        done = true;
+        return true;
     } catch (const SQLite::Exception& exception) {
         assign(error, errors_.errorWithCode(ErrorCode::data, exception.what()));
     }
     statements_->resetAll();
-    return done;
+    return false;
+}
+
+void StoreFile::begin() {
+    if (isInTransaction_) return;
+    statement("BEGIN IMMEDIATE").exec();
+    isInTransaction_ = true;
+}
+
+void StoreFile::commit() {
+    if (!isInTransaction_) return;
+    statement("COMMIT").exec();
+    isInTransaction_ = false;
+}
+
+void StoreFile::openSavepoint() {
+    statement("SAVEPOINT overlay").exec();
+    isInSavepoint_ = true;
+}
+
+void StoreFile::rollback() noexcept {
+    if (!std::exchange(isInTransaction_, false)) return;
+    statements_->resetAll();
+    static_cast<void>(database_->tryExec("ROLLBACK"));  // SQLite may have done it already
+}
+
+void StoreFile::dropSavepoint() noexcept {
+    if (!std::exchange(isInSavepoint_, false)) return;
+    statements_->resetAll();
+    static_cast<void>(database_->tryExec("ROLLBACK TO overlay; RELEASE overlay"));
 }
 
 SQLite::Statement& StoreFile::statement(const std::string& sql) {

@@ -37,14 +37,21 @@ public:
     StoreFile(const StoreFile&) = delete;
     StoreFile& operator=(const StoreFile&) = delete;
 
-    /// Runs the work inside a transaction: committed when it returns, rolled back when SQLite fails in it. False with
-    /// an error of code 600 then. The work uses `statement` and throws nothing of its own.
-    bool change(const std::function<void()>& work, std::optional<Error>* error = nullptr);
-    /// Runs reading work; false as above.
-    bool read(const std::function<void()>& work, std::optional<Error>* error = nullptr) const;
-
-    /// The prepared statement of the text, reset and without bindings, for use inside `change` and `read` only.
+    /// Runs work on the file. False, with an error of code 600, when SQLite fails in it; the work throws nothing of its
+    /// own. The operations below are for use inside.
+    bool perform(const std::function<void()>& work, std::optional<Error>* error = nullptr) const;
+    /// The prepared statement of the text, reset and without bindings.
     [[nodiscard]] SQLite::Statement& statement(const std::string& sql);
+    /// Begins a transaction unless one is open.
+    void begin();
+    /// Ends the open transaction, if there is one.
+    void commit();
+    /// A point to go back to, in the open transaction or without one.
+    void openSavepoint();
+
+    /// Takes back what was done in the open transaction, or since the savepoint; nothing without one. Anywhere.
+    void rollback() noexcept;
+    void dropSavepoint() noexcept;
 
 private:
     class Statements;
@@ -53,6 +60,8 @@ private:
     const QuomiErrors& errors_;
     std::unique_ptr<SQLite::Database> database_;
     std::unique_ptr<Statements> statements_;  // after the database: they end first
+    bool isInTransaction_ = false;
+    bool isInSavepoint_ = false;
 };
 
 }  // namespace quomi

@@ -247,7 +247,9 @@ TEST_F(Records, SingleEvents) {
     for (const auto& [logTime, logData, body] : cases) {
         const auto expected = fmt::format("POST https://a.test/u_applications/shop/log.json {}", body);
         const QuomiDLog record{logTime, logData};
-        const QuomiDebugLog stored{logTime, logData};
+        QuomiDebugLog stored;
+        stored.logTime = logTime;
+        stored.logData = logData;
         const char* const key = "POST /u_applications/shop/log.json";
         EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->sendDLogEvent(record, success, failure); }),
                   expected);

@@ -33,9 +33,18 @@ TEST(QuomiData, StatusRow) {
     auto data = host.open();
     auto database = host.connect();
     EXPECT_EQ(valueOf(database, "COUNT(*) || ' ' || MAX(isStarted)", "QuomiStatusInfo"), "1 0") << "there at once";
-    const QuomiStatusInfo status{
-        true, at(1.5), at(-2), 3, 4, 5, 6, at(1700000000.123457), {at(7), at(1700000000.000001)}};
-    EXPECT_TRUE(data->saveSDKStatusInfo(status));
+    const auto held = data->getSDKStatusInfo();
+    auto& status = *held;
+    status.isStarted = true;
+    status.lastGeofencesDataUpdatedAt = at(1.5);
+    status.lastBeaconsDataUpdatedAt = at(-2);
+    status.globalTriggersCount = 3;
+    status.globalMaxEvents = 4;
+    status.globalMaxEventsPeriod = 5;
+    status.globalMinInterval = 6;
+    status.lastEventDate = at(1700000000.123457);
+    status.globalHistory = {at(7), at(1700000000.000001)};
+    EXPECT_TRUE(data->saveContext());
     EXPECT_EQ(valueOf(database, "COUNT(*)", "QuomiStatusInfo"), "1");
     EXPECT_EQ(valueOf(database, "typeof(lastEventDate) || ' ' || printf('%.6f', lastEventDate)", "QuomiStatusInfo"),
               "real 1700000000.123457");
@@ -75,10 +84,9 @@ TEST(QuomiData, HistoriesThatOthersWrote) {
 TEST(QuomiData, ChangesAreWholeOrNotThere) {
     StoreHost host;
     const auto data = host.open();
-    QuomiApplication application{"first", "n", "s", "v", "none", 7.5};
-    EXPECT_TRUE(data->insertOrUpdateApplication(application));
-    application.appNamespace = "second";
-    application.proximityFarSplitThreshold = std::numeric_limits<double>::quiet_NaN();  // no value, but one is required
+    EXPECT_TRUE(data->insertOrUpdateApplication(record("first")));
+    const auto application = record("second");
+    application->antiHackingProtocol.reset();
     std::optional<Error> error;
     EXPECT_FALSE(data->insertOrUpdateApplication(application, &error));
     EXPECT_EQ(error->code, 600);
@@ -105,7 +113,8 @@ protected:
 
     StoreHost host;
     std::unique_ptr<QuomiData> data = host.open();
-    QuomiDataApiResponseParser parser{*data, host.errors, host.platform.clock};
+    QuomiSettings settings{Deployment(), host.platform.location};
+    QuomiDataApiResponseParser parser{*data, host.errors, host.platform, settings};
     std::optional<Error> error;
 };
 
@@ -124,7 +133,7 @@ std::string recordWith(const std::string& key, const std::string& json) {
 }
 
 TEST_F(Parser, ApplicationRecordReplacesTheOneThereWas) {
-    ASSERT_TRUE(data->insertOrUpdateApplication({"old", "n", "s", "v", "none", 1}));
+    ASSERT_TRUE(data->insertOrUpdateApplication(record("old", 1)));
     EXPECT_TRUE(parseApplication(recordWith("more", "1")));
     const auto application = data->getApplication();
     ASSERT_TRUE(application);
@@ -145,11 +154,8 @@ TEST_F(Parser, AnswersThatAreNoRecord) {
     ASSERT_TRUE(parseApplication(recordWith("namespace_uid", "\"kept\"")));
     for (const std::string& json :
          {std::string("null"), std::string("[]"), std::string("\"success\""), recordWith("success", "false"),
-          recordWith("success", ""), recordWith("success", "\"true\""), recordWith("namespace_uid", ""),
-          recordWith("normal_proximity_uuid", "null"), recordWith("normal_proximity_uuid", "\"shop\""),
-          recordWith("secure_proximity_uuid", ""), recordWith("service_proximity_uuid", ""),
-          recordWith("secure_proximity_uuid", "\"S\""), recordWith("service_proximity_uuid", "\"\""),
-          recordWith("anti_hacking_protocol", "")}) {
+          recordWith("success", ""), recordWith("success", "\"true\""), recordWith("normal_proximity_uuid", "\"shop\""),
+          recordWith("secure_proximity_uuid", "\"S\""), recordWith("service_proximity_uuid", "\"\"")}) {
         error.reset();
         EXPECT_FALSE(parseApplication(json)) << json;
         ASSERT_TRUE(error);
@@ -157,17 +163,29 @@ TEST_F(Parser, AnswersThatAreNoRecord) {
         EXPECT_EQ(error->code, 402);
         EXPECT_EQ(data->getApplication()->appNamespace, "kept");
     }
+    for (const char* missing : {"namespace_uid", "normal_proximity_uuid", "secure_proximity_uuid",
+                                "service_proximity_uuid", "anti_hacking_protocol"}) {
+        EXPECT_FALSE(parseApplication(recordWith(missing, ""))) << missing;
+        EXPECT_EQ(error->code, 600) << "the store requires it";
+        EXPECT_EQ(data->getApplication()->appNamespace, "kept");
+    }
 }
 
 TEST_F(Parser, Limits) {
     host.phone.jumpClock(Seconds(1000));
-    ASSERT_TRUE(data->saveSDKStatusInfo({true, {}, {}, 9, 1, 1, 1, at(5), {at(10), at(900), at(990)}}));
+    auto status = data->getSDKStatusInfo();
+    status->isStarted = true;
+    status->globalTriggersCount = 9;
+    status->globalMaxEvents = 1;
+    status->lastEventDate = at(5);
+    status->globalHistory = {at(10), at(900), at(990)};
+    ASSERT_TRUE(data->saveContext());
     EXPECT_FALSE(parseLimits(R"({"max_events": 3})"));
     EXPECT_EQ(error->code, 402);
     EXPECT_EQ(data->getSDKStatusInfo()->globalMaxEvents, 1);
 
     EXPECT_TRUE(parseLimits(R"({"success": 1, "max_events": 3, "max_events_period": 100, "min_interval": "20"})"));
-    auto status = data->getSDKStatusInfo();
+    status = data->getSDKStatusInfo();
     EXPECT_EQ(status->globalMaxEvents, 3);
     EXPECT_EQ(status->globalMaxEventsPeriod, 100);
     EXPECT_EQ(status->globalMinInterval, 20);

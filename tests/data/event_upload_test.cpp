@@ -23,7 +23,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 /// A server that is asked and answers when the test says so.
-class Uploader final : public EventUploader {
+class ScriptedUploader final : public Uploader {
 public:
     void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
                               std::function<void(const Error&)> failure) override {
@@ -34,10 +34,20 @@ public:
         batches.push_back(std::move(numbers));
         waiting.emplace_back(std::move(success), std::move(failure));
     }
+    void sendDLogEvent(const QuomiDLog& record, std::function<void()> success,
+                       std::function<void(const Error&)> failure) override {
+        sendBatchOfLogEvents({record}, std::move(success), std::move(failure));
+    }
+    void sendBatteryAlert(const BatteryAlert& alert, std::function<void()> success,
+                          std::function<void(const Error&)> failure) override {
+        alerts.push_back(alert.serviceID);
+        waiting.emplace_back(std::move(success), std::move(failure));
+    }
     void succeed() { take().first(); }
     void fail() { take().second(Error{kHTTPErrorDomain, 503, {}}); }
 
     std::vector<std::vector<int>> batches;  // the numbers of the events
+    std::vector<std::string> alerts;        // the services
     std::deque<std::pair<std::function<void()>, std::function<void(const Error&)>>> waiting;
 
 private:
@@ -67,7 +77,7 @@ protected:
     }
 
     StoreHost host{{.start = WallTime(1'700'000'000s)}};
-    Uploader uploader;
+    ScriptedUploader uploader;
     std::unique_ptr<EventUploadLoop> loop = std::make_unique<EventUploadLoop>(host.platform);
 };
 
@@ -183,7 +193,7 @@ TEST_F(EventUpload, UploaderReplacedWhileABatchIsInFlight) {
     loop->setUploader(nullptr);
     log(2);
     host.phone.advanceBy(80s);
-    Uploader next;
+    ScriptedUploader next;
     loop->setUploader(&next);
     uploader.succeed();
     EXPECT_EQ(batchFile(), file) << "an answer to a request that was given up";

@@ -23,10 +23,6 @@ unsigned modeOf(const std::filesystem::path& path) {
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0U;
 }
 
-QuomiApplication record(const std::string& appNamespace) {
-    return {appNamespace, "normal", "secure", "service", "none", 7.5};
-}
-
 /// A store with something in it, closed again.
 void makeStore(StoreHost& host) {
     const auto data = host.open();

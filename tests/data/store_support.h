@@ -27,6 +27,17 @@ inline void write(const std::filesystem::path& file, const std::string& bytes) {
     std::ofstream(file, std::ios::binary) << bytes;
 }
 
+inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace, double threshold = 7.5) {
+    auto application = std::make_shared<QuomiApplication>();
+    application->appNamespace = appNamespace;
+    application->proximityUUIDNormal = "normal";
+    application->proximityUUIDSecure = "secure";
+    application->proximityUUIDService = "service";
+    application->antiHackingProtocol = "none";
+    application->proximityFarSplitThreshold = threshold;
+    return application;
+}
+
 /// A phone and what a store needs of it.
 class StoreHost {
 public:

@@ -1,6 +1,11 @@
-#include "quomi/data/row_mapping.h"
+#include "quomi/data/column_values.h"
 
+#include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
+
+#include <bit>
+#include <functional>
+#include <string_view>
 
 #include <SQLiteCpp/Column.h>
 #include <SQLiteCpp/Statement.h>
@@ -17,6 +22,7 @@ double secondsOf(WallTime date) {
 WallTime dateOf(double seconds) {
     return WallTime(toDuration(Seconds(seconds)));
 }
+constexpr std::string_view kEmptyHistory = "[]";
 
 }  // namespace
 
@@ -24,6 +30,9 @@ void bindValue(SQLite::Statement& statement, int position, bool value) {
     statement.bind(position, value ? 1 : 0);
 }
 void bindValue(SQLite::Statement& statement, int position, std::int32_t value) {
+    statement.bind(position, value);
+}
+void bindValue(SQLite::Statement& statement, int position, std::int64_t value) {
     statement.bind(position, value);
 }
 void bindValue(SQLite::Statement& statement, int position, double value) {
@@ -36,10 +45,17 @@ void bindValue(SQLite::Statement& statement, int position, WallTime value) {
     statement.bind(position, secondsOf(value));
 }
 void bindValue(SQLite::Statement& statement, int position, const std::vector<WallTime>& value) {
+    if (value.empty()) {
+        statement.bindNoCopy(position, kEmptyHistory.data());
+        return;
+    }
     boost::json::array dates;
     dates.reserve(value.size());
     for (const WallTime date : value) dates.emplace_back(secondsOf(date));
     statement.bind(position, boost::json::serialize(dates));
+}
+void bindNull(SQLite::Statement& statement, int position) {
+    statement.bind(position);
 }
 
 void readValue(const SQLite::Column& column, bool& value) {
@@ -59,11 +75,59 @@ void readValue(const SQLite::Column& column, WallTime& value) {
 }
 void readValue(const SQLite::Column& column, std::vector<WallTime>& value) {
     value.clear();
-    const auto dates = parseJson(column.getString());
+    const std::string_view text(column.getText(), static_cast<std::size_t>(column.getBytes()));
+    if (text == kEmptyHistory) return;
+    const auto dates = parseJson(text);
     if (!dates || !dates->is_array()) return;
     for (const auto& date : dates->get_array()) {
         if (const auto seconds = numberOf(&date)) value.push_back(dateOf(seconds->doubleValue()));
     }
+}
+
+bool isNull(const SQLite::Column& column) {
+    return column.isNull();
+}
+
+std::uint64_t imageOf(bool value) {
+    return value ? 1 : 0;
+}
+std::uint64_t imageOf(std::int32_t value) {
+    return static_cast<std::uint32_t>(value);
+}
+std::uint64_t imageOf(double value) {
+    return std::bit_cast<std::uint64_t>(value);
+}
+std::uint64_t imageOf(const std::string& value) {
+    return std::hash<std::string_view>()(value);
+}
+std::uint64_t imageOf(WallTime value) {
+    return static_cast<std::uint64_t>(value.time_since_epoch().count());
+}
+std::uint64_t imageOf(const std::vector<WallTime>& value) {
+    return std::hash<std::string_view>()(
+        std::string_view(reinterpret_cast<const char*>(value.data()), value.size() * sizeof(WallTime)));
+}
+
+boost::json::value jsonOf(bool value) {
+    return value;
+}
+boost::json::value jsonOf(std::int32_t value) {
+    return value;
+}
+boost::json::value jsonOf(double value) {
+    return value;
+}
+boost::json::value jsonOf(const std::string& value) {
+    return boost::json::value(value);
+}
+boost::json::value jsonOf(WallTime value) {
+    return boost::json::value(QuomiUtils::stringUTCForDate(value, "UTC"));
+}
+boost::json::value jsonOf(const std::vector<WallTime>& value) {
+    boost::json::array dates;
+    dates.reserve(value.size());
+    for (const WallTime date : value) dates.push_back(jsonOf(date));
+    return dates;
 }
 
 }  // namespace quomi

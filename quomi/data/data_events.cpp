@@ -1,0 +1,67 @@
+// Events and battery alerts of the store, on their way to the server.
+#include "quomi/data/data.h"
+
+#include <utility>
+
+namespace quomi {
+
+void QuomiData::setApiClient(Uploader* client) {
+    apiClient_ = client;
+    uploadLoop_.setUploader(client);
+}
+
+std::size_t QuomiData::getLoggedEventsCount(ErrorSlot error) {
+    const auto count = currentObjectContext().count(entityType<QuomiDebugLog>(), error);
+    return static_cast<std::size_t>(count.value_or(0));
+}
+
+QuomiData::List<QuomiDebugLog> QuomiData::getLoggedEvents(int page, int perPage, ErrorSlot error) {
+    static const Query<QuomiDebugLog> query("ORDER BY \"logTime\" DESC, \"_id\" LIMIT ? OFFSET ?");
+    const std::int64_t limit = perPage;
+    return currentObjectContext().fetch(query, {limit, limit * page}, error);
+}
+
+QuomiData::List<QuomiDebugLog> QuomiData::getAllLoggedEvents(ErrorSlot error) {
+    static const Query<QuomiDebugLog> query("ORDER BY \"logTime\" DESC, \"_id\"");
+    return currentObjectContext().fetch(query, {}, error);
+}
+
+bool QuomiData::removeAllLoggedEvents(ErrorSlot error) {
+    return removeAll(entityType<QuomiDebugLog>(), error);
+}
+
+void QuomiData::sendBatteryAlert(const std::shared_ptr<QuomiBatteryAlert>& alert) {
+    currentObjectContext().insert(alert);
+    const bool isStored = saveContext();
+    if (!isStored) sendBatteryAlertEntity(alert);  // what cannot be stored is at least sent
+    flushBatteryAlertsQueue();
+}
+
+void QuomiData::flushBatteryAlertsQueue() {
+    for (const auto& alert : getAllBatteryAlerts()) sendBatteryAlertEntity(alert);
+    saveContext();
+}
+
+void QuomiData::sendBatteryAlertEntity(const std::shared_ptr<QuomiBatteryAlert>& alert) {
+    if (apiClient_ == nullptr) return;
+    const BatteryAlert values = alert->values();
+    if (alert->context() == &currentObjectContext()) currentObjectContext().remove(*alert);
+    apiClient_->sendBatteryAlert(values, nullptr, [this, values, alive = std::weak_ptr(alive_)](const Error&) {
+        if (alive.expired()) return;
+        auto again = std::make_shared<QuomiBatteryAlert>();
+        again->setValues(values);
+        currentObjectContext().insert(std::move(again));
+        saveContext();
+    });
+}
+
+QuomiData::List<QuomiBatteryAlert> QuomiData::getAllBatteryAlerts(ErrorSlot error) {
+    static const Query<QuomiBatteryAlert> query("ORDER BY \"date\" DESC, \"_id\"");
+    return currentObjectContext().fetch(query, {}, error);
+}
+
+bool QuomiData::removeAllBatteryAlerts(ErrorSlot error) {
+    return removeAll(entityType<QuomiBatteryAlert>(), error);
+}
+
+}  // namespace quomi
