@@ -3,6 +3,7 @@
 #include "quomi/api/http_session.h"
 #include "quomi/api/server_notification.h"
 #include "quomi/core/errors.h"
+#include "quomi/data/data_updater.h"
 #include "quomi/data/event_upload.h"
 #include "quomi/platform/platform.h"
 #include "quomi/platform/reachability.h"
@@ -41,12 +42,12 @@ struct DownloadResponse {
 /// All requests are asynchronous. A callback runs at most once, on the host's thread, in a later turn; an empty one is
 /// not called; none runs after `cancelAllRequests` or the client's end. While the network cannot be reached requests
 /// wait instead of failing. Errors are of kHTTPErrorDomain unless an operation names its own. Host's thread only.
-class QuomiAPI : public Uploader {
+class QuomiAPI : public Uploader, public RulesSource {
 public:
     /// Given the decoded answer.
-    using Success = std::function<void(const boost::json::value&)>;
+    using Success = RulesSource::Success;
     using Done = std::function<void()>;
-    using Failure = std::function<void(const Error&)>;
+    using Failure = RulesSource::Failure;
     using DownloadFailure = std::function<void(const DownloadResponse&, const Error&)>;
     using Headers = std::map<std::string, std::string, std::less<>>;
 
@@ -71,12 +72,13 @@ public:
     /// `getDataAtURL`.
     bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng, double radius,
                                         std::optional<WallTime> lastUpdateDate, Success success, Failure failure,
-                                        std::optional<Error>* error = nullptr);
+                                        std::optional<Error>* error = nullptr) override;
     /// Downloads the beacons of the UUID with their rules, perhaps only those of a major or minor, or those that
     /// changed since the date; all namespaces for an empty one. Fails with 404 as `getDataAtURL`.
     void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
                                       std::optional<int> major, std::optional<int> minor,
-                                      std::optional<WallTime> lastUpdateDate, Success success, Failure failure);
+                                      std::optional<WallTime> lastUpdateDate, Success success,
+                                      Failure failure) override;
     /// The URLs of these downloads. The namespace stands in them as it is.
     [[nodiscard]] std::string getURLForGeofencesWithNamespace(const std::string& appNamespace, float lat, float lng,
                                                               float radius,

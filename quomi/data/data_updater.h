@@ -1,0 +1,109 @@
+#pragma once
+
+#include "quomi/util/error.h"
+#include "quomi/util/time.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <boost/json/fwd.hpp>
+
+namespace quomi {
+
+class QuomiData;
+class QuomiDataApiResponseParser;
+class Uuid;
+struct Platform;
+struct QuomiSettings;
+
+/// What the updater needs of whoever speaks to the server. A callback runs in a later turn, unless the request is
+/// dropped.
+class RulesSource {
+public:
+    using Success = std::function<void(const boost::json::value&)>;
+    using Failure = std::function<void(const Error&)>;
+
+    virtual ~RulesSource() = default;
+    /// Beacons of the UUID that changed since the date; all without one.
+    virtual void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
+                                              std::optional<int> major, std::optional<int> minor,
+                                              std::optional<WallTime> lastUpdateDate, Success success,
+                                              Failure failure) = 0;
+    /// Geofences in the circle (degrees, metres). False with an error, and no callback, when it cannot begin.
+    virtual bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng,
+                                                double radius, std::optional<WallTime> lastUpdateDate, Success success,
+                                                Failure failure, std::optional<Error>* error = nullptr) = 0;
+};
+
+/// A circle in which to update geofences, in degrees and metres. What is missing counts as 0.
+struct UpdateArea {
+    std::optional<double> latitude;
+    std::optional<double> longitude;
+    std::optional<double> radius;
+};
+
+/// The beacons to update: all of the UUID, or those of a major or minor.
+struct UpdateBeacons {
+    const Uuid& proximityUUID;
+    std::optional<int> major = std::nullopt;
+    std::optional<int> minor = std::nullopt;
+};
+
+/// Decides when rules are downloaded anew, and has them downloaded and stored. One date counts for all beacons and one
+/// for all geofences, whatever their UUIDs and places.
+///
+/// Blocks may be empty; one of them is called when a download has ended, except that a download of geofences that
+/// cannot begin (another one runs) calls none, deliberately: its caller never waits. An answer that cannot be stored
+/// counts as a success, deliberately: its rules stay due. Host's thread only.
+class QuomiDataUpdater {
+public:
+    /// True when a download was made, false when none was due.
+    using Success = std::function<void(bool isDownloaded)>;
+    using Failure = std::function<void(const Error&)>;
+
+    /// What it is given outlives the updater, the source until it is replaced.
+    QuomiDataUpdater(QuomiData& data, RulesSource& apiClient, QuomiDataApiResponseParser& apiResponseParser,
+                     const Platform& platform, const QuomiSettings& settings);
+    void setApiClient(RulesSource& apiClient) { apiClient_ = &apiClient; }
+
+    /// When rules were last stored; the epoch before the first time.
+    [[nodiscard]] WallTime lastBeaconUpdate();
+    [[nodiscard]] WallTime lastGeofenceUpdate();
+    /// Whether more than kAPIMinimumRefreshInterval has passed since; just as much is not enough.
+    [[nodiscard]] bool beaconsDataNeedUpdating();
+    [[nodiscard]] bool geofencesDataNeedUpdating();
+
+    /// Downloads what changed since the last time, when it is due.
+    void performBeaconsDataUpdateIfNeeded(const UpdateBeacons& beacons, const Success& success = {},
+                                          const Failure& failure = {});
+    void performGeofencesDataUpdateIfNeeded(const UpdateArea& area, const Success& success = {},
+                                            const Failure& failure = {});
+    /// Downloads everything.
+    void performFullBeaconsDataUpdate(const UpdateBeacons& beacons, const Success& success = {},
+                                      const Failure& failure = {});
+    /// False when the download cannot begin.
+    bool performFullGeofencesDataUpdate(const UpdateArea& area, const Success& success = {},
+                                        const Failure& failure = {});
+
+private:
+    using Parse = bool (QuomiDataApiResponseParser::*)(const boost::json::value&, std::optional<Error>*);
+
+    void updateBeaconsData(const UpdateBeacons& beacons, std::optional<WallTime> updatedAt, const Success& success,
+                           const Failure& failure);
+    bool updateGeofencesData(const UpdateArea& area, std::optional<WallTime> updatedAt, const Success& success,
+                             const Failure& failure);
+    [[nodiscard]] RulesSource::Success store(Parse parse, const Success& success);
+    [[nodiscard]] RulesSource::Failure report(const Failure& failure);
+    [[nodiscard]] bool isDue(WallTime lastUpdate) const;
+
+    QuomiData& data_;
+    RulesSource* apiClient_;
+    QuomiDataApiResponseParser& apiResponseParser_;
+    const Platform& platform_;
+    const QuomiSettings& settings_;
+    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace quomi
