@@ -19,6 +19,7 @@ class DeferredRelease;
 class DeviceCapabilities;
 class HostDelegate;
 class QuomiAPI;
+class QuomiAuthorizationLogger;
 class QuomiBeaconManager;
 class QuomiBeaconServiceManager;
 struct QuomiBeaconServiceManagerDelegate;
@@ -28,8 +29,8 @@ class QuomiErrors;
 class QuomiLocationManager;
 struct QuomiLocationDelegate;
 struct QuomiApplication;
+class QuomiUser;
 struct QuomiSettings;
-struct QuomiUser;
 
 /// What the facade holds for good and lends to each of its sessions.
 struct SessionContext {
@@ -41,6 +42,13 @@ struct SessionContext {
     HostDelegate& host;
     DeferredRelease& graveyard;
     const bool& eventLogsEnabled;
+    const std::unique_ptr<QuomiAuthorizationLogger>& authorizationLogger;
+};
+
+/// What is to be done once the user has been sent; an empty one does nothing.
+struct UserUploadHooks {
+    std::function<void()> updateAllRulesData;     ///< after a success: the server's rules may depend on the user
+    std::function<void()> triggerLocationUpdate;  ///< after a failure, with geofences switched on
 };
 
 /// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and
@@ -62,7 +70,7 @@ public:
     /// Makes the server's client, the store and the parser where they are missing; the client anew when the base URL
     /// has changed. Fails with the store's error.
     bool open(std::optional<Error>* error);
-    /// The stored application record; nothing when there is none.
+    /// The stored application record; nothing when there is none, or no store.
     [[nodiscard]] Application application() const;
     /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with nothing
     /// and the request's error, or with neither when the answer could not be stored.
@@ -87,9 +95,20 @@ public:
 
     /// Appends the event to the event log and tells the host of it, when event logs are enabled.
     void logEvent(const boost::json::object& event);
-    /// Sends the user to the server.
-    void updateUserInformation(const QuomiUser& user, std::function<void()> success,
-                               std::function<void(const Error&)> failure);
+    /// Looks at the notification rights again and logs them when they have changed.
+    void logNotificationAuthorizationStatusIfNeeded();
+    /// Logs the notification rights in any case.
+    void forceLogNotificationAuthorizationStatus();
+
+    /// Sends the user to the server. The hooks run before the blocks.
+    void updateUserInformation(const QuomiUser& user, const std::function<void()>& success,
+                               const std::function<void(const Error&)>& failure);
+    void setUserUploadHooks(UserUploadHooks hooks);
+    /// Registers the device's push token, given as text, under the namespace.
+    void registerDeviceToken(const std::string& token, const std::optional<std::string>& appNamespace,
+                             std::function<void()> success, std::function<void(const Error&)> failure);
+    /// A header for server notifications; without a value it goes.
+    void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
 private:
     void startLocationMonitoringWithBackgroundModeSupport();
@@ -109,6 +128,7 @@ private:
     std::shared_ptr<QuomiBeaconServiceManagerDelegate> beaconServiceDelegate_;
     std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
+    UserUploadHooks userUploadHooks_;
     bool isShutDown_ = false;
 };
 

@@ -215,8 +215,8 @@ TEST_F(VisitTest, SaysWhatThisVersionDoesNotPlay) {
         {step(R"("enterRegion": "g1")"), "$.timeline[0].enterRegion", "\"enterRegion\""},
         {step(R"("presentScreen": true)"), "$.timeline[0].presentScreen", "\"presentScreen\""},
         {step(R"("closeWebPage": true)"), "$.timeline[0].closeWebPage", "\"closeWebPage\""},
-        {call("setUser", R"({"userID": "u", "tags": null})"), "$.timeline[0].call", "\"setUser\""},
-        {step(R"("call": "isBluetoothEnabled")"), "$.timeline[0].call", "\"isBluetoothEnabled\""},
+        {call("openWebPageForUrl", R"("https://a.test")"), "$.timeline[0].call", "\"openWebPageForUrl\""},
+        {step(R"("call": "resetCounters")"), "$.timeline[0].call", "\"resetCounters\""},
         {root(R"(,"app": {"delegate": {"executeServerNotificationRequest": "fail"}})"),
          "$.app.delegate.executeServerNotificationRequest", "\"executeServerNotificationRequest\""},
     };

@@ -9,7 +9,10 @@
 #include <boost/json/value.hpp>
 
 namespace quomi {
+class QuomiAuthorizationManager;
 class QuomiSDK;
+struct Platform;
+struct QuomiAuthorizationDelegate;
 struct QuomiSettings;
 }  // namespace quomi
 
@@ -19,11 +22,11 @@ struct AppConfig;
 struct CallStep;
 
 /// The host app of a replay: owns the facade's delegate, which writes all that it hears into the trace, and makes the
-/// calls of a visit.
+/// calls of a visit. The first call of the authorization manager makes it, with a delegate that traces as well.
 class ReplayHost {
 public:
-    /// All three outlive the host.
-    ReplayHost(QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace);
+    /// All four outlive the host.
+    ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace);
     ~ReplayHost();
     ReplayHost(const ReplayHost&) = delete;
     ReplayHost& operator=(const ReplayHost&) = delete;
@@ -33,11 +36,19 @@ public:
     /// Makes one call and writes its record when it returns.
     void call(const CallStep& step);
 
+    [[nodiscard]] QuomiSDK& sdk() const { return sdk_; }
+    [[nodiscard]] QuomiSettings& settings() const { return settings_; }
+    [[nodiscard]] const Trace& trace() const { return trace_; }
+    [[nodiscard]] QuomiAuthorizationManager& authorizationManager();
+
 private:
+    const Platform& platform_;
     QuomiSDK& sdk_;
     QuomiSettings& settings_;
     const Trace& trace_;
     std::shared_ptr<QuomiSDKDelegate> delegate_;
+    std::shared_ptr<QuomiAuthorizationDelegate> authorizationDelegate_;
+    std::unique_ptr<QuomiAuthorizationManager> authorizationManager_;
 };
 
 }  // namespace quomi::tool
