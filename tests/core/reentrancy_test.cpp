@@ -230,6 +230,20 @@ TEST_P(EveryCallback, TakesEveryOperation) {
 INSTANTIATE_TEST_SUITE_P(Reentrancy, EveryCallback, testing::ValuesIn(kCallbacks),
                          [](const auto& callback) { return callback.param; });
 
+TEST(Reentrancy, ABeaconHeardAgainWhileTheHostIsToldOfAnotherOneIsNotLost) {
+    SdkFixture app;
+    ASSERT_TRUE(app.start());
+    app.hear(1, -60);
+    app.hear(2, -60);
+    app.inCallback = [&app](const std::string& line) {
+        if (!line.starts_with("lost")) return;
+        app.phone.range({{kShop, 1, 2, PlatformProximity::near, 2.0, -60}});
+        runTheLoop(app);
+    };
+    app.settle(std::chrono::seconds(6));
+    EXPECT_THAT(app.lines("lost"), testing::ElementsAre("lost " + SdkFixture::beacon(1)));
+}
+
 TEST(Reentrancy, StartThatFailsTakesEveryOperation) {
     // Errors told from inside start: no namespace, no store, no geofences on this phone.
     for (const int failure : {7, 604, 5}) {

@@ -48,20 +48,14 @@ TEST(AuthorizationLogger, EveryStartLogsTheStateOfNotifications) {
     }
 }
 
-TEST(AuthorizationLogger, LogsBluetoothAndLocationAsThePhoneReportsThem) {
+TEST(AuthorizationLogger, LogsLocationAsGrantedOnlyForAlways) {
     SdkFixture app;
     app.phone.runTurns();
     ASSERT_TRUE(app.start());
     EXPECT_THAT(logged(app), ElementsAre(kNotificationsGranted)) << "reported before there was a log";
-    app.phone.setBluetooth(BluetoothState::resetting);
-    app.phone.setBluetooth(BluetoothState::poweredOn);
-    EXPECT_THAT(logged(app), ElementsAre("bluetooth_state off", "bluetooth_state on"));
     app.phone.setAuthorization(AuthorizationStatus::authorizedWhenInUse);
     app.phone.setAuthorization(AuthorizationStatus::authorizedAlways);
     EXPECT_THAT(logged(app), ElementsAre("permission_location denied", "permission_location granted"));
-    app.sdk->setEventLogsEnabled(false);
-    app.phone.setBluetooth(BluetoothState::poweredOff);
-    EXPECT_THAT(logged(app), IsEmpty());
 }
 
 TEST(AuthorizationLogger, BeaconEventsLogNotificationsWhenTheyHaveChangedOnce) {
@@ -99,22 +93,6 @@ TEST(AuthorizationLogger, BeaconEventsLogNotificationsWhenTheyHaveChangedOnce) {
                        {*Uuid::parse(kShopUUID), 1, 2, PlatformProximity::near, 2.0, -60}});
     crowd.sdk->authorizationLogger()->forceLogNotificationAuthorizationStatus();
     EXPECT_THAT(logged(crowd), ElementsAre(kNotificationsDenied)) << "many events of one moment, one record";
-}
-
-TEST(AuthorizationLogger, AnEndedOneLogsNothing) {
-    SdkFixture app;
-    ASSERT_TRUE(app.start());
-    logged(app);
-    app.inCallback = [&app](const std::string& line) {
-        if (line.starts_with("event")) app.sdk->setAuthorizationLogger(nullptr);
-    };
-    app.sdk->authorizationLogger()->forceLogNotificationAuthorizationStatus();
-    app.sdk->authorizationLogger()->forceLogNotificationAuthorizationStatus();
-    EXPECT_THAT(logged(app), ElementsAre(kNotificationsGranted, kNotificationsGranted)) << "let go of in a later turn";
-    app.phone.setBluetooth(BluetoothState::poweredOff);
-    app.sdk->stop();
-    EXPECT_TRUE(app.start());
-    EXPECT_THAT(logged(app), IsEmpty());
 }
 
 }  // namespace

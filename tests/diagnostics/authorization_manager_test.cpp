@@ -1,7 +1,6 @@
 #include "quomi/diagnostics/authorization_manager.h"
 
 #include "hosts/posix/run_loop.h"
-#include "hosts/simulated/simulated_screens.h"
 #include "tests/support/sdk_fixture.h"
 
 #include <thread>
@@ -15,8 +14,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using simulated::PhoneConfig;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr NotificationAuthorization kAuthorized = NotificationAuthorization::authorized;
 
@@ -36,11 +33,6 @@ struct Watched {
         delegate->quomiGeofencesServiceStatusDidChange = note("geofences");
         manager->setAuthorizationDelegate(delegate);
     }
-    std::vector<std::string> take() {
-        app.phone.runTurns();
-        return std::exchange(heard, {});
-    }
-
     SdkFixture app;
     const Platform platform = app.phone.platform();
     std::vector<std::string> heard;
@@ -85,80 +77,24 @@ TEST(AuthorizationManager, AnswersByTheStateOfThePhone) {
     }
 }
 
-TEST(AuthorizationManager, ReportsWhatChangesOnThePhone) {
-    Watched watched;
-    auto& phone = watched.app.phone;
-    EXPECT_THAT(watched.take(), ElementsAre("bluetooth true", "location true")) << "once, unasked";
-    phone.setBluetooth(BluetoothState::unauthorized);
-    EXPECT_THAT(watched.take(), ElementsAre("bluetooth false"));
-    phone.setLocationServices(false);
-    phone.setAuthorization(AuthorizationStatus::denied);
-    EXPECT_THAT(watched.take(), ElementsAre("location false", "location false"));
-    phone.setBackgroundRefresh(BackgroundRefreshStatus::denied);
-    phone.background();
-    EXPECT_THAT(watched.take(), ElementsAre("refresh false"));
-    watched.inCallback = [&watched] { watched.manager.reset(); };
-    phone.setBluetooth(BluetoothState::poweredOn);
-    phone.setLocationServices(true);
-    EXPECT_THAT(watched.take(), ElementsAre("bluetooth true")) << "destroyed in it";
-}
-
-TEST(AuthorizationManager, ReportsWhatTheHostDoesToTheSDK) {
-    Watched watched;
-    auto& app = watched.app;
-    watched.take();
-    EXPECT_FALSE(watched.manager->isQuomiBeaconsServiceEnabled());
-    app.sdk->setBeaconsEnabled(false);
-    EXPECT_THAT(watched.take(), ElementsAre("beacons false"));
-    ASSERT_TRUE(app.start());
-    EXPECT_THAT(watched.take(), ElementsAre("beacons false", "geofences true"));
-    app.sdk->setBeaconsEnabled(true);
-    app.sdk->setBeaconsEnabled(true);
-    EXPECT_TRUE(watched.manager->isQuomiBeaconsServiceEnabled());
-    EXPECT_THAT(watched.take(), ElementsAre("beacons true", "beacons true"));
-    app.sdk->setGeofencesEnabled(false);
-    EXPECT_FALSE(watched.manager->isQuomiGeofencesServiceEnabled());
-    EXPECT_THAT(watched.take(), ElementsAre("geofences false"));
-    app.sdk->start();
-    EXPECT_THAT(watched.take(), IsEmpty()) << "it ran before";
-    watched.inCallback = [&watched] { watched.manager.reset(); };
-    app.sdk->stop();
-    EXPECT_THAT(watched.take(), ElementsAre("beacons false")) << "destroyed in it";
-}
-
-TEST(AuthorizationManager, LeadsTheUserToTheSettings) {
-    for (const bool hasPage : {true, false}) {
-        std::vector<std::string> shown;
-        PhoneConfig config{.bluetooth = BluetoothState::poweredOff, .settingsURL = hasPage};
-        config.localization = {{"Enable Background Refresh", "Hintergrund"}};
-        simulated::SimulatedPhone phone(
-            config, {.openURL = [&](const std::string& url) { shown.push_back(url); },
-                     .alert = [&](const std::string& title,
-                                  const std::string& message) { shown.push_back(title + ": " + message); },
-                     .bluetoothPowerAlert = [&] { shown.emplace_back("power"); }});
-        const Platform platform = phone.platform();
-        QuomiSettings settings({}, platform.location);
-        QuomiSDK sdk(platform, settings);
-        QuomiAuthorizationManager manager(platform, sdk);
-        manager.showEnableLocationServiceUI();
-        manager.showEnableBackgroundRefreshUI();
-        manager.showEnableBluetoothAlert();
-        phone.setBluetooth(BluetoothState::poweredOn);
-        manager.showEnableBluetoothAlert();
-        dynamic_cast<simulated::SimulatedScreens&>(platform.screens).setRootScreen(nullptr);
-        if (!hasPage) manager.showEnableLocationServiceUI();
-        if (hasPage) {
-            EXPECT_THAT(shown, ElementsAre("app-settings:", "app-settings:", "power"));
-        } else {
-            EXPECT_THAT(shown,
-                        ElementsAre("Enable Location Service: Enabling the location service will allow you to get a "
-                                    "better shopping experience.\nGo to Settings > Privacy > Location Services > "
-                                    "Switch On",
-                                    "Hintergrund: Enabling the background refresh will allow you to get a better "
-                                    "shopping experience.\nGo to Settings > General > Background App Refresh > "
-                                    "Switch On",
-                                    "power"));
-        }
+TEST(AuthorizationManager, MayBeDestroyedInEveryReport) {
+    const std::function<void(SdkFixture&)> causes[] = {
+        [](SdkFixture& app) { app.phone.setBluetooth(BluetoothState::unauthorized); },
+        [](SdkFixture& app) { app.phone.setLocationServices(false); },
+        [](SdkFixture& app) { app.phone.setBackgroundRefresh(BackgroundRefreshStatus::denied); },
+        [](SdkFixture& app) { app.sdk->setBeaconsEnabled(true); },
+        [](SdkFixture& app) { app.sdk->setGeofencesEnabled(true); },
+        [](SdkFixture& app) { app.sdk->stop(); },
+    };
+    for (const auto& cause : causes) {
+        Watched watched;
+        ASSERT_TRUE(watched.app.start());
+        watched.heard.clear();
+        watched.inCallback = [&watched] { watched.manager.reset(); };
+        cause(watched.app);
+        watched.app.phone.setBluetooth(BluetoothState::resetting);
+        watched.app.settle();
+        EXPECT_EQ(watched.heard.size(), 1U);
     }
 }
 
