@@ -48,11 +48,24 @@ HttpSession::Success withoutBody(QuomiAPI::Done success) {
 
 /// The user's own properties without the keys that the system fills itself.
 boost::json::object ownProperties(const QuomiUser& user) {
-    auto properties = user.properties.value_or(boost::json::object());
+    auto properties = user.properties().value_or(boost::json::object());
     for (const char* reserved : {"u_devices", "ext_id", "tags"}) properties.stable_erase(reserved);
-    if (user.userID) properties["ext_id"] = *user.userID;
-    if (user.tags && !user.tags->empty()) properties["tags"] = boost::json::array(user.tags->begin(), user.tags->end());
+    if (const auto& userID = user.userID()) properties["ext_id"] = *userID;
+    if (const auto& tags = user.tags(); tags && !tags->empty()) {
+        properties["tags"] = boost::json::array(tags->begin(), tags->end());
+    }
     return properties;
+}
+
+/// The answer without what it repeats of advertising identifiers, however deep.
+boost::json::value withoutAdvertisingId(boost::json::value answer) {
+    if (auto* array = answer.if_array()) {
+        for (auto& element : *array) element = withoutAdvertisingId(std::move(element));
+    } else if (auto* object = answer.if_object()) {
+        object->stable_erase("advertising_id");
+        for (auto& member : *object) member.value() = withoutAdvertisingId(std::move(member.value()));
+    }
+    return answer;
 }
 
 }  // namespace
@@ -109,15 +122,15 @@ boost::json::object QuomiAPI::userInformation(const QuomiUser& user, const std::
     boost::json::object information{{"udid", udid()},
                                     {"properties", ownProperties(user)},
                                     {"u_application_uid", appNamespace},
-                                    {"advertising_tracking_mode_enabled", user.advertisingTrackingModeEnabled},
+                                    {"advertising_tracking_mode_enabled", user.advertisingTrackingModeEnabled()},
                                     {"system_name", platform_.device.systemName()},
                                     {"system_version", platform_.device.systemVersion()},
                                     {"sdk_name", "Vellora SDK"},
                                     {"sdk_version", kSDKVersion},
                                     {"model", platform_.device.model()},
                                     {"language", languages.empty() ? "" : languages.front()}};
-    if (user.advertisingTrackingModeEnabled) {
-        information["advertising_id"] = platform_.device.advertisingIdentifier().value_or("");
+    if (user.advertisingTrackingModeEnabled()) {
+        information["advertising_id"] = QuomiUser::idfa(platform_.device).value_or("");
     }
     return information;
 }
@@ -127,7 +140,7 @@ void QuomiAPI::setUserInformation(const QuomiUser& user, const std::string& appN
     session_.post(
         endpoint("/u_app_users/find_or_create_by_udid.json"), {{"u_app_user", userInformation(user, appNamespace)}},
         [this, success = std::move(success)](const boost::json::value& body, int) {
-            debugLog_.log("SUCCESS Send user information: {}", boost::json::serialize(body));
+            debugLog_.log("SUCCESS Send user information: {}", boost::json::serialize(withoutAdvertisingId(body)));
             if (success) success();
         },
         [this, failure = std::move(failure)](const HttpSessionFailure& ended) {
@@ -137,12 +150,14 @@ void QuomiAPI::setUserInformation(const QuomiUser& user, const std::string& appN
 }
 
 void QuomiAPI::registerUdid(const std::string& udid, const std::optional<std::string>& appNamespace,
-                            std::span<const std::uint8_t> deviceToken, Done success, Failure failure) {
+                            const std::string& deviceToken, Done success, Failure failure) {
     debugLog_.log("Registering device token...");
     boost::json::object body;
     if (appNamespace) body["namespace"] = *appNamespace;
     body["udid"] = udid;
-    body["push_token"] = QuomiUtils::dataToHexString(deviceToken);
+    std::string token = deviceToken;
+    std::erase_if(token, [](char c) { return c == '<' || c == '>' || c == ' '; });
+    body["push_token"] = std::move(token);
     session_.post(joinUrl(settings_.deployment().apiBaseUrl, "/u_app_users/register_push_token.json"), body,
                   withoutBody(std::move(success)), withError(std::move(failure)));
 }

@@ -14,7 +14,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,8 +26,8 @@ class DebugLog;
 class Uuid;
 struct BatteryAlert;
 struct QuomiDebugLog;
+class QuomiUser;
 struct QuomiSettings;
-struct QuomiUser;
 
 /// What a server answered to a download that failed: without a status it did not answer at all. The body is null when
 /// the answer was not decoded.
@@ -90,12 +89,14 @@ public:
     /// status as "responseCode". A download that equals one which still waits to be sent joins it.
     void getDataAtURL(const std::string& url, Success successBlock, const DownloadFailure& failedBlock);
 
-    /// Tells the server who uses the device, with facts about the device.
+    /// Tells the server who uses the device, with facts about the device. The answer goes into the debug log, without
+    /// the advertising identifier.
     void setUserInformation(const QuomiUser& user, const std::string& appNamespace, Done success, Failure failure);
-    /// Registers the device's push token (bytes as the phone gave them). Always at the deployment's own server,
-    /// whatever the base URL: deliberate, that server alone sends pushes. No namespace is left out of the body.
+    /// Registers the device's push token: its text, from which brackets and blanks of a printed byte array go. Always
+    /// at the deployment's own server, whatever the base URL: deliberate, that server alone sends pushes. No namespace
+    /// is left out of the body.
     void registerUdid(const std::string& udid, const std::optional<std::string>& appNamespace,
-                      std::span<const std::uint8_t> deviceToken, Done success, Failure failure);
+                      const std::string& deviceToken, Done success, Failure failure);
     /// Sends one event. What the record lacks, and data that is no JSON, is left out.
     void sendEvent(const QuomiDebugLog& record, Done success, Failure failure);
     void sendDLogEvent(const QuomiDLog& record, Done success, Failure failure) override;

@@ -336,7 +336,8 @@ void QuomiBeaconManager::updateAliveBeaconsTimeoutStatus() {
     std::sort(silent.begin(), silent.end(), [](const Nearby& a, const Nearby& b) { return a.order < b.order; });
     const auto run = runs_;
     for (const auto& nearby : silent) {
-        if (nearbyBeacons_.erase(nearby.beacon->name()) == 0) continue;
+        // While the host was told of another one it may have run the loop, and this one may have been heard again.
+        if (nearby.beacon->lastSeenAt() >= oldest || nearbyBeacons_.erase(nearby.beacon->name()) == 0) continue;
         tell(&QuomiBeaconManagerDelegate::didLoseBeacon, *nearby.beacon);
         if (run != runs_) return;
     }

@@ -27,29 +27,39 @@ void tellOfBeacon(const HostDelegate& host, Operation operation, const QuomiBeac
 
 }  // namespace
 
-BeaconRouter::BeaconRouter(const HostDelegate& host, LogEvent logEvent) : host_(host), logEvent_(std::move(logEvent)) {
+BeaconRouter::BeaconRouter(const HostDelegate& host, LogEvent logEvent, LogNotificationRights logNotificationRights)
+    : host_(host), logEvent_(std::move(logEvent)), logNotificationRights_(std::move(logNotificationRights)) {
     didEnterBeaconRegion = [this](const BeaconRegion& region) {
         tellOfRegion(host_, &QuomiSDKDelegate::didEnterBeaconRegion, region);
         logRegionEvent(kOnEntry, region);
+        finish();
     };
     didExitBeaconRegion = [this](const BeaconRegion& region) {
         tellOfRegion(host_, &QuomiSDKDelegate::didExitBeaconRegion, region);
         logRegionEvent(kOnExit, region);
+        finish();
     };
     didFindBeacon = [this](const QuomiBeacon& beacon) {
         tellOfBeacon(host_, &QuomiSDKDelegate::didFindNewBeacon, beacon);
         logBeaconEvent(kOnEntry, beacon);
+        finish();
     };
     didLoseBeacon = [this](const QuomiBeacon& beacon) {
         tellOfBeacon(host_, &QuomiSDKDelegate::didLoseBeaconSignal, beacon);
         logBeaconEvent(kOnExit, beacon);
+        finish();
     };
     didUpdateBeacon = [this](const QuomiBeacon& beacon, QuomiProximity, double, QuomiProximity, double) {
         tellOfBeacon(host_, &QuomiSDKDelegate::didUpdateBeacon, beacon);
+        finish();
     };
     didReceivePingFromBeacon = [this](const QuomiBeacon& beacon) {
         tellOfBeacon(host_, &QuomiSDKDelegate::didReceivePingFromBeacon, beacon);
     };
+}
+
+void BeaconRouter::finish() const {
+    if (!ended_) logNotificationRights_();
 }
 
 void BeaconRouter::logRegionEvent(const char* trigger, const BeaconRegion& region) const {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "quomi/core/deferred_release.h"
 #include "quomi/core/sdk_delegate.h"
 #include "quomi/rules/action_host.h"
+#include "quomi/util/host_call.h"
 
 #include <functional>
 #include <memory>
@@ -12,21 +14,15 @@ namespace quomi {
 
 class DebugLog;
 
-/// Calls a function of the host's; an empty one and one that throws are the same as none.
-template <class... Parameters, class... Arguments>
-void callHost(const std::function<void(Parameters...)>& function, Arguments&&... arguments) noexcept {
-    try {
-        if (function) function(std::forward<Arguments>(arguments)...);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): a host's exception is the host's affair
-    }
-}
-
 /// The host's delegate, held weakly, and the one way to call it: a missing delegate, an empty operation and one that
 /// throws are all the same as none. Host's thread.
+///
+/// While the host is being called nothing is released: it may run the loop inside of its function.
 class HostDelegate {
 public:
-    /// The facade is handed to every operation; it and the log outlive the object.
-    HostDelegate(QuomiSDK& facade, DebugLog& debugLog) : facade_(facade), debugLog_(debugLog) {}
+    /// The facade is handed to every operation; it, the log and the graveyard outlive the object.
+    HostDelegate(QuomiSDK& facade, DebugLog& debugLog, const DeferredRelease& graveyard)
+        : facade_(facade), debugLog_(debugLog), graveyard_(graveyard) {}
 
     void set(std::weak_ptr<QuomiSDKDelegate> delegate) { delegate_ = std::move(delegate); }
     [[nodiscard]] std::shared_ptr<QuomiSDKDelegate> get() const { return delegate_.lock(); }
@@ -42,7 +38,14 @@ public:
     template <class Operation, class... Arguments>
     void tell(Operation QuomiSDKDelegate::*operation, Arguments&&... arguments) const noexcept {
         const auto delegate = delegate_.lock();
-        if (delegate != nullptr) callHost((*delegate).*operation, facade_, std::forward<Arguments>(arguments)...);
+        if (delegate != nullptr) call((*delegate).*operation, facade_, std::forward<Arguments>(arguments)...);
+    }
+
+    /// Calls another function of the host's, such as a block that it gave to a call.
+    template <class... Parameters, class... Arguments>
+    void call(const std::function<void(Parameters...)>& function, Arguments&&... arguments) const noexcept {
+        const DeferredRelease::Hold hold(graveyard_);
+        callHost(function, std::forward<Arguments>(arguments)...);
     }
 
     /// What the host decides and performs of actions, as its delegate is now. Keeps the delegate while it is held.
@@ -54,6 +57,7 @@ public:
 private:
     QuomiSDK& facade_;
     DebugLog& debugLog_;
+    const DeferredRelease& graveyard_;
     std::weak_ptr<QuomiSDKDelegate> delegate_;
 };
 

@@ -7,8 +7,10 @@
 #include "quomi/core/session.h"
 #include "quomi/core/version.h"
 #include "quomi/data/records.h"
+#include "quomi/diagnostics/authorization_logger.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/console.h"
+#include "quomi/platform/device.h"
 #include "quomi/platform/screens.h"
 #include "quomi/rules/action_executor.h"
 #include "quomi/rules/web_page.h"
@@ -27,9 +29,11 @@ QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
       debugLog_(std::make_unique<DebugLog>(platform.files, platform.clock,
                                            [&settings] { return settings.isFileLogEnabled(); })),
       errors_(std::make_unique<QuomiErrors>(platform.localization)),
-      host_(std::make_unique<HostDelegate>(*this, *debugLog_)),
+      graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)),
+      host_(std::make_unique<HostDelegate>(*this, *debugLog_, *graveyard_)),
       webPages_(std::make_unique<WebPagePresenter>(platform.screens, platform.runLoop)),
-      graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)) {}
+      authorizationLogger_(std::make_unique<QuomiAuthorizationLogger>(
+          platform, [this](const boost::json::object& event) { logEvent(event); })) {}
 
 QuomiSDK::~QuomiSDK() = default;
 
@@ -64,14 +68,18 @@ bool QuomiSDK::start(std::optional<Error>* error) {
     if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
     if (session_ == nullptr) {
         session_ = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
-                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_});
+                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_,
+                                                            authorizationLogger_});
     }
     std::optional<Error> failure;
     if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));
-    session_->setupNotifications();
-    running_ = true;
-    if (const auto application = session_->application()) {
-        session_->configure(*application);
+    const auto session = session_;
+    session->setupNotifications();
+    setRunning(true);
+    // The host may have stopped, and started anew, when it heard that the SDK runs.
+    if (!isCurrent(session)) return running_;
+    if (const auto application = session->application()) {
+        session->configure(*application);
         return completeStart(*application, error);
     }
     if (error != nullptr) error->reset();
@@ -91,7 +99,7 @@ void QuomiSDK::startAsynchronously() {
         }
         if (requestError) forwardErrorToDelegate(requestError);
         // The host may have stopped, and started anew, when it heard of the error.
-        if (session == session_) running_ = false;
+        if (session == session_) setRunning(false);
         // An answer that cannot be stored deliberately reaches the system log only.
         platform_.console.log(requestError ? "Quomi SDK Error: Failed to retrieve Quomi application data"
                                            : "Quomi SDK Error: Failed to parse Quomi application data");
@@ -116,6 +124,7 @@ bool QuomiSDK::completeStart(const QuomiApplication& /*application*/, std::optio
     session->registerForNotifications();
     session->setSdkIsStarted(true);
     debugLog_->log("Quomi SDK successfully started");
+    session->forceLogNotificationAuthorizationStatus();
     if (error != nullptr) error->reset();
     return true;
 }
@@ -125,7 +134,7 @@ bool QuomiSDK::abandonStart(const std::shared_ptr<Session>& session, std::option
     if (error != nullptr) *error = failure;
     forwardErrorToDelegate(failure);
     // The host may have stopped and started anew when it heard of the error.
-    if (session == session_) running_ = false;
+    if (session == session_) setRunning(false);
     return false;
 }
 
@@ -135,7 +144,31 @@ void QuomiSDK::stop() {
     session->shutDown();
     graveyard_->release(session);
     debugLog_->log("Quomi SDK stopped");
-    running_ = false;
+    setRunning(false);
+}
+
+// What can be observed
+
+void QuomiSDK::setRunning(bool running) {
+    tellOfProperty(runningObservers_, std::exchange(running_, running), running);
+}
+
+void QuomiSDK::tellOfProperty(const Observers<bool>& observers, bool oldValue, bool newValue) const {
+    const DeferredRelease::Hold hold(*graveyard_);
+    observers.tell(oldValue, newValue);
+}
+
+std::unique_ptr<Observation> QuomiSDK::observe(QuomiSDKProperty property,
+                                               std::function<void(bool oldValue, bool newValue)> observer) {
+    switch (property) {
+        case QuomiSDKProperty::beaconsEnabled:
+            return beaconsEnabledObservers_.observe(std::move(observer));
+        case QuomiSDKProperty::geofencesEnabled:
+            return geofencesEnabledObservers_.observe(std::move(observer));
+        case QuomiSDKProperty::isRunning:
+            break;
+    }
+    return runningObservers_.observe(std::move(observer));
 }
 
 // Configuration
@@ -171,14 +204,16 @@ void QuomiSDK::setBeaconsEnabled(bool enabled) {
         warn("Quomi SDK Error: can't turn beaconsEnabled property to YES because device does not support beacons");
         return;
     }
-    settings_.beaconEnabled = enabled;
-    if (!running_ || session_ == nullptr) return;
-    std::optional<Error> failure;
-    if (!enabled) {
-        session_->stopBeacon();
-    } else if (!session_->startBeacon(&failure)) {
-        forwardErrorToDelegate(failure);
+    const bool before = std::exchange(settings_.beaconEnabled, enabled);
+    if (running_ && session_ != nullptr) {
+        std::optional<Error> failure;
+        if (!enabled) {
+            session_->stopBeacon();
+        } else if (!session_->startBeacon(&failure)) {
+            forwardErrorToDelegate(failure);
+        }
     }
+    tellOfProperty(beaconsEnabledObservers_, before, enabled);
 }
 
 void QuomiSDK::setGeofencesEnabled(bool enabled) {
@@ -186,7 +221,12 @@ void QuomiSDK::setGeofencesEnabled(bool enabled) {
         warn("Quomi SDK Error: can't turn geofencesEnabled property to YES because device does not support geofences");
         return;
     }
-    settings_.geofencingEnabled = enabled;
+    const bool before = std::exchange(settings_.geofencingEnabled, enabled);
+    switchGeofences(enabled);
+    tellOfProperty(geofencesEnabledObservers_, before, enabled);
+}
+
+void QuomiSDK::switchGeofences(bool enabled) {
     if (running_ && session_ != nullptr) {
         std::optional<Error> failure;
         if (!enabled) {
@@ -221,12 +261,66 @@ void QuomiSDK::setUseExtendedBackgroundRangingTime(bool use) {
 
 // User, events, diagnostics
 
+bool QuomiSDK::enableIDFACollection() const {
+    return enableIDFACollection_ && platform_.device.isAdvertisingTrackingEnabled();
+}
+
+void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, std::function<void()> success,
+                       std::function<void(const Error&)> failure) {
+    const bool isAnother = user != user_;
+    const auto previous = std::exchange(user_, std::move(user));
+    if (isAnother) observeUser();
+    // No user equals no other, none included.
+    const bool isEqual = user_ != nullptr && previous != nullptr && user_->isEqualToQuomiUser(*previous);
+    if (isEqual) {
+        host_->call(success);
+    } else {
+        updateUserInformation(std::move(success), std::move(failure));
+    }
+}
+
+void QuomiSDK::observeUser() {
+    userObservations_.clear();
+    if (user_ == nullptr) return;
+    const auto sendChange = [this](const auto& oldValue, const auto& newValue) {
+        if (oldValue != newValue) updateUserInformation();
+    };
+    userObservations_.push_back(user_->observeUserID(sendChange));
+    userObservations_.push_back(user_->observeProperties(sendChange));
+    userObservations_.push_back(user_->observeTags(sendChange));
+}
+
 void QuomiSDK::updateUserInformation(std::function<void()> success, std::function<void(const Error&)> failure) {
-    if (session_ == nullptr || user_ == nullptr) return;
-    user_->advertisingTrackingModeEnabled = isIDFACollectionEnabled();
-    session_->updateUserInformation(
-        *user_, [success = std::move(success)] { callHost(success); },
-        [failure = std::move(failure)](const Error& error) { callHost(failure, error); });
+    if (session_ == nullptr) return;
+    if (user_ == nullptr) {
+        // No user is told to the server like one without any description.
+        session_->updateUserInformation(QuomiUser(), success, failure);
+        return;
+    }
+    user_->setAdvertisingTrackingModeEnabled(isIDFACollectionEnabled());
+    session_->updateUserInformation(*user_, success, failure);
+}
+
+void QuomiSDK::registerCloudMessagingPushNotificationsDeviceToken(const std::string& token,
+                                                                  std::function<void()> success,
+                                                                  std::function<void(const Error&)> failure) {
+    const auto application = session_ != nullptr ? session_->application() : nullptr;
+    if (!application && failure) {
+        host_->call(failure, errors_->errorWithCode(ErrorCode::namespaceNotSet));
+        return;
+    }
+    if (session_ == nullptr) return;
+    session_->registerDeviceToken(token, application != nullptr ? application->appNamespace : std::nullopt,
+                                  std::move(success), std::move(failure));
+}
+
+void QuomiSDK::setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value) {
+    if (session_ != nullptr) session_->setServerNotificationRequestHeader(name, std::move(value));
+}
+
+void QuomiSDK::setAuthorizationLogger(std::unique_ptr<QuomiAuthorizationLogger> logger) {
+    // Perhaps one of its own events led here.
+    graveyard_->release(std::exchange(authorizationLogger_, std::move(logger)));
 }
 
 void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) {

@@ -3,6 +3,7 @@
 #include "quomi/core/sdk_delegate.h"
 #include "quomi/core/settings.h"
 #include "quomi/core/user.h"
+#include "quomi/diagnostics/authorization_facade.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
 
@@ -11,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <boost/json/fwd.hpp>
 
@@ -19,6 +21,7 @@ namespace quomi {
 class DebugLog;
 class DeferredRelease;
 class HostDelegate;
+class QuomiAuthorizationLogger;
 class QuomiErrors;
 class Screen;
 class Session;
@@ -31,7 +34,7 @@ struct QuomiApplication;
 /// Everything is called on the host's thread; every operation may be called in every state and from inside every
 /// callback. No operation throws. Errors that an operation reports go to its out-parameter, when one is given, and to
 /// the delegate.
-class QuomiSDK {
+class QuomiSDK final : public AuthorizationFacade {
 public:
     /// An SDK on a phone. Platform and settings outlive it.
     QuomiSDK(const Platform& platform, QuomiSettings& settings);
@@ -59,7 +62,10 @@ public:
     /// Ends everything that `start` began: nothing of it calls back any more, requests are dropped. Nothing happens
     /// when not running. User and delegate stay.
     void stop();
-    [[nodiscard]] bool isRunning() const { return running_; }
+    [[nodiscard]] bool isRunning() const override { return running_; }
+    /// Follows a property. A setter that refuses a value, and a write to the settings object, tell nobody.
+    [[nodiscard]] std::unique_ptr<Observation> observe(
+        QuomiSDKProperty property, std::function<void(bool oldValue, bool newValue)> observer) override;
 
     /// Held weakly.
     void setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate);
@@ -74,10 +80,10 @@ public:
 
     /// Switches beacons on or off, also while running. On a phone without beacons YES changes nothing.
     void setBeaconsEnabled(bool enabled);
-    [[nodiscard]] bool beaconsEnabled() const { return settings_.beaconEnabled; }
+    [[nodiscard]] bool beaconsEnabled() const override { return settings_.beaconEnabled; }
     /// Switches geofences on or off, also while running. On a phone without geofences YES changes nothing.
     void setGeofencesEnabled(bool enabled);
-    [[nodiscard]] bool geofencesEnabled() const { return settings_.geofencingEnabled; }
+    [[nodiscard]] bool geofencesEnabled() const override { return settings_.geofencingEnabled; }
     /// Which location permission is asked for when beacons start next. Geofences need the other one.
     void setRequestWhenInUseAuthorization(bool request);
     [[nodiscard]] bool requestWhenInUseAuthorization() const { return settings_.requestWhenInUseAuthorization; }
@@ -92,16 +98,36 @@ public:
     /// Whether the advertising identifier may be sent with the user.
     void setEnableIDFACollection(bool enabled) { enableIDFACollection_ = enabled; }
     [[nodiscard]] bool isIDFACollectionEnabled() const { return enableIDFACollection_; }
+    /// Whether it may be, and the phone's user lets himself be tracked as well.
+    [[nodiscard]] bool enableIDFACollection() const;
 
     /// Stored for the host, held weakly; the SDK makes no use of it.
     void setAdPlaceholderView(std::weak_ptr<void> view) { adPlaceholderView_ = std::move(view); }
     [[nodiscard]] std::shared_ptr<void> adPlaceholderView() const { return adPlaceholderView_.lock(); }
 
-    /// The device user; null before the first start.
+    /// What writes the user's permissions into the event log, for the whole life of the SDK; null when the host has
+    /// taken it away.
+    [[nodiscard]] QuomiAuthorizationLogger* authorizationLogger() const { return authorizationLogger_.get(); }
+    void setAuthorizationLogger(std::unique_ptr<QuomiAuthorizationLogger> logger);
+
+    /// The device user; null before the first start, which makes an empty one.
     [[nodiscard]] std::shared_ptr<QuomiUser> user() const { return user_; }
+    /// Holds another user, or none, and sends it to the server as `updateUserInformation` does, unless it equals the
+    /// one before: then `success` is called at once. From now on its changes are sent, until another is held; those of
+    /// the user that `start` makes are not.
+    void setUser(std::shared_ptr<QuomiUser> user, std::function<void()> success = {},
+                 std::function<void(const Error&)> failure = {});
     /// Sends the user to the server. Nothing happens, and no block is called, unless the SDK has a server client: from
-    /// `start` to `stop`.
+    /// `start` to `stop`. Errors reach the block alone.
     void updateUserInformation(std::function<void()> success = {}, std::function<void(const Error&)> failure = {});
+    /// Registers the device for pushes under the stored application record's namespace; the token is text, hexadecimal
+    /// where the phone gave bytes. Without a record `failure` is called at once with error 7. Without that block the
+    /// token is registered under no namespace, from `start` to `stop`.
+    void registerCloudMessagingPushNotificationsDeviceToken(const std::string& token,
+                                                            std::function<void()> success = {},
+                                                            std::function<void(const Error&)> failure = {});
+    /// A header for server notifications; without a value it goes. Nothing happens unless the SDK has a server client.
+    void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
     /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error);
@@ -135,6 +161,10 @@ private:
                       const std::optional<Error>& failure);
     void startAsynchronously();
     [[nodiscard]] bool isCurrent(const std::shared_ptr<Session>& session) const;
+    void setRunning(bool running);
+    void tellOfProperty(const Observers<bool>& observers, bool oldValue, bool newValue) const;
+    void observeUser();
+    void switchGeofences(bool enabled);
     void warn(const char* message) const;
 
     const Platform platform_;
@@ -142,15 +172,20 @@ private:
     const DeviceCapabilities capabilities_;
     std::unique_ptr<DebugLog> debugLog_;
     std::unique_ptr<QuomiErrors> errors_;
+    std::unique_ptr<DeferredRelease> graveyard_;
     std::unique_ptr<HostDelegate> host_;
     std::unique_ptr<WebPagePresenter> webPages_;
+    std::unique_ptr<QuomiAuthorizationLogger> authorizationLogger_;
     std::shared_ptr<QuomiUser> user_;
+    std::vector<std::unique_ptr<Observation>> userObservations_;
+    Observers<bool> runningObservers_;
+    Observers<bool> beaconsEnabledObservers_;
+    Observers<bool> geofencesEnabledObservers_;
     std::weak_ptr<void> adPlaceholderView_;
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;
     bool forceFullGeofencesUpdate_ = false;
-    std::unique_ptr<DeferredRelease> graveyard_;
     std::shared_ptr<Session> session_;
 };
 

@@ -12,6 +12,7 @@
 #include "quomi/core/user.h"
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
+#include "quomi/diagnostics/authorization_logger.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/location/location_manager.h"
 #include "quomi/platform/clock.h"
@@ -37,8 +38,9 @@ Uuid uuidOf(const std::string& text) {
 
 Session::Session(const SessionContext& context)
     : context_(context),
-      beaconRouter_(
-          std::make_shared<BeaconRouter>(context.host, [this](const boost::json::object& event) { logEvent(event); })),
+      beaconRouter_(std::make_shared<BeaconRouter>(
+          context.host, [this](const boost::json::object& event) { logEvent(event); },
+          [this] { logNotificationAuthorizationStatusIfNeeded(); })),
       locationDelegate_(std::make_shared<QuomiLocationDelegate>()),
       beaconServiceDelegate_(std::make_shared<QuomiBeaconServiceManagerDelegate>()) {}
 
@@ -50,6 +52,11 @@ bool Session::open(std::optional<Error>* error) {
     if (api_ == nullptr || api_->baseURL() != context_.settings.baseAPIUrl) {
         if (data_ != nullptr) data_->setApiClient(nullptr);
         if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
+        if (api_ != nullptr) {
+            api_->cancelAllRequests();
+            // Perhaps one of its own callbacks led here.
+            context_.graveyard.release(std::move(api_));
+        }
         api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
                                           context_.debugLog);
     }
@@ -75,7 +82,7 @@ std::shared_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
         [this](const boost::json::object& event) { logEvent(event); },
         [this] {
             const auto& user = context_.user;
-            return user != nullptr && user->properties ? *user->properties : boost::json::object();
+            return user != nullptr && user->properties() ? *user->properties() : boost::json::object();
         }});
 }
 
@@ -88,7 +95,7 @@ void Session::setupNotifications() {
 }
 
 Session::Application Session::application() const {
-    return data_->getApplication();
+    return data_ != nullptr ? data_->getApplication() : nullptr;
 }
 
 void Session::downloadApplication(const Downloaded& done) {
@@ -309,10 +316,53 @@ void Session::executeNotificationRequestActions(const NotificationRequest& reque
     genericActionExecutor_->executeNotificationRequestActions(request);
 }
 
-void Session::updateUserInformation(const QuomiUser& user, std::function<void()> success,
-                                    std::function<void(const Error&)> failure) {
+void Session::logNotificationAuthorizationStatusIfNeeded() {
+    if (context_.authorizationLogger != nullptr) {
+        context_.authorizationLogger->logNotificationAuthorizationStatusIfNeeded();
+    }
+}
+
+void Session::forceLogNotificationAuthorizationStatus() {
+    if (context_.authorizationLogger != nullptr) {
+        context_.authorizationLogger->forceLogNotificationAuthorizationStatus();
+    }
+}
+
+void Session::updateUserInformation(const QuomiUser& user, const std::function<void()>& success,
+                                    const std::function<void(const Error&)>& failure) {
     if (isShutDown_ || api_ == nullptr) return;
-    api_->setUserInformation(user, context_.settings.namespace_.value_or(""), std::move(success), std::move(failure));
+    api_->setUserInformation(
+        user, context_.settings.namespace_.value_or(""),
+        [weak = weak_from_this(), success] {
+            const auto session = weak.lock();
+            if (session == nullptr) return;
+            callHost(session->userUploadHooks_.updateAllRulesData);
+            if (!session->isShutDown_) session->context_.host.call(success);
+        },
+        [weak = weak_from_this(), failure](const Error& error) {
+            const auto session = weak.lock();
+            if (session == nullptr) return;
+            if (session->context_.settings.geofencingEnabled) callHost(session->userUploadHooks_.triggerLocationUpdate);
+            if (!session->isShutDown_) session->context_.host.call(failure, error);
+        });
+}
+
+void Session::setUserUploadHooks(UserUploadHooks hooks) {
+    userUploadHooks_ = std::move(hooks);
+}
+
+void Session::registerDeviceToken(const std::string& token, const std::optional<std::string>& appNamespace,
+                                  std::function<void()> success, std::function<void(const Error&)> failure) {
+    if (isShutDown_ || api_ == nullptr) return;
+    auto& host = context_.host;
+    api_->registerUdid(
+        QuomiUser::quomiUserID(context_.platform.device), appNamespace, token,
+        [&host, success = std::move(success)] { host.call(success); },
+        [&host, failure = std::move(failure)](const Error& error) { host.call(failure, error); });
+}
+
+void Session::setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value) {
+    if (!isShutDown_ && api_ != nullptr) api_->setServerNotificationRequestHeader(name, std::move(value));
 }
 
 }  // namespace quomi

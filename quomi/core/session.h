@@ -20,6 +20,7 @@ class DeviceCapabilities;
 class HostDelegate;
 class QuomiAPI;
 class QuomiActionExecutor;
+class QuomiAuthorizationLogger;
 class QuomiBeaconManager;
 class QuomiBeaconServiceManager;
 struct QuomiBeaconServiceManagerDelegate;
@@ -32,8 +33,8 @@ class WebPagePresenter;
 struct NotificationRequest;
 struct QuomiLocationDelegate;
 struct QuomiApplication;
+class QuomiUser;
 struct QuomiSettings;
-struct QuomiUser;
 
 /// What the facade holds for good and lends to each of its sessions.
 struct SessionContext {
@@ -47,6 +48,13 @@ struct SessionContext {
     const bool& eventLogsEnabled;
     const std::shared_ptr<QuomiUser>& user;
     WebPagePresenter& webPages;
+    const std::unique_ptr<QuomiAuthorizationLogger>& authorizationLogger;
+};
+
+/// What is to be done once the user has been sent; an empty one does nothing.
+struct UserUploadHooks {
+    std::function<void()> updateAllRulesData;     ///< after a success: the server's rules may depend on the user
+    std::function<void()> triggerLocationUpdate;  ///< after a failure, with geofences switched on
 };
 
 /// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and
@@ -70,7 +78,7 @@ public:
     bool open(std::optional<Error>* error);
     /// Asks the user for notification rights, unless granted, and registers the SDK's categories; in later turns.
     void setupNotifications();
-    /// The stored application record; null when there is none.
+    /// The stored application record; null when there is none, or no store.
     [[nodiscard]] Application application() const;
     /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with null
     /// and the request's error, or with neither when the answer could not be stored.
@@ -95,9 +103,20 @@ public:
 
     /// Appends the event to the event log and tells the host of it, when event logs are enabled.
     void logEvent(const boost::json::object& event);
-    /// Sends the user to the server.
-    void updateUserInformation(const QuomiUser& user, std::function<void()> success,
-                               std::function<void(const Error&)> failure);
+    /// Looks at the notification rights again and logs them when they have changed.
+    void logNotificationAuthorizationStatusIfNeeded();
+    /// Logs the notification rights in any case.
+    void forceLogNotificationAuthorizationStatus();
+
+    /// Sends the user to the server. The hooks run before the blocks.
+    void updateUserInformation(const QuomiUser& user, const std::function<void()>& success,
+                               const std::function<void(const Error&)>& failure);
+    void setUserUploadHooks(UserUploadHooks hooks);
+    /// Registers the device's push token, given as text, under the namespace.
+    void registerDeviceToken(const std::string& token, const std::optional<std::string>& appNamespace,
+                             std::function<void()> success, std::function<void(const Error&)> failure);
+    /// A header for server notifications; without a value it goes.
+    void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
     /// The single actions; null before `open`.
     [[nodiscard]] QuomiActionExecutor* actionExecutor() const { return genericActionExecutor_.get(); }
@@ -125,6 +144,7 @@ private:
     std::shared_ptr<QuomiBeaconServiceManagerDelegate> beaconServiceDelegate_;
     std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
+    UserUploadHooks userUploadHooks_;
     bool isShutDown_ = false;
 };
 

@@ -103,23 +103,25 @@ TEST_F(ApiClient, UserInformationKeyByKey) {
               R"({"u_app_user":{"udid":"U-1","properties":{},"u_application_uid":"shop",)"
               R"("advertising_tracking_mode_enabled":false,"system_name":"Sys","system_version":"9.8",)"
               R"("sdk_name":"Vellora SDK","sdk_version":"1.25.1","model":"Model","language":"de-AT"}})");
-    user.userID = "me";
-    user.tags = {{"b", "a"}};
-    user.properties =
-        boost::json::object{{"u_devices", 1}, {"z", 1}, {"ext_id", "x"}, {"y", nullptr}, {"tags", 2}, {"x", 3}};
-    user.advertisingTrackingModeEnabled = true;
+    user.setUserID("me");
+    user.setTags({{"b", "a"}});
+    user.setProperties(
+        boost::json::object{{"u_devices", 1}, {"z", 1}, {"ext_id", "x"}, {"y", nullptr}, {"tags", 2}, {"x", 3}});
+    user.setAdvertisingTrackingModeEnabled(true);
     auto body = bodyFor(user).at("u_app_user");
     EXPECT_EQ(serialize(body.at("properties")), R"({"z":1,"y":null,"x":3,"ext_id":"me","tags":["b","a"]})");
     EXPECT_EQ(body.at("advertising_tracking_mode_enabled"), true);
     EXPECT_EQ(body.at("advertising_id"), "") << "the phone has none";
-    EXPECT_EQ(user.properties->size(), 6U);
-    user.userID.reset();
-    user.tags->clear();
-    for (int i = 0; i < 40; ++i) user.properties->insert_or_assign("k" + std::to_string(i), i);
+    EXPECT_EQ(user.properties()->size(), 6U);
+    user.setUserID({});
+    user.setTags({{}});
+    auto longer = *user.properties();
+    for (int i = 0; i < 40; ++i) longer.insert_or_assign("k" + std::to_string(i), i);
+    user.setProperties(longer);
     const auto many = bodyFor(user).at("u_app_user").at("properties");
     EXPECT_EQ(many.as_object().size(), 43U);
     for (int i = 0; i < 40; ++i) EXPECT_EQ(many.at("k" + std::to_string(i)), i);
-    user.properties = boost::json::object{{"tags", 2}, {"z", 1}};
+    user.setProperties(boost::json::object{{"tags", 2}, {"z", 1}});
     EXPECT_EQ(serialize(bodyFor(user).at("u_app_user").at("properties")), R"({"z":1})");
 }
 
@@ -136,19 +138,20 @@ TEST_F(ApiClient, AdvertisingIdentifierOnlyWhenWanted) {
     EXPECT_THAT(sent, testing::Not(HasSubstr("AD-1")));
     EXPECT_EQ(boost::json::parse(sent).at("u_app_user").at("language"), "");
     other.advanceBy(1s);
-    user.advertisingTrackingModeEnabled = true;
+    user.setAdvertisingTrackingModeEnabled(true);
     client.setUserInformation(user, "shop", {}, {});
     EXPECT_EQ(boost::json::parse(sent).at("u_app_user").at("advertising_id"), "AD-1");
 }
 
 TEST_F(ApiClient, UserInformationReportsAndLogs) {
-    phone.transport().answer(kUserRequest, {ScriptedAnswer::json({{"ok", 1}}), ScriptedAnswer::text("", 503)});
+    phone.transport().answer(kUserRequest, {ScriptedAnswer::json({{"ok", 1}, {"user", {{"advertising_id", "AD-1"}}}}),
+                                            ScriptedAnswer::text("", 503)});
     for (int i = 0; i < 2; ++i) api->setUserInformation({}, "shop", noting("done"), notingError());
     EXPECT_EQ(api->getRequestQueueCount(), 2U);
     phone.advanceBy(1s);
     EXPECT_THAT(told, ElementsAre("done", "QuomiHTTPErrorDomain 503"));
     const auto log = debugLog.file().getFileLogContent().value_or("");
-    EXPECT_THAT(log, HasSubstr("SUCCESS Send user information: {\"ok\":1}\n"));
+    EXPECT_THAT(log, HasSubstr("SUCCESS Send user information: {\"ok\":1,\"user\":{}}\n"));
     EXPECT_THAT(log, HasSubstr("ERROR Send user information: Error Domain=QuomiHTTPErrorDomain Code=503"));
 }
 

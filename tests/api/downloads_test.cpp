@@ -267,11 +267,11 @@ TEST_F(Records, BatteryAlert) {
 }
 
 TEST_F(Records, PushTokenGoesToTheServiceItselfAndIntoNoLog) {
-    const std::array<std::uint8_t, 4> token{0x00, 0x0A, 0xFF, 0x10};
+    const std::string token = "<000aff10 b1>";
     const std::string key = "POST https://push.test/u_app_users/register_push_token.json";
     settings.baseAPIUrl = "https://elsewhere.test";
     EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->registerUdid("X", "ns", token, success, failure); }),
-              key + R"( {"namespace":"ns","udid":"X","push_token":"000aff10"})");
+              key + R"( {"namespace":"ns","udid":"X","push_token":"000aff10b1"})");
     EXPECT_EQ(sent(key, [&](auto success, auto failure) { api->registerUdid("X", {}, {}, success, failure); }),
               key + R"( {"udid":"X","push_token":""})");
     EXPECT_THAT(debugLines(), testing::Each("Registering device token..."));

@@ -213,8 +213,7 @@ TEST_F(VisitTest, SaysWhatThisVersionDoesNotPlay) {
         {step(R"("walk": {"gpx": "tour.gpx"})"), "$.timeline[0].walk", "\"walk\""},
         {step(R"("location": {"lat": 1, "lng": 2, "accuracy": 5})"), "$.timeline[0].location", "\"location\""},
         {step(R"("enterRegion": "g1")"), "$.timeline[0].enterRegion", "\"enterRegion\""},
-        {call("setUser", R"({"userID": "u", "tags": null})"), "$.timeline[0].call", "\"setUser\""},
-        {step(R"("call": "isBluetoothEnabled")"), "$.timeline[0].call", "\"isBluetoothEnabled\""},
+        {step(R"("call": "resetCounters")"), "$.timeline[0].call", "\"resetCounters\""},
     };
     for (const auto& row : rows) {
         EXPECT_FALSE(parse(row.visit));

@@ -138,8 +138,9 @@ public:
           settings_(deployment_, phone_.platform().location),
           wire_(makeWire(options)),
           observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
-          sdk_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform(), settings_),
-          host_(sdk_, settings_, trace_, phone_) {
+          platform_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform()),
+          sdk_(platform_, settings_),
+          host_(platform_, sdk_, settings_, trace_, phone_) {
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
         if (!recordings_.empty()) phone_.attachModel();
         if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
@@ -290,6 +291,7 @@ private:
     const simulated::PhoneObserver wireObserver_ = observer();
     std::unique_ptr<WireTransport> wire_;
     std::unique_ptr<simulated::ObservedTransport> observedWire_;
+    const Platform platform_;
     QuomiSDK sdk_;
     ReplayHost host_;
 };

@@ -3,13 +3,17 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/sdk.h"
 #include "quomi/core/settings.h"
+#include "quomi/diagnostics/authorization_manager.h"
 #include "tools/quomi/replay/setting_fields.h"
 #include "tools/quomi/visit/visit.h"
 
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <boost/json/object.hpp>
+#include <boost/json/value_to.hpp>
 
 namespace quomi::tool {
 
@@ -23,14 +27,7 @@ struct Outcome {
     std::optional<Error> error;
 };
 
-struct Caller {
-    QuomiSDK& sdk;
-    QuomiSettings& settings;
-    const Trace& trace;
-    const simulated::SimulatedPhone& phone;
-};
-
-using Call = std::function<Outcome(const Caller&, const json::value& with)>;
+using Call = std::function<Outcome(ReplayHost& host, const json::value& with)>;
 
 std::optional<std::string> textOrNil(const json::value& with) {
     if (!with.is_string()) return std::nullopt;
@@ -39,24 +36,24 @@ std::optional<std::string> textOrNil(const json::value& with) {
 
 /// A call with a URL that says whether it was opened.
 Call opener(bool (QuomiSDK::*operation)(const std::string&)) {
-    return [operation](const Caller& caller, const json::value& with) {
-        return Outcome{json::value((caller.sdk.*operation)(textOrNil(with).value_or(""))), {}};
+    return [operation](ReplayHost& host, const json::value& with) {
+        return Outcome{json::value((host.sdk().*operation)(textOrNil(with).value_or(""))), {}};
     };
 }
 
 /// The user opens the notification that was posted last; nothing when there is none.
-Outcome openNotification(const Caller& caller, const json::value&) {
-    const auto& notifications = caller.phone.notifications();
+Outcome openNotification(ReplayHost& host, const json::value&) {
+    const auto& notifications = host.phone().notifications();
     if (notifications.empty()) return {};
     const NotificationRequest opened = notifications.back();
-    caller.sdk.executeNotificationRequestActions(opened);
+    host.sdk().executeNotificationRequestActions(opened);
     return {};
 }
 
 /// A call of a boolean property.
 Call setter(void (QuomiSDK::*operation)(bool)) {
-    return [operation](const Caller& caller, const json::value& with) {
-        (caller.sdk.*operation)(with.get_bool());
+    return [operation](ReplayHost& host, const json::value& with) {
+        (host.sdk().*operation)(with.get_bool());
         return Outcome{};
     };
 }
@@ -65,41 +62,125 @@ void writeCallback(const Trace& trace, const char* call, const char* outcome, co
     trace.write("callback", call, {{"outcome", outcome}, {"error", traceError(error)}});
 }
 
-Outcome start(const Caller& caller, const json::value&) {
+Outcome start(ReplayHost& host, const json::value&) {
     Outcome outcome;
-    outcome.result = caller.sdk.start(&outcome.error);
+    outcome.result = host.sdk().start(&outcome.error);
     return outcome;
 }
 
-Outcome stop(const Caller& caller, const json::value&) {
-    caller.sdk.stop();
+Outcome stop(ReplayHost& host, const json::value&) {
+    host.sdk().stop();
     return {};
 }
 
-Outcome updateUserInformation(const Caller& caller, const json::value&) {
-    const Trace& trace = caller.trace;
-    caller.sdk.updateUserInformation(
-        [&trace] { writeCallback(trace, "updateUserInformation", "success", std::nullopt); },
-        [&trace](const Error& error) { writeCallback(trace, "updateUserInformation", "failure", error); });
+/// The blocks that the host gives to a call.
+struct Blocks {
+    std::function<void()> success;
+    std::function<void(const Error&)> failure;
+};
+
+Blocks tracingBlocks(const Trace& trace, const char* call) {
+    return {[&trace, call] { writeCallback(trace, call, "success", std::nullopt); },
+            [&trace, call](const Error& error) { writeCallback(trace, call, "failure", error); }};
+}
+
+Outcome updateUserInformation(ReplayHost& host, const json::value&) {
+    const auto blocks = tracingBlocks(host.trace(), "updateUserInformation");
+    host.sdk().updateUserInformation(blocks.success, blocks.failure);
     return {};
+}
+
+Outcome registerToken(ReplayHost& host, const json::value& with) {
+    const auto blocks = tracingBlocks(host.trace(), "registerCloudMessagingPushNotificationsDeviceToken");
+    host.sdk().registerCloudMessagingPushNotificationsDeviceToken(textOrNil(with).value_or(""), blocks.success,
+                                                                  blocks.failure);
+    return {};
+}
+
+QuomiUser::Properties propertiesOf(const json::value& value) {
+    return value.is_object() ? QuomiUser::Properties(value.get_object()) : std::nullopt;
+}
+
+QuomiUser::Tags tagsOf(const json::value& value) {
+    if (!value.is_array()) return std::nullopt;
+    return json::value_to<std::vector<std::string>>(value);
+}
+
+/// Sets those fields that the call names, in its order.
+void setFields(QuomiUser& user, const json::object& fields) {
+    for (const auto& [name, value] : fields) {
+        if (name == "userID") user.setUserID(textOrNil(value));
+        if (name == "properties") user.setProperties(propertiesOf(value));
+        if (name == "tags") user.setTags(tagsOf(value));
+    }
+}
+
+Outcome setUser(ReplayHost& host, const json::value& with) {
+    std::shared_ptr<QuomiUser> user;
+    if (with.is_object()) {
+        user = std::make_shared<QuomiUser>();
+        setFields(*user, with.get_object());
+    }
+    const auto blocks = tracingBlocks(host.trace(), "setUser");
+    host.sdk().setUser(std::move(user), blocks.success, blocks.failure);
+    return {};
+}
+
+Outcome changeUser(ReplayHost& host, const json::value& with) {
+    if (const auto user = host.sdk().user()) setFields(*user, with.get_object());
+    return {};
+}
+
+Call question(bool (QuomiAuthorizationManager::*operation)() const) {
+    return [operation](ReplayHost& host, const json::value&) {
+        return Outcome{json::value((host.authorizationManager().*operation)()), {}};
+    };
+}
+
+template <class Operation>
+Call prompt(Operation operation) {
+    return [operation](ReplayHost& host, const json::value&) {
+        (host.authorizationManager().*operation)();
+        return Outcome{};
+    };
 }
 
 const std::map<std::string_view, Call>& calls() {
     static const std::map<std::string_view, Call> table{
         {"start", start},
         {"stop", stop},
+        {"setUser", setUser},
+        {"changeUser", changeUser},
         {"updateUserInformation", updateUserInformation},
         {"openNotification", openNotification},
         {"openWebPageForUrl", opener(&QuomiSDK::openWebPageForUrl)},
         {"openDeepLinkForURL", opener(&QuomiSDK::openDeepLinkForURL)},
+        {"registerCloudMessagingPushNotificationsDeviceToken", registerToken},
+        {"setServerNotificationRequestHeader",
+         [](ReplayHost& host, const json::value& with) {
+             const auto& fields = with.get_object();
+             host.sdk().setServerNotificationRequestHeader(textOrNil(fields.at("name")).value_or(""),
+                                                           textOrNil(fields.at("value")));
+             return Outcome{};
+         }},
+        {"isQuomiBeaconsServiceEnabled", question(&QuomiAuthorizationManager::isQuomiBeaconsServiceEnabled)},
+        {"isQuomiGeofencesServiceEnabled", question(&QuomiAuthorizationManager::isQuomiGeofencesServiceEnabled)},
+        {"isLocationServiceEnabled", question(&QuomiAuthorizationManager::isLocationServiceEnabled)},
+        {"isBluetoothEnabled", question(&QuomiAuthorizationManager::isBluetoothEnabled)},
+        {"isBackgroundRefreshEnabled", question(&QuomiAuthorizationManager::isBackgroundRefreshEnabled)},
+        {"areAllNotificationRightsGranted", question(&QuomiAuthorizationManager::areAllNotificationRightsGranted)},
+        {"isBannerNotificationRightGranted", question(&QuomiAuthorizationManager::isBannerNotificationRightGranted)},
+        {"showEnableBluetoothAlert", prompt(&QuomiAuthorizationManager::showEnableBluetoothAlert)},
+        {"showEnableLocationServiceUI", prompt(&QuomiAuthorizationManager::showEnableLocationServiceUI)},
+        {"showEnableBackgroundRefreshUI", prompt(&QuomiAuthorizationManager::showEnableBackgroundRefreshUI)},
         {"setAppNamespace",
-         [](const Caller& caller, const json::value& with) {
-             caller.sdk.setAppNamespace(textOrNil(with));
+         [](ReplayHost& host, const json::value& with) {
+             host.sdk().setAppNamespace(textOrNil(with));
              return Outcome{};
          }},
         {"setBaseURL",
-         [](const Caller& caller, const json::value& with) {
-             caller.sdk.setBaseURL(textOrNil(with).value_or(""));
+         [](ReplayHost& host, const json::value& with) {
+             host.sdk().setBaseURL(textOrNil(with).value_or(""));
              return Outcome{};
          }},
         {"setBeaconsEnabled", setter(&QuomiSDK::setBeaconsEnabled)},
@@ -110,23 +191,23 @@ const std::map<std::string_view, Call>& calls() {
         {"setEventLogsEnabled", setter(&QuomiSDK::setEventLogsEnabled)},
         {"setEnableIDFACollection", setter(&QuomiSDK::setEnableIDFACollection)},
         {"setSetting",
-         [](const Caller& caller, const json::value& with) {
+         [](ReplayHost& host, const json::value& with) {
              const auto& fields = with.get_object();
-             setSetting(caller.settings, fields.at("name").get_string(), fields.at("value"));
+             setSetting(host.settings(), fields.at("name").get_string(), fields.at("value"));
              return Outcome{};
          }},
         {"logEvent",
-         [](const Caller& caller, const json::value& with) {
-             caller.sdk.logEvent(with.get_object());
+         [](ReplayHost& host, const json::value& with) {
+             host.sdk().logEvent(with.get_object());
              return Outcome{};
          }},
         {"getDebugFileContent",
-         [](const Caller& caller, const json::value&) {
-             return Outcome{json::value(caller.sdk.getDebugFileContent()), {}};
+         [](ReplayHost& host, const json::value&) {
+             return Outcome{json::value(host.sdk().getDebugFileContent()), {}};
          }},
         {"clearDebugFile",
-         [](const Caller& caller, const json::value&) {
-             caller.sdk.clearDebugFile();
+         [](ReplayHost& host, const json::value&) {
+             host.sdk().clearDebugFile();
              return Outcome{};
          }},
     };
@@ -162,23 +243,38 @@ std::shared_ptr<QuomiSDKDelegate> tracingDelegate(const Trace& trace) {
     return delegate;
 }
 
+std::shared_ptr<QuomiAuthorizationDelegate> tracingAuthorizationDelegate(const Trace& trace) {
+    const auto about = [&trace](const char* operation) {
+        return [&trace, operation](bool value) { trace.write("delegate", operation, {{"value", value}}); };
+    };
+    auto delegate = std::make_shared<QuomiAuthorizationDelegate>();
+    delegate->bluetoothStatusDidChange = about("bluetoothStatusDidChange");
+    delegate->locationServiceStatusDidChange = about("locationServiceStatusDidChange");
+    delegate->backgroundRefreshStatusDidChange = about("backgroundRefreshStatusDidChange");
+    delegate->quomiBeaconsServiceStatusDidChange = about("quomiBeaconsServiceStatusDidChange");
+    delegate->quomiGeofencesServiceStatusDidChange = about("quomiGeofencesServiceStatusDidChange");
+    return delegate;
+}
+
 }  // namespace
 
-ReplayHost::ReplayHost(QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace, simulated::SimulatedPhone& phone)
-    : sdk_(sdk),
+ReplayHost::ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
+                       simulated::SimulatedPhone& phone)
+    : platform_(platform),
+      sdk_(sdk),
       settings_(settings),
       trace_(trace),
       phone_(phone),
-      deciding_(trace, phone.platform().runLoop),
-      delegate_(tracingDelegate(trace)) {}
+      deciding_(trace, platform.runLoop),
+      delegate_(tracingDelegate(trace)),
+      authorizationDelegate_(tracingAuthorizationDelegate(trace)) {}
 
 ReplayHost::~ReplayHost() = default;
 
 void ReplayHost::configure(const AppConfig& app) {
-    const Caller caller{sdk_, settings_, trace_, phone_};
     if (app.appNamespace) sdk_.setAppNamespace(app.appNamespace);
     sdk_.setBaseURL(app.baseURL);
-    for (const auto& [property, value] : app.properties) calls().at(setterName(property))(caller, value);
+    for (const auto& [property, value] : app.properties) calls().at(setterName(property))(*this, value);
     for (const auto& [name, value] : app.settings) setSetting(settings_, name, value);
     deciding_.implement(app.delegate, *delegate_);
     sdk_.setDelegate(delegate_);
@@ -189,8 +285,16 @@ void ReplayHost::presentScreen(bool presents) {
 }
 
 void ReplayHost::call(const CallStep& step) {
-    const auto outcome = calls().at(step.name)(Caller{sdk_, settings_, trace_, phone_}, step.with);
+    const auto outcome = calls().at(step.name)(*this, step.with);
     trace_.write("call", json::value(step.name), {{"result", outcome.result}, {"error", traceError(outcome.error)}});
+}
+
+QuomiAuthorizationManager& ReplayHost::authorizationManager() {
+    if (authorizationManager_ == nullptr) {
+        authorizationManager_ = std::make_unique<QuomiAuthorizationManager>(platform_, sdk_);
+        authorizationManager_->setAuthorizationDelegate(authorizationDelegate_);
+    }
+    return *authorizationManager_;
 }
 
 }  // namespace quomi::tool

@@ -10,7 +10,10 @@
 #include <boost/json/value.hpp>
 
 namespace quomi {
+class QuomiAuthorizationManager;
 class QuomiSDK;
+struct Platform;
+struct QuomiAuthorizationDelegate;
 struct QuomiSettings;
 }  // namespace quomi
 
@@ -24,11 +27,12 @@ struct AppConfig;
 struct CallStep;
 
 /// The host app of a replay: owns the facade's delegate, which writes all that it hears into the trace, and makes the
-/// calls of a visit.
+/// calls of a visit. The first call of the authorization manager makes it, with a delegate that traces as well.
 class ReplayHost {
 public:
     /// All of them outlive the host.
-    ReplayHost(QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace, simulated::SimulatedPhone& phone);
+    ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
+               simulated::SimulatedPhone& phone);
     ~ReplayHost();
     ReplayHost(const ReplayHost&) = delete;
     ReplayHost& operator=(const ReplayHost&) = delete;
@@ -40,13 +44,22 @@ public:
     /// Makes one call and writes its record when it returns.
     void call(const CallStep& step);
 
+    [[nodiscard]] QuomiSDK& sdk() const { return sdk_; }
+    [[nodiscard]] QuomiSettings& settings() const { return settings_; }
+    [[nodiscard]] const Trace& trace() const { return trace_; }
+    [[nodiscard]] const simulated::SimulatedPhone& phone() const { return phone_; }
+    [[nodiscard]] QuomiAuthorizationManager& authorizationManager();
+
 private:
+    const Platform& platform_;
     QuomiSDK& sdk_;
     QuomiSettings& settings_;
     const Trace& trace_;
     simulated::SimulatedPhone& phone_;
     DecidingDelegate deciding_;
     std::shared_ptr<QuomiSDKDelegate> delegate_;
+    std::shared_ptr<QuomiAuthorizationDelegate> authorizationDelegate_;
+    std::unique_ptr<QuomiAuthorizationManager> authorizationManager_;
 };
 
 }  // namespace quomi::tool
