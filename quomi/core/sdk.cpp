@@ -265,8 +265,8 @@ bool QuomiSDK::enableIDFACollection() const {
     return enableIDFACollection_ && platform_.device.isAdvertisingTrackingEnabled();
 }
 
-void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, std::function<void()> success,
-                       std::function<void(const Error&)> failure) {
+void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, const std::function<void()>& success,
+                       const std::function<void(const Error&)>& failure) {
     const bool isAnother = user != user_;
     const auto previous = std::exchange(user_, std::move(user));
     if (isAnother) observeUser();
@@ -275,7 +275,7 @@ void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, std::function<void()> su
     if (isEqual) {
         host_->call(success);
     } else {
-        updateUserInformation(std::move(success), std::move(failure));
+        updateUserInformation(success, failure);
     }
 }
 
@@ -290,7 +290,8 @@ void QuomiSDK::observeUser() {
     userObservations_.push_back(user_->observeTags(sendChange));
 }
 
-void QuomiSDK::updateUserInformation(std::function<void()> success, std::function<void(const Error&)> failure) {
+void QuomiSDK::updateUserInformation(const std::function<void()>& success,
+                                     const std::function<void(const Error&)>& failure) {
     if (session_ == nullptr) return;
     if (user_ == nullptr) {
         // No user is told to the server like one without any description.

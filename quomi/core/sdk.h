@@ -115,11 +115,12 @@ public:
     /// Holds another user, or none, and sends it to the server as `updateUserInformation` does, unless it equals the
     /// one before: then `success` is called at once. From now on its changes are sent, until another is held; those of
     /// the user that `start` makes are not.
-    void setUser(std::shared_ptr<QuomiUser> user, std::function<void()> success = {},
-                 std::function<void(const Error&)> failure = {});
+    void setUser(std::shared_ptr<QuomiUser> user, const std::function<void()>& success = {},
+                 const std::function<void(const Error&)>& failure = {});
     /// Sends the user to the server. Nothing happens, and no block is called, unless the SDK has a server client: from
     /// `start` to `stop`. Errors reach the block alone.
-    void updateUserInformation(std::function<void()> success = {}, std::function<void(const Error&)> failure = {});
+    void updateUserInformation(const std::function<void()>& success = {},
+                               const std::function<void(const Error&)>& failure = {});
     /// Registers the device for pushes under the stored application record's namespace; the token is text, hexadecimal
     /// where the phone gave bytes. Without a record `failure` is called at once with error 7. Without that block the
     /// token is registered under no namespace, from `start` to `stop`.
