@@ -210,9 +210,6 @@ TEST_F(VisitTest, RefusesABadVisitAtTheOffendingValue) {
 
 TEST_F(VisitTest, SaysWhatThisVersionDoesNotPlay) {
     const std::vector<Bad> rows = {
-        {step(R"("walk": {"gpx": "tour.gpx"})"), "$.timeline[0].walk", "\"walk\""},
-        {step(R"("location": {"lat": 1, "lng": 2, "accuracy": 5})"), "$.timeline[0].location", "\"location\""},
-        {step(R"("enterRegion": "g1")"), "$.timeline[0].enterRegion", "\"enterRegion\""},
         {step(R"("presentScreen": true)"), "$.timeline[0].presentScreen", "\"presentScreen\""},
         {step(R"("closeWebPage": true)"), "$.timeline[0].closeWebPage", "\"closeWebPage\""},
         {call("setUser", R"({"userID": "u", "tags": null})"), "$.timeline[0].call", "\"setUser\""},
