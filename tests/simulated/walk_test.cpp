@@ -182,6 +182,19 @@ TEST_F(WalkTest, BeaconsAreHeardAlongTheWayAndWhereItEnds) {
     EXPECT_EQ(ranged_.back(), "194: 2 -59");
 }
 
+TEST_F(WalkTest, AtAPointThePositionComesFirstAndThenTheBeacons) {
+    service_->startMonitoring(BeaconRegion{"town", kTown});
+    service_->startUpdatingLocation();
+    watch("a", 10, 5);
+    phone_.placeBeacons({{kTown, 1, 1, east(0), -59}});
+    EXPECT_THAT(walk({200, 10}), ElementsAre("at 200", "at 10", "enter a", "state town 1", "enter town"));
+    phone_.setLocation(east(500), 5);
+    phone_.advanceBy(31s);
+    EXPECT_THAT(news(), ElementsAre("at 500", "state town 2", "exit town"));
+    EXPECT_TRUE(phone_.follow({{0s, east(0), {}}, {0s, east(500), {}}}));
+    EXPECT_THAT(news(), ElementsAre("at 0", "exit a", "at 500")) << "no time to hear anything";
+}
+
 TEST_F(WalkTest, NothingIsTimedFarFromEveryBeacon) {
     phone_.placeBeacons({{kTown, 1, 1, east(0), -59}});
     EXPECT_TRUE(phone_.follow(along({500, 300, 100})));

@@ -88,7 +88,7 @@ std::string textOf(const boost::json::object& object, const char* key) {
     return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
 
-/// People's names for the beacons of the visit's campaign.
+/// People's names for the beacons and geofences of the visit's campaign.
 Labels labelsOf(const Visit& visit) {
     Labels labels;
     const auto* backoffice = std::get_if<CampaignBackoffice>(&visit.backoffice);
@@ -103,6 +103,10 @@ Labels labelsOf(const Visit& visit) {
         labels[textOf(beacon, "id")] = name;
         if (!uuid || major == nullptr || minor == nullptr || !major->is_int64() || !minor->is_int64()) continue;
         labels[fmt::format("{}/{}-{}", uuid->string(), major->get_int64(), minor->get_int64())] = name;
+    }
+    for (const auto& geofence : campaign->geofences()) {
+        const auto name = textOf(geofence.get_object(), "name");
+        if (!name.empty()) labels.emplace(textOf(geofence.get_object(), "id"), name);
     }
     return labels;
 }
