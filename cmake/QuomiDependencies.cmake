@@ -20,6 +20,7 @@ endif()
 
 if(QUOMI_BUILD_TOOLS)
   find_package(CLI11 REQUIRED)
+  find_package(pugixml REQUIRED)
   find_library(QUOMI_HTTPLIB_LIBRARY cpp-httplib REQUIRED)
   add_library(quomi_httplib INTERFACE)
   target_compile_definitions(quomi_httplib INTERFACE CPPHTTPLIB_OPENSSL_SUPPORT)

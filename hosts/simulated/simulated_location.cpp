@@ -1,5 +1,7 @@
 #include "hosts/simulated/simulated_location.h"
 
+#include "quomi/location/location_utils.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -81,7 +83,11 @@ SimulatedLocation::SimulatedLocation(VirtualLoop& loop, const PhoneConfig& confi
       observer_(observer),
       monitored_(files, std::move(phoneFile)),
       servicesOn_(config.locationServices),
-      status_(config.authorization) {}
+      status_(config.authorization) {
+    for (const auto& region : monitored_.regions()) {
+        if (const auto* circle = std::get_if<CircularRegion>(&region)) circles_.watch(*circle, std::nullopt);
+    }
+}
 
 SimulatedLocation::~SimulatedLocation() = default;
 
@@ -96,11 +102,18 @@ void SimulatedLocation::setLocationServices(bool on) {
     postAuthorization();
 }
 
-void SimulatedLocation::setLocation(const Coordinate& coordinate, double accuracy) {
-    location_ = Location{coordinate, loop_.now(), accuracy};
+void SimulatedLocation::setLocation(const Coordinate& coordinate, double accuracy, Duration age) {
+    location_ = Location{coordinate, loop_.now() - age, accuracy};
     loop_.post([this, position = *location_] {
         tellUpdating([&](LocationServiceDelegate& delegate) { delegate.didUpdateLocations({position}); });
     });
+}
+
+void SimulatedLocation::moveTo(const Coordinate& coordinate, double accuracy, Duration age) {
+    setLocation(coordinate, accuracy, age);
+    const auto crossings = circles_.moveTo(coordinate);
+    for (const auto& identifier : crossings.entered) cross(identifier, true);
+    for (const auto& identifier : crossings.left) cross(identifier, false);
 }
 
 void SimulatedLocation::locationFails(std::int64_t code) {
@@ -153,17 +166,21 @@ void SimulatedLocation::beaconRegionState(const Uuid& proximityUUID, RegionState
 }
 
 void SimulatedLocation::enterRegion(const std::string& identifier) {
-    const auto* region = monitored_.find(identifier);
-    if (region == nullptr || !std::holds_alternative<CircularRegion>(*region)) return;
-    postToMonitored(identifier,
-                    [](LocationServiceDelegate& delegate, const Region& some) { delegate.didEnterRegion(some); });
+    circles_.setInside(identifier, true);
+    cross(identifier, true);
 }
 
 void SimulatedLocation::exitRegion(const std::string& identifier) {
+    circles_.setInside(identifier, false);
+    cross(identifier, false);
+}
+
+void SimulatedLocation::cross(const std::string& identifier, bool enters) {
     const auto* region = monitored_.find(identifier);
     if (region == nullptr || !std::holds_alternative<CircularRegion>(*region)) return;
-    postToMonitored(identifier,
-                    [](LocationServiceDelegate& delegate, const Region& some) { delegate.didExitRegion(some); });
+    postToMonitored(identifier, [enters](LocationServiceDelegate& delegate, const Region& some) {
+        enters ? delegate.didEnterRegion(some) : delegate.didExitRegion(some);
+    });
 }
 
 void SimulatedLocation::monitoringFails(std::string_view region, std::int64_t code) {
@@ -231,6 +248,12 @@ void SimulatedLocation::startMonitoring(const Region& region) {
     const auto* beacons = std::get_if<BeaconRegion>(&region);
     const bool begins = beacons != nullptr && !isMonitored(beacons->proximityUUID);
     monitored_.put(region);
+    // An identifier that changes its kind ends the region that it was.
+    if (const auto* circle = std::get_if<CircularRegion>(&region)) {
+        circles_.watch(*circle, place());
+    } else {
+        circles_.forget(regionIdentifier(region));
+    }
     if (begins && interest_ != nullptr) interest_->monitoringBegan(beacons->proximityUUID);
     postToMonitored(regionIdentifier(region),
                     [](LocationServiceDelegate& delegate, const Region& some) { delegate.didStartMonitoring(some); });
@@ -241,6 +264,7 @@ void SimulatedLocation::stopMonitoring(const std::string& identifier) {
     if (found == nullptr) return;
     tell(observer_.unmonitor, Region(*found));
     monitored_.remove(identifier);
+    circles_.forget(identifier);
 }
 
 void SimulatedLocation::requestState(const Region& region) {
@@ -291,9 +315,18 @@ bool SimulatedLocation::mayReport() const {
            (status_ == AuthorizationStatus::authorizedAlways || status_ == AuthorizationStatus::authorizedWhenInUse);
 }
 
+std::optional<Coordinate> SimulatedLocation::place() const {
+    return location_ ? std::optional(location_->coordinate) : std::nullopt;
+}
+
 RegionState SimulatedLocation::stateOf(const Region& region) const {
+    if (const auto* circle = std::get_if<CircularRegion>(&region)) {
+        const auto inside = location_ ? QuomiLocationUtils::pointIsInRegion(location_->coordinate, *circle)
+                                      : circles_.isInside(circle->identifier);
+        if (!inside) return RegionState::unknown;
+        return *inside ? RegionState::inside : RegionState::outside;
+    }
     const auto* beacons = std::get_if<BeaconRegion>(&region);
-    if (beacons == nullptr) return RegionState::unknown;
     const auto found = states_.find(beacons->proximityUUID);
     return found == states_.end() ? RegionState::unknown : found->second;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/simulated/circle_watch.h"
 #include "hosts/simulated/phone_config.h"
 #include "hosts/simulated/phone_observer.h"
 #include "hosts/simulated/region_list.h"
@@ -51,8 +52,12 @@ public:
     /// stands as before.
     void setLocationServices(bool on);
 
-    /// The device is there now; services that run updates are told. `accuracy` in metres.
-    void setLocation(const Coordinate& coordinate, double accuracy);
+    /// The device is there now; services that run updates are told. `accuracy` in metres; the time stamp is now less
+    /// `age`. Circular regions are not entered or left.
+    void setLocation(const Coordinate& coordinate, double accuracy, Duration age = {});
+    /// The same, and then the entry and exit callbacks of the circular regions whose border the device has crossed:
+    /// first those entered, then those left, each in the order of monitoring.
+    void moveTo(const Coordinate& coordinate, double accuracy, Duration age = {});
     [[nodiscard]] const std::optional<Location>& location() const { return location_; }
     /// Services that run updates are told.
     void locationFails(std::int64_t code);
@@ -69,7 +74,8 @@ public:
     void exitBeaconRegion(const Uuid& proximityUUID);
     /// State callback of the monitored regions of that UUID; from now on state requests are answered so.
     void beaconRegionState(const Uuid& proximityUUID, RegionState state);
-    /// Entry and exit callbacks of the monitored circular region of that identifier.
+    /// Entry and exit callbacks of the monitored circular region of that identifier, whatever its border and the
+    /// device's position say. A later move that ends on the same side does not repeat them.
     void enterRegion(const std::string& identifier);
     void exitRegion(const std::string& identifier);
     /// A failure of the monitored region of that identifier or UUID; it stays monitored. Nothing when there is none.
@@ -106,6 +112,8 @@ private:
     [[nodiscard]] bool mayReport() const;
     [[nodiscard]] bool isRanged(std::string_view identifier) const;
     [[nodiscard]] RegionState stateOf(const Region& region) const;
+    [[nodiscard]] std::optional<Coordinate> place() const;
+    void cross(const std::string& identifier, bool enters);
     void tellAll(const News& news);
     void tellUpdating(const News& news);
     void postAuthorization();
@@ -117,6 +125,7 @@ private:
     const PhoneConfig& config_;
     const PhoneObserver& observer_;
     RegionList monitored_;
+    CircleWatch circles_;
     std::vector<BeaconRegion> ranged_;
     std::map<Uuid, RegionState> states_;
     std::vector<ClientPointer> clients_;

@@ -10,6 +10,7 @@
 #include "hosts/simulated/simulated_notifications.h"
 #include "hosts/simulated/simulated_screens.h"
 #include "hosts/simulated/temporary_directory.h"
+#include "hosts/simulated/world_radio.h"
 
 #include <utility>
 
@@ -41,7 +42,8 @@ struct SimulatedPhone::Parts {
           location(loop, config, observer, files, container / kPhoneFile),
           scripted(loop),
           http(outerHttp != nullptr ? *outerHttp : scripted, observer),
-          radio(loop, location) {}
+          radio(loop, location),
+          world(loop, radio) {}
 
     ~Parts() { loop.clear(); }
     Parts(const Parts&) = delete;
@@ -66,6 +68,7 @@ struct SimulatedPhone::Parts {
     ScriptedTransport scripted;
     ObservedTransport http;
     BeaconRadio radio;
+    WorldRadio world;
 };
 
 SimulatedPhone::SimulatedPhone(PhoneConfig config, PhoneObserver observer, HttpTransport* http)
@@ -142,6 +145,7 @@ void SimulatedPhone::beaconRegionState(const Uuid& proximityUUID, RegionState st
 
 void SimulatedPhone::setLocation(const Coordinate& coordinate, double accuracy) {
     parts_->location.setLocation(coordinate, accuracy);
+    if (parts_->world.isUsed()) parts_->world.move({coordinate, {}, std::nullopt, {}});
 }
 
 void SimulatedPhone::enterRegion(const std::string& identifier) {
@@ -178,6 +182,25 @@ void SimulatedPhone::attachModel() {
 
 void SimulatedPhone::hearPacket(const Packet& packet) {
     parts_->radio.hear(packet);
+}
+
+void SimulatedPhone::walk(const Leg& leg) {
+    parts_->location.moveTo(leg.from, kTrackAccuracy, leg.age);
+    parts_->world.move(leg);
+}
+
+bool SimulatedPhone::follow(const Track& track, double speed) {
+    const auto began = loop().monotonicNow();
+    for (std::size_t point = 0; point < track.size(); ++point) {
+        if (!advanceTo(began + playedTime(track[point].offset, speed))) return false;
+        walk(legOf(track, point, speed));
+    }
+    return runTurns();
+}
+
+void SimulatedPhone::placeBeacons(const std::vector<PlacedBeacon>& beacons) {
+    parts_->radio.switchOn();
+    parts_->world.place(beacons);
 }
 
 void SimulatedPhone::setBluetooth(BluetoothState state) {

@@ -3,6 +3,7 @@
 #include "hosts/simulated/phone_config.h"
 #include "hosts/simulated/phone_model.h"
 #include "hosts/simulated/phone_observer.h"
+#include "hosts/simulated/track.h"
 #include "hosts/simulated/virtual_loop.h"
 #include "quomi/platform/platform.h"
 
@@ -21,6 +22,7 @@ class Screen;
 namespace quomi::simulated {
 
 class ScriptedTransport;
+struct PlacedBeacon;
 
 /// A phone made of data. It gives an SDK every port, on a virtual clock that only its driver moves, and has a lever for
 /// everything that can happen to a phone. Any number of phones live side by side; none shares anything.
@@ -81,8 +83,9 @@ public:
     /// State callback, if monitored; also what later state requests are answered (before: unknown).
     void beaconRegionState(const Uuid& proximityUUID, RegionState state);
     /// The device is there now: services that run significant-change or standard updates are told. Accuracy in metres.
+    /// No region is entered or left by it.
     void setLocation(const Coordinate& coordinate, double accuracy);
-    /// Entry or exit callback, if that circular region is monitored.
+    /// Entry or exit callback, if that circular region is monitored; wherever the device is.
     void enterRegion(const std::string& identifier);
     void exitRegion(const std::string& identifier);
     /// Failure callback for the monitored or ranged region of that identifier or UUID, if there is one.
@@ -101,6 +104,19 @@ public:
     void attachModel();
     /// One packet, now. Attaches the model if need be.
     void hearPacket(const Packet& packet);
+
+    // Levers: walking
+
+    /// The device is at a point of a track now and moves on: its position as `setLocation` tells it, then entry and
+    /// exit callbacks of the circular regions that were entered and left since the point before, then the beacons in
+    /// reach. A region whose monitoring begins while the device is in it is not entered by that; a state request tells
+    /// it.
+    void walk(const Leg& leg);
+    /// Walks a whole track from now on, time passing as it takes. False as `advanceTo` says.
+    bool follow(const Track& track, double speed = 1);
+    /// Beacons that stand where the device walks, in place of others placed before. From its first walk on it hears
+    /// those in reach, as `WorldRadio` says. Attaches the model.
+    void placeBeacons(const std::vector<PlacedBeacon>& beacons);
 
     // Levers: settings. One that stands as before is not notified.
 

@@ -157,6 +157,28 @@ TEST(Timeline, EveryKindHasItsLine) {
     }
 }
 
+TEST(Timeline, AWalkIsShownInStepsOfAHundredMetresAndAddedUp) {
+    std::vector<json::object> records;
+    for (const double lat : {52.0, 52.0005, 52.001, 52.0015, 51.9995}) {
+        records.push_back(
+            {{"t", 1}, {"delegate", "didReceiveLocationChange"}, {"location", {{"lat", lat}, {"lng", 13}}}});
+    }
+    for (const char* name : {"didReceiveEnterRegionNotification", "didReceiveExitRegionNotification",
+                             "didReceiveEnterRegionNotification"}) {
+        records.push_back({{"t", 2}, {"delegate", name}, {"region", {{"identifier", "g"}}}});
+    }
+    auto named = options();
+    named.labels["g"] = "The gate";
+    const auto text = played(records, false, named);
+    std::string places;
+    for (auto at = text.find("location    "); at != std::string::npos; at = text.find("location    ", at + 1)) {
+        places += text.substr(at + 12, 8) + ' ';
+    }
+    EXPECT_EQ(places, "52.00000 52.00100 51.99950 ");
+    EXPECT_NE(text.find("entered geofence The gate  at"), std::string::npos) << text;
+    EXPECT_NE(text.find("  way       5 positions, 0.4 km; geofences: 2 entered, 1 left\n"), std::string::npos) << text;
+}
+
 TEST(Timeline, SurvivesRecordsOfTheWrongShape) {
     for (const auto* kind : {"delegate", "rule", "call", "callback", "request", "response", "monitor", "updates",
                              "notification", "category", "alert", "backgroundTask", "defaults", "t"}) {

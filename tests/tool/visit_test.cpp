@@ -210,9 +210,6 @@ TEST_F(VisitTest, RefusesABadVisitAtTheOffendingValue) {
 
 TEST_F(VisitTest, SaysWhatThisVersionDoesNotPlay) {
     const std::vector<Bad> rows = {
-        {step(R"("walk": {"gpx": "tour.gpx"})"), "$.timeline[0].walk", "\"walk\""},
-        {step(R"("location": {"lat": 1, "lng": 2, "accuracy": 5})"), "$.timeline[0].location", "\"location\""},
-        {step(R"("enterRegion": "g1")"), "$.timeline[0].enterRegion", "\"enterRegion\""},
         {step(R"("call": "resetCounters")"), "$.timeline[0].call", "\"resetCounters\""},
     };
     for (const auto& row : rows) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/simulated/packet_file.h"
+#include "hosts/simulated/track.h"
 #include "tools/quomi/visit/visit_steps.h"
 
 #include <cstddef>
@@ -11,21 +12,30 @@
 
 namespace quomi::tool {
 
-/// What happens next in a visit: a step begins, or a packet of a recording is heard.
-using Action = std::variant<const Step*, const simulated::Packet*>;
+/// What happens next in a visit: a step begins, a packet of a recording is heard, or the device is at a point of a
+/// track.
+using Action = std::variant<const Step*, const simulated::Packet*, simulated::Leg>;
 
 struct TimedAction {
     Duration at{};
     Action action;
 };
 
-/// The visit's steps and the packets of its recordings in the order of time. At the same time the order is that of the
-/// steps in the file, where a packet has the place of the step that plays it; of one step, packets come before its next
-/// repetition.
+/// What a step plays: packets that a scanner logged, or a track.
+using Recording = std::variant<std::vector<simulated::TimedPacket>, simulated::Track>;
+
+/// How long a recording lasts at a speed.
+[[nodiscard]] Duration lengthOf(const Recording& recording, double speed);
+/// The speed at which the step plays its recording; empty when it plays none.
+[[nodiscard]] std::optional<double> playedSpeed(const Step& step);
+
+/// The visit's steps and what is in its recordings in the order of time. At the same time the order is that of the
+/// steps in the file, where a packet or point has the place of the step that plays it; of one step, packets and points
+/// come before its next repetition.
 class ActionQueue {
 public:
-    /// Packets of each step that plays some, by the step's place in the list. Both outlive the queue.
-    using Recordings = std::map<std::size_t, std::vector<simulated::TimedPacket>>;
+    /// Recording of each step that plays one, by the step's place in the list. Both outlive the queue.
+    using Recordings = std::map<std::size_t, Recording>;
     ActionQueue(const std::vector<Step>& steps, const Recordings& recordings);
 
     /// Takes the next one if it happens at `limit` or before.
@@ -34,14 +44,15 @@ public:
 private:
     struct Playing {
         std::size_t step;
-        const std::vector<simulated::TimedPacket>* packets;
+        const Recording* recording;
         std::size_t position;
         Duration began;
         double speed;
         [[nodiscard]] Duration at() const;
+        [[nodiscard]] Action action() const;
     };
     [[nodiscard]] std::vector<Playing>::iterator earliestRecording();
-    TimedAction takePacket(std::vector<Playing>::iterator recording);
+    TimedAction takeRecorded(std::vector<Playing>::iterator recording);
     TimedAction takeStep();
 
     const std::vector<Step>& steps_;
@@ -49,8 +60,5 @@ private:
     Occurrences occurrences_;
     std::vector<Playing> playing_;
 };
-
-/// How long a recording lasts at a speed.
-[[nodiscard]] Duration playedTime(Duration recorded, double speed);
 
 }  // namespace quomi::tool

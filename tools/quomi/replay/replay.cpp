@@ -4,13 +4,16 @@
 #include "hosts/simulated/packet_file.h"
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
+#include "hosts/simulated/world_radio.h"
 #include "quomi/core/sdk.h"
 #include "quomi/core/settings.h"
 #include "tools/quomi/backoffice/backoffice.h"
 #include "tools/quomi/replay/action_queue.h"
 #include "tools/quomi/replay/replay_host.h"
 #include "tools/quomi/replay/wire_transport.h"
+#include "tools/quomi/visit/gpx_file.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <boost/json/serialize.hpp>
@@ -92,19 +95,52 @@ Platform withTransport(const Platform& platform, HttpTransport& http) {
             platform.reachability};
 }
 
+/// What a reader of a recording gave, at the step's key.
+template <class List>
+bool keep(std::optional<List> list, const VisitError& why, Recording& recording, VisitError* error) {
+    if (!list) {
+        *error = why;
+        return false;
+    }
+    recording = std::move(*list);
+    return true;
+}
+
+bool readRecording(const Visit& visit, const Step& step, Recording& recording, VisitError* error) {
+    std::optional<Error> failure;
+    const auto why = [&](const char* place) {
+        return visit.stepError(step, place, failure ? failure->localizedDescription().value_or("") : "");
+    };
+    if (const auto* packets = std::get_if<PacketsStep>(&step.action)) {
+        auto list = simulated::readPacketFile(packets->csv.string(), &failure);
+        return keep(std::move(list), why("packets.csv"), recording, error);
+    }
+    auto track = readGpxFile(std::get<WalkStep>(step.action).gpx.string(), &failure);
+    return keep(std::move(track), why("walk.gpx"), recording, error);
+}
+
 bool readRecordings(const Visit& visit, ActionQueue::Recordings& recordings, VisitError* error) {
     for (std::size_t i = 0; i < visit.steps.size(); ++i) {
-        const auto* packets = std::get_if<PacketsStep>(&visit.steps[i].action);
-        if (packets == nullptr) continue;
-        std::optional<Error> failure;
-        auto recording = simulated::readPacketFile(packets->csv.string(), &failure);
-        if (!recording) {
-            *error = visit.stepError(visit.steps[i], "packets.csv", failure->localizedDescription().value_or(""));
-            return false;
-        }
-        recordings[i] = std::move(*recording);
+        if (!playedSpeed(visit.steps[i])) continue;
+        if (!readRecording(visit, visit.steps[i], recordings[i], error)) return false;
     }
     return true;
+}
+
+std::vector<simulated::PlacedBeacon> placedBeacons(const Visit& visit) {
+    std::vector<simulated::PlacedBeacon> beacons;
+    for (const auto& each : visit.world) {
+        constexpr std::int64_t absurd = 1000;  // dBm; any more says no more
+        const auto power = static_cast<std::int32_t>(std::clamp(each.txPower, -absurd, absurd));
+        beacons.push_back({each.uuid, each.major, each.minor, each.position, power});
+    }
+    return beacons;
+}
+
+template <class Kind>
+bool plays(const ActionQueue::Recordings& recordings) {
+    return std::any_of(recordings.begin(), recordings.end(),
+                       [](const auto& entry) { return std::holds_alternative<Kind>(entry.second); });
 }
 
 std::unique_ptr<Backoffice> openBackoffice(const Visit& visit, VisitError* error) {
@@ -131,6 +167,7 @@ public:
            ActionQueue::Recordings recordings)
         : visit_(visit),
           sink_(std::move(sink)),
+          moved_(options.moved),
           backoffice_(std::move(backoffice)),
           recordings_(std::move(recordings)),
           phone_(phoneConfig(visit, options), observer()),
@@ -142,7 +179,9 @@ public:
           sdk_(platform_, settings_),
           host_(platform_, sdk_, settings_, trace_, phone_) {
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
-        if (!recordings_.empty()) phone_.attachModel();
+        if (plays<std::vector<simulated::TimedPacket>>(recordings_)) phone_.attachModel();
+        const auto beacons = placedBeacons(visit);
+        if (!beacons.empty() && plays<simulated::Track>(recordings_)) phone_.placeBeacons(beacons);
         if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
     }
 
@@ -152,6 +191,8 @@ public:
         sink_ = [](const boost::json::object&) {};
     }
 
+    [[nodiscard]] WallTime now() { return phone_.loop().now(); }
+
     bool play() {
         const Duration end = visit_.endTime([this](const Step& step) { return lengthOf(step); });
         ActionQueue actions(visit_.steps, recordings_);
@@ -160,7 +201,7 @@ public:
         while (const auto action = actions.next(end)) {
             const bool joinsFirstTurn = std::exchange(inFirstTurn, false) && action->at == Duration::zero();
             if (!joinsFirstTurn && !advanceTo(action->at)) return false;
-            std::visit([this](const auto* what) { perform(*what); }, action->action);
+            std::visit([this](const auto& what) { perform(what); }, action->action);
             if (!settle()) return false;
         }
         return advanceTo(end);
@@ -197,10 +238,8 @@ private:
     }
 
     Duration lengthOf(const Step& step) const {
-        const auto* packets = std::get_if<PacketsStep>(&step.action);
-        if (packets == nullptr) return {};
-        const auto& recording = recordings_.at(step.index);
-        return recording.empty() ? Duration::zero() : playedTime(recording.back().offset, packets->speed);
+        const auto speed = playedSpeed(step);
+        return speed ? tool::lengthOf(recordings_.at(step.index), *speed) : Duration::zero();
     }
 
     bool settle() {
@@ -219,9 +258,17 @@ private:
         return phone_.advanceTo(target) && settle();
     }
 
-    void perform(const simulated::Packet& packet) { phone_.hearPacket(packet); }
-    void perform(const Step& step) {
-        std::visit([this](const auto& action) { act(action); }, step.action);
+    void perform(const simulated::Packet* packet) { phone_.hearPacket(*packet); }
+    void perform(const simulated::Leg& leg) {
+        tellMoved(leg.from);
+        phone_.walk(leg);
+    }
+    void perform(const Step* step) {
+        std::visit([this](const auto& action) { act(action); }, step->action);
+    }
+
+    void tellMoved(const Coordinate& place) {
+        if (moved_) moved_(place, phone_.loop().monotonicNow().time_since_epoch());
     }
 
     void act(const RangeStep& step) { phone_.range(step.beacons); }
@@ -229,7 +276,10 @@ private:
         step.enters ? phone_.enterBeaconRegion(step.uuid) : phone_.exitBeaconRegion(step.uuid);
     }
     void act(const BeaconRegionStateStep& step) { phone_.beaconRegionState(step.uuid, step.state); }
-    void act(const LocationStep& step) { phone_.setLocation(step.coordinate, step.accuracy); }
+    void act(const LocationStep& step) {
+        tellMoved(step.coordinate);
+        phone_.setLocation(step.coordinate, step.accuracy);
+    }
     void act(const RegionStep& step) {
         step.enters ? phone_.enterRegion(step.identifier) : phone_.exitRegion(step.identifier);
     }
@@ -258,8 +308,8 @@ private:
     }
     void act(const CloseWebPageStep&) { phone_.closeWebPage(); }
     void act(const PacketsStep&) {}  // its packets come one by one from the queue
+    void act(const WalkStep&) {}     // and so do the points of its track
     // Refused when the visit is read.
-    void act(const WalkStep&) {}
 
     void act(const AppStep& step) {
         switch (step.change) {
@@ -282,6 +332,7 @@ private:
 
     const Visit& visit_;
     TraceSink sink_;
+    const std::function<void(const Coordinate&, Duration)> moved_;
     const Deployment deployment_;
     std::unique_ptr<Backoffice> backoffice_;
     const ActionQueue::Recordings recordings_;
@@ -315,6 +366,10 @@ Replay::~Replay() = default;
 
 bool Replay::play() {
     return player_->play();
+}
+
+WallTime Replay::now() const {
+    return player_->now();
 }
 
 }  // namespace quomi::tool

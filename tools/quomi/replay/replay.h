@@ -4,6 +4,7 @@
 #include "tools/quomi/visit/visit.h"
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,6 +16,8 @@ struct ReplayOptions {
     std::filesystem::path state;
     /// Base URL of a running server to use instead of the visit's back office.
     std::optional<std::string> backoffice;
+    /// Told of every position of the device as it comes, before anybody else hears of it.
+    std::function<void(const Coordinate& place, Duration at)> moved;
 };
 
 /// Plays one visit through the real SDK on a simulated phone under its virtual clock, and writes the trace.
@@ -33,6 +36,9 @@ public:
 
     /// Plays to the visit's end. False when the app did not come to rest at some instant.
     bool play();
+
+    /// The phone's wall clock.
+    [[nodiscard]] WallTime now() const;
 
 private:
     class Player;

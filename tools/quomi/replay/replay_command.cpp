@@ -2,6 +2,7 @@
 
 #include "quomi/api/url.h"
 #include "tools/quomi/backoffice/campaign.h"
+#include "tools/quomi/replay/geojson.h"
 #include "tools/quomi/replay/replay.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/timeline.h"
@@ -27,6 +28,7 @@ constexpr int kNotValid = 2;
 struct Arguments {
     std::string visit;
     bool json = false;
+    std::optional<std::string> geojson;
     ReplayOptions options;
 };
 
@@ -35,7 +37,7 @@ void complain(std::ostream& err, const std::string& what) {
 }
 
 /// Options of the format that this version does not have. Known to the parser, so that the answer can say so.
-constexpr const char* kNotYet[] = {"--geojson", "--map"};
+constexpr const char* kNotYet[] = {"--map"};
 
 /// Either the arguments or the exit status with which there is nothing left to do.
 std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
@@ -51,6 +53,8 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
     const auto* backofficeOption =
         app.add_option("--backoffice", backoffice, "Use a running server instead of the visit's own back office")
             ->type_name("URL");
+    app.add_option("--geojson", parsed.geojson, "Write track, places and events as GeoJSON to this file")
+        ->type_name("OUT");
     for (const char* option : kNotYet) app.add_option(option, ignored)->group("");
     try {
         std::reverse(args.begin(), args.end());
@@ -84,7 +88,7 @@ std::string textOf(const boost::json::object& object, const char* key) {
     return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
 }
 
-/// People's names for the beacons of the visit's campaign.
+/// People's names for the beacons and geofences of the visit's campaign.
 Labels labelsOf(const Visit& visit) {
     Labels labels;
     const auto* backoffice = std::get_if<CampaignBackoffice>(&visit.backoffice);
@@ -100,8 +104,46 @@ Labels labelsOf(const Visit& visit) {
         if (!uuid || major == nullptr || minor == nullptr || !major->is_int64() || !minor->is_int64()) continue;
         labels[fmt::format("{}/{}-{}", uuid->string(), major->get_int64(), minor->get_int64())] = name;
     }
+    for (const auto& geofence : campaign->geofences()) {
+        const auto name = textOf(geofence.get_object(), "name");
+        if (!name.empty()) labels.emplace(textOf(geofence.get_object(), "id"), name);
+    }
     return labels;
 }
+
+int cannotWrite(std::ostream& err, const std::string& file) {
+    complain(err, fmt::format("--geojson: {} cannot be written", file.empty() ? "a file without a name" : file));
+    return kFailed;
+}
+
+/// The trace also as GeoJSON, if that was asked for.
+class Drawing {
+public:
+    Drawing(const Visit& visit, const std::optional<std::string>& path) {
+        if (!path) return;
+        map_.emplace(visit);
+        file_.emplace(*path);
+    }
+
+    [[nodiscard]] bool canBeWritten() const { return !file_ || file_->canBeWritten(); }
+
+    void listen(ReplayOptions& options, TraceSink& sink) {
+        if (!map_) return;
+        options.moved = [this](const Coordinate& place, Duration at) { map_->moved(place, at); };
+        sink = [this, show = std::move(sink)](const boost::json::object& record) {
+            if (replay_ != nullptr) map_->record(record, replay_->now());
+            show(record);
+        };
+    }
+    void follow(const Replay& replay) { replay_ = &replay; }
+
+    bool write() { return !map_ || file_->complete(map_->text()); }
+
+private:
+    std::optional<GeoJson> map_;
+    std::optional<NewFile> file_;
+    const Replay* replay_ = nullptr;
+};
 
 }  // namespace
 
@@ -125,17 +167,23 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
     };
     TraceSink sink = [&out](const boost::json::object& record) { out << traceLine(record) << '\n'; };
     if (!arguments.json) sink = [&shown](const boost::json::object& record) { shown().record(record); };
-    const auto replay = Replay::prepare(*visit, arguments.options, std::move(sink), &error);
+    Drawing drawing(*visit, arguments.geojson);
+    auto options = arguments.options;
+    drawing.listen(options, sink);
+    const auto replay = Replay::prepare(*visit, options, std::move(sink), &error);
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;
     }
+    drawing.follow(*replay);
+    if (!drawing.canBeWritten()) return cannotWrite(err, *arguments.geojson);
     if (!arguments.json) shown();
     if (!replay->play()) {
         err << visit->file << ": the app did not come to rest\n";
         return kFailed;
     }
     if (timeline) timeline->finish();
+    if (!drawing.write()) return cannotWrite(err, *arguments.geojson);
     out.flush();
     return out ? kPlayed : kFailed;
 }

@@ -6,8 +6,8 @@
 
 namespace quomi::tool {
 
-/// `quomi replay VISIT.json [--json] [--state DIR] [--backoffice URL]`: plays a visit and shows its timeline, or
-/// writes its trace as JSON lines.
+/// `quomi replay VISIT.json [--json] [--state DIR] [--geojson OUT] [--backoffice URL]`: plays a visit and shows its
+/// timeline, or writes its trace as JSON lines; and writes what happened where as GeoJSON.
 class ReplayCommand {
 public:
     /// `colour`: whether the timeline may use it, which is the case for a terminal.

@@ -111,6 +111,7 @@ public:
         print("");
         print(painted("Summary", "\x1b[1m") + fmt::format("  {}", spanText(summary_.seconds())));
         printBeacons();
+        printWay();
         print(fmt::format("  events    {} logged, {} uploaded", summary_.eventsLogged(), summary_.eventsUploaded()));
         printRequests();
         printErrors();
@@ -153,6 +154,13 @@ private:
     }
 
     static std::string spanOrDash(double seconds) { return seconds > 0 ? spanText(seconds) : "-"; }
+
+    void printWay() {
+        const auto& way = summary_.way();
+        if (way.positions + way.entered + way.left == 0) return;
+        print(fmt::format("  way       {} positions, {:.1f} km; geofences: {} entered, {} left", way.positions,
+                          way.metres / 1000, way.entered, way.left));
+    }
 
     void printRequests() {
         std::string text;

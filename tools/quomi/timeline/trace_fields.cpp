@@ -94,6 +94,11 @@ std::string textOf(const json::object& record, std::string_view key) {
     return textOf(fieldOf(record, key));
 }
 
+Coordinate placeOf(const json::object& record) {
+    const auto& at = objectOf(record, "location");
+    return {numberOf(at, "lat", 0), numberOf(at, "lng", 0)};
+}
+
 std::string_view kindOf(const json::object& record) {
     const auto known = std::find_if(kKinds.begin(), kKinds.end(), [&](auto kind) { return record.contains(kind); });
     if (known != kKinds.end()) return *known;

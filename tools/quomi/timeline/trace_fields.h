@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/platform/location.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -21,6 +23,9 @@ namespace quomi::tool {
 /// as JSON.
 [[nodiscard]] std::string textOf(const boost::json::value& value);
 [[nodiscard]] std::string textOf(const boost::json::object& record, std::string_view key);
+
+/// Where a record's `location` lies; zeros for what is no number.
+[[nodiscard]] Coordinate placeOf(const boost::json::object& record);
 
 /// The key that names the record's kind; empty when there is none.
 [[nodiscard]] std::string_view kindOf(const boost::json::object& record);

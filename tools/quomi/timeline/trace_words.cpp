@@ -1,5 +1,6 @@
 #include "tools/quomi/timeline/trace_words.h"
 
+#include "quomi/location/location_utils.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 constexpr std::size_t kLongestURL = 90;
 constexpr std::size_t kLongestText = 160;
+constexpr double kShownMove = 100;  // metres
 
 std::int64_t proximityOf(const json::object& record) {
     const auto proximity = numberOf(objectOf(record, "userInfo"), "proximity", 0);
@@ -208,9 +210,10 @@ TraceWords::Line TraceWords::geofence(const Record& record) {
 }
 
 TraceWords::Line TraceWords::location(const Record& record) {
-    const auto& at = objectOf(record, "location");
-    return TraceLine{"⌖", "location", Tone::plain,
-                     fmt::format("{:.5f}, {:.5f}", numberOf(at, "lat", 0), numberOf(at, "lng", 0))};
+    const auto place = placeOf(record);
+    if (shownPlace_ && QuomiLocationUtils::calculateDistance(*shownPlace_, place) < kShownMove) return std::nullopt;
+    shownPlace_ = place;
+    return TraceLine{"⌖", "location", Tone::plain, fmt::format("{:.5f}, {:.5f}", place.latitude, place.longitude)};
 }
 
 TraceWords::Line TraceWords::loggedEvent(const Record& record) {

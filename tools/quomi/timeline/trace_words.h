@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/platform/location.h"
 #include "tools/quomi/timeline/beacon_names.h"
 
 #include <cstdint>
@@ -30,8 +31,8 @@ class TraceWords {
 public:
     explicit TraceWords(const BeaconNames& names);
 
-    /// Empty for what would only flood: pings, updates within a proximity class, logged events that repeat the line
-    /// before. `seconds` is the record's time.
+    /// Empty for what would only flood: pings, updates within a proximity class, positions less than 100 m from the one
+    /// shown before, logged events that repeat the line before. `seconds` is the record's time.
     [[nodiscard]] std::optional<TraceLine> describe(const boost::json::object& record, double seconds);
 
 private:
@@ -87,6 +88,7 @@ private:
     std::map<std::string, Visible, std::less<>> visible_;
     std::deque<Sent> sent_;
     std::string home_;  ///< scheme and host of the first request; left out of later lines
+    std::optional<Coordinate> shownPlace_;
     double now_ = 0;
 };
 

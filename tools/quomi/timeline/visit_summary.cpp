@@ -1,8 +1,10 @@
 #include "tools/quomi/timeline/visit_summary.h"
 
+#include "quomi/location/location_utils.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 
 namespace quomi::tool {
@@ -53,6 +55,12 @@ void VisitSummary::delegate(const json::object& record) {
         beaconSeen(record, false);
     else if (name == "didLoseBeaconSignal")
         beaconLost(record);
+    else if (name == "didReceiveLocationChange")
+        moved(record);
+    else if (name == "didReceiveEnterRegionNotification")
+        ++way_.entered;
+    else if (name == "didReceiveExitRegionNotification")
+        ++way_.left;
     else if (name == "didLogEvent")
         ++eventsLogged_;
     else if (name == "didReceiveErrorNotification")
@@ -81,6 +89,14 @@ void VisitSummary::beaconLost(const json::object& record) {
         settle(open.mapped());
         ++beacons_[open.mapped().index].lost;
     }
+}
+
+void VisitSummary::moved(const json::object& record) {
+    const auto place = placeOf(record);
+    const double metres = place_ ? QuomiLocationUtils::calculateDistance(*place_, place) : 0;
+    if (std::isfinite(metres)) way_.metres += metres;
+    ++way_.positions;
+    place_ = place;
 }
 
 void VisitSummary::settle(Open& open) {

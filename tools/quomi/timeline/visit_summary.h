@@ -1,9 +1,12 @@
 #pragma once
 
+#include "quomi/platform/location.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,6 +27,14 @@ struct BeaconStay {
     double immediate = 0;  ///< of that, while immediate
 };
 
+/// Where the device was, as the app heard of it.
+struct Way {
+    std::size_t positions = 0;
+    double metres = 0;  ///< from each position to the next
+    std::size_t entered = 0;
+    std::size_t left = 0;  ///< geofences
+};
+
 /// Adds up a trace. Records come in order; the numbers stand after `finish`.
 class VisitSummary {
 public:
@@ -34,6 +45,7 @@ public:
     [[nodiscard]] double seconds() const { return now_; }
     /// In the order in which they were first seen.
     [[nodiscard]] const std::vector<BeaconStay>& beacons() const { return beacons_; }
+    [[nodiscard]] const Way& way() const { return way_; }
     [[nodiscard]] std::size_t eventsLogged() const { return eventsLogged_; }
     /// Events of uploaded batches that were answered with a status 2xx.
     [[nodiscard]] std::size_t eventsUploaded() const { return eventsUploaded_; }
@@ -58,6 +70,7 @@ private:
     void delegate(const boost::json::object& record);
     void beaconSeen(const boost::json::object& record, bool found);
     void beaconLost(const boost::json::object& record);
+    void moved(const boost::json::object& record);
     void settle(Open& open);
     void endStays();
     void request(const boost::json::object& record);
@@ -65,6 +78,8 @@ private:
     void noteError(const boost::json::object& record);
 
     std::vector<BeaconStay> beacons_;
+    Way way_;
+    std::optional<Coordinate> place_;
     std::map<std::string, std::size_t, std::less<>> indexOf_;
     std::map<std::string, Open, std::less<>> open_;
     std::deque<Sent> sent_;

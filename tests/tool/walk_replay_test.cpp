@@ -1,0 +1,211 @@
+#include "quomi/location/location_utils.h"
+#include "tests/tool/replay_support.h"
+#include "tools/quomi/replay/geojson.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+namespace {
+
+namespace json = boost::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const std::filesystem::path kTracks = QUOMI_SHARED_DATA_DIR "/tracks";
+const std::string kTown = QUOMI_SOURCE_DIR "/examples/town/visit.json";
+
+std::string readFile(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+json::array featuresOf(const std::filesystem::path& path) {
+    const auto collection = json::parse(readFile(path));
+    EXPECT_EQ(collection.at("type"), "FeatureCollection");
+    return collection.at("features").as_array();
+}
+
+/// The features' kinds, with what an event was, and how many there are of each.
+std::map<std::string, int> kindsOf(const json::array& features) {
+    std::map<std::string, int> kinds;
+    for (const auto& feature : features) {
+        EXPECT_EQ(feature.at("type"), "Feature");
+        const auto& properties = feature.at("properties").as_object();
+        std::string kind(properties.at("kind").as_string());
+        if (kind == "event") {
+            kind = std::string(properties.at("record").as_string());
+            if (properties.at("value").is_string()) kind += ' ' + std::string(properties.at("value").as_string());
+        }
+        ++kinds[kind];
+    }
+    return kinds;
+}
+
+/// Along the equator past the beacon of `world`, a point every ten seconds from 500 m before it.
+std::string passingTrack() {
+    std::string points;
+    for (int i = 0; i <= 20; ++i) {
+        points += fmt::format("<trkpt lat='0' lon='{}'><time>2020-01-01T00:{:02}:{:02}Z</time></trkpt>",
+                              10 + (i * 50 - 500) / 111319.49, i * 10 / 60, i * 10 % 60);
+    }
+    return "<gpx version='1.1'><trk><trkseg>" + points + "</trkseg></trk></gpx>";
+}
+
+class WalkReplayTest : public testing::Test {
+protected:
+    WalkReplayTest() { bench_.write("track.gpx", passingTrack()); }
+
+    static json::object visit(std::string_view timeline) {
+        auto visit = shopVisit(timeline);
+        visit["world"] = asJson(fmt::format(
+            R"({{"beacons": [{{"uuid": "{}", "major": 1, "minor": 7, "lat": 0, "lng": 10}}]}})", kShopUUID));
+        return visit;
+    }
+
+    ReplayBench bench_;
+};
+
+TEST_F(WalkReplayTest, ADeviceThatWalksPastABeaconFindsAndLosesIt) {
+    const auto played = bench_.play(visit(R"([{"at": 0, "call": "start"}, {"at": 2, "walk": {"gpx": "track.gpx"}}])"));
+    EXPECT_EQ(played.status, 0);
+    // 5 m a second, heard within 45.7 m of the beacon, that is from 91 to 109 s of the walk.
+    EXPECT_THAT(played.lines("delegate didFindNewBeacon"), ElementsAre("93.05 delegate didFindNewBeacon 1-7"));
+    EXPECT_THAT(played.lines("delegate didLoseBeaconSignal"), ElementsAre("116.05 delegate didLoseBeaconSignal 1-7"));
+    const auto exits = played.lines("delegate didExitBeaconRegion");
+    ASSERT_EQ(exits.size(), 1U);
+    EXPECT_THAT(exits[0], testing::StartsWith("141 "));
+    const auto faster =
+        bench_.play(visit(R"([{"at": 0, "call": "start"}, {"at": 2, "walk": {"gpx": "track.gpx", "speed": 4}}])"));
+    EXPECT_THAT(faster.lines("delegate didFindNewBeacon"), ElementsAre("25.05 delegate didFindNewBeacon 1-7"));
+}
+
+TEST_F(WalkReplayTest, ATrackThatCannotBePlayedIsRefusedWithItsPlace) {
+    bench_.write("track.gpx", "<gpx version='1.1'>\n<trk><trkseg><trkpt lat='91' lon='0'/></trkseg></trk></gpx>");
+    const auto file = bench_.write("v.json", json::serialize(visit(R"([{"at": 0, "walk": {"gpx": "track.gpx"}}])")));
+    const auto run = bench_.run({file.string()});
+    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, fmt::format("{}: $.timeline[0].walk.gpx: {}:2: lat: expected degrees from -90 to 90, found "
+                                   "\"91\"\n",
+                                   file.string(), (bench_.folder() / "track.gpx").string()));
+}
+
+TEST_F(WalkReplayTest, GeoJsonTellsWhereTheDeviceWas) {
+    const auto out = bench_.folder() / "out.geojson";
+    auto told = visit(R"([{"at": 0, "call": "start"}, {"at": 1, "location": {"lat": -1, "lng": 179.5, "accuracy": 5}},
+        {"at": 2, "clock": 3600}, {"at": 2, "call": "logEvent", "with": {"a": 1}},
+        {"at": 3, "location": {"lat": -2, "lng": -179.5, "accuracy": 5}}])");
+    answersOf(told).erase("POST /u_app_users/find_or_create_by_udid.json");
+    EXPECT_EQ(bench_.play(told, {"--geojson", out.string()}).status, 0);
+    const auto features = featuresOf(out);
+    EXPECT_THAT(kindsOf(features), testing::IsSupersetOf({std::pair<const std::string, int>{"track", 1},
+                                                          {"beacon", 1},
+                                                          {"response", 2},
+                                                          {"delegate didLogEvent", 1}}));
+    EXPECT_EQ(features[0].at("geometry"), asJson(R"({"type": "MultiLineString", "coordinates": [
+        [[179.5, -1], [180, -1.5]], [[-180, -1.5], [-179.5, -2]]]})"));
+    EXPECT_EQ(features[0].at("properties").at("times"), asJson("[[1, 2], [2, 3]]"));
+    for (const auto& feature : features) {
+        const auto& properties = feature.at("properties").as_object();
+        if (properties.contains("value") && properties.at("value") == "didLogEvent") {
+            EXPECT_EQ(feature.at("geometry"), asJson(R"({"type": "Point", "coordinates": [179.5, -1]})"));
+            EXPECT_EQ(properties.at("time"), "2026-11-21T09:30:02.000Z");
+        }
+        if (properties.contains("value") && properties.at("value") == 404 &&
+            properties.at("t").to_number<double>() < 1) {
+            EXPECT_TRUE(feature.at("geometry").is_null());
+        }
+    }
+}
+
+TEST_F(WalkReplayTest, AGeoJsonFileThatCannotBeWrittenIsAFailureAndLeavesWhatWasThere) {
+    const auto file = bench_.write("v.json", json::serialize(visit(R"([{"at": 0, "call": "start"}])"))).string();
+    const auto old = bench_.write("old.geojson", "old");
+    std::filesystem::create_symlink(old, bench_.folder() / "link");
+    for (const std::string out : {"/nowhere/out.geojson", "/dev/full", "", "/"}) {
+        const auto run = bench_.run({file, "--json", "--geojson", out});
+        EXPECT_EQ(run.status, 1) << out;
+        EXPECT_THAT(run.err, HasSubstr("cannot be written"));
+    }
+    EXPECT_EQ(bench_.run({(bench_.folder() / "no.json").string(), "--geojson", old.string()}).status, 2);
+    EXPECT_EQ(readFile(old), "old");
+    EXPECT_EQ(bench_.run({file, "--geojson", (bench_.folder() / "link").string()}).status, 0);
+    EXPECT_THAT(readFile(old), HasSubstr("FeatureCollection")) << "what the link names is replaced";
+    EXPECT_TRUE(std::filesystem::is_symlink(bench_.folder() / "link"));
+    EXPECT_FALSE(std::filesystem::exists(old.string() + ".tmp"));
+}
+
+TEST(GeoJsonTest, AGeofenceIsARingAtItsRadiusAndItsCenter) {
+    for (const Coordinate center : {Coordinate{53.5, -2.25}, {0, 0}, {-69, 179.99}}) {
+        for (const double metres : {1.0, 100.0, 5000.0}) {
+            const auto ring = tool::ringAround(center, metres, 64);
+            ASSERT_EQ(ring.size(), 65U);
+            EXPECT_EQ(ring.front(), ring.back());
+            double turns = 0;
+            for (std::size_t i = 0; i < 64; ++i) {
+                EXPECT_NEAR(QuomiLocationUtils::calculateDistance(center, ring[i]), metres, metres * 1e-4);
+                turns += (ring[i].longitude - center.longitude) * (ring[i + 1].latitude - center.latitude) -
+                         (ring[i + 1].longitude - center.longitude) * (ring[i].latitude - center.latitude);
+            }
+            EXPECT_GT(turns, 0) << "counter-clockwise";
+        }
+    }
+    tool::GeoJson map(tool::Visit{});
+    const auto asked =
+        asJson(R"({"t": 1, "monitor": "g", "region": {"identifier": "g", "lat": 1, "lng": 2, "radius": 9}})");
+    map.record(asked.as_object(), {});
+    map.record(asked.as_object(), {});
+    map.record(asJson(R"({"t": 1, "monitor": "b", "region": {"identifier": "b", "uuid": "u"}})").as_object(), {});
+    const auto whole = json::parse(map.text());
+    const auto& features = whole.at("features").as_array();
+    ASSERT_EQ(features.size(), 2U);
+    EXPECT_EQ(features[0].at("geometry").at("coordinates").at(0).as_array().size(), 65U);
+    EXPECT_EQ(features[1].at("geometry"), asJson(R"({"type": "Point", "coordinates": [2, 1]})"));
+    EXPECT_EQ(features[1].at("properties").at("radius"), 9);
+}
+
+TEST_F(WalkReplayTest, TheTownOfTheExamplesPlays) {
+    const auto out = bench_.folder() / "town.geojson";
+    const auto run = bench_.run({kTown, "--json", "--geojson", out.string()});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const auto features = featuresOf(out);
+    EXPECT_EQ(features[0].at("geometry").at("coordinates").as_array().size(), 102U);
+    EXPECT_EQ(kindsOf(features)["delegate didFindNewBeacon"], 1);
+    EXPECT_EQ(bench_.run({kTown, "--json"}).out, run.out) << "the same bytes, drawn or not";
+}
+
+TEST_F(WalkReplayTest, RecordedTracksPlayToTheirEnd) {
+    if (!std::filesystem::exists(kTracks)) GTEST_SKIP() << "the tracks are not here";
+    const std::map<std::string, std::pair<std::size_t, double>> tracks = {{"bus_limerick.gpx", {2144, 4476}},
+                                                                          {"bike_berkshire.gpx", {857, 2887}},
+                                                                          {"hike_alps_all_day.gpx", {3540, 36624}}};
+    for (const auto& [name, expected] : tracks) {
+        const auto out = bench_.folder() / "out.geojson";
+        const auto began = std::clock();
+        const auto played =
+            bench_.play(visit(fmt::format(R"([{{"at": 0, "call": "start"}}, {{"at": 0, "walk": {{"gpx": "{}"}}}}])",
+                                          (kTracks / name).string())),
+                        {"--geojson", out.string()});
+        EXPECT_LT(static_cast<double>(std::clock() - began) / CLOCKS_PER_SEC, 5.0) << "even with sanitizers";
+        EXPECT_EQ(played.status, 0);
+        const auto features = featuresOf(out);
+        const auto& track = features[0];
+        EXPECT_EQ(track.at("geometry").at("coordinates").as_array().size(), expected.first) << name;
+        EXPECT_EQ(track.at("properties").at("times").as_array().back().to_number<double>(), expected.second) << name;
+    }
+}
+
+}  // namespace
+}  // namespace quomi::test
