@@ -43,7 +43,8 @@ void removeFile(const fs::path& path, Files& files) {
 
 /// From here to the closing of the connection nobody else reads or writes the store, and all of it is in one file.
 void takeForOneself(SQLite::Database& store) {
-    store.exec("PRAGMA synchronous = FULL");
+    // Forces the directory too when a journal has been removed: none may be back beside the next file.
+    store.exec("PRAGMA synchronous = EXTRA");
     // Leaving the write-ahead log takes it into the file and removes it; busy when anyone else has the store open.
     if (store.execAndGet("PRAGMA journal_mode = DELETE").getString() != "delete") {
         throw SQLite::Exception("the store is in use", SQLITE_BUSY);

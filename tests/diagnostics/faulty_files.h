@@ -2,7 +2,6 @@
 
 #include "quomi/platform/files.h"
 
-#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -54,53 +53,6 @@ protected:
         return false;
     }
     Files& files_;
-};
-
-/// The files of a process that is killed in one of its changes to them. Every change after that one is refused; what
-/// the dead process still reads has no effect on anybody.
-class MortalFiles : public FilesWrapper {
-public:
-    /// Killed in the change with this number, counted from 0; when that is an append, after `bytes` of it.
-    MortalFiles(Files& files, std::size_t change, std::size_t bytes)
-        : FilesWrapper(files), remaining_(change), bytes_(bytes) {}
-
-    [[nodiscard]] bool isAlive() const { return alive_; }
-    /// Length of the append in which the process was killed; 0 when it was another change.
-    [[nodiscard]] std::size_t fatalAppend() const { return fatalAppend_; }
-
-    bool createDirectories(const Path& path, Code& error) override {
-        return change(error) && files_.createDirectories(path, error);
-    }
-    bool replace(const Path& path, std::string_view bytes, Code& error) override {
-        return change(error) && files_.replace(path, bytes, error);
-    }
-    bool append(const Path& path, std::string_view bytes, Code& error) override {
-        const bool wasAlive = alive_;
-        if (change(error)) return files_.append(path, bytes, error);
-        if (!wasAlive) return false;
-        fatalAppend_ = bytes.size();
-        files_.append(path, bytes.substr(0, bytes_), error);
-        return refuse(error);
-    }
-    bool truncate(const Path& path, std::uint64_t size, Code& error) override {
-        return change(error) && files_.truncate(path, size, error);
-    }
-    bool move(const Path& from, const Path& to, Code& error) override {
-        return change(error) && files_.move(from, to, error);
-    }
-    bool remove(const Path& path, Code& error) override { return change(error) && files_.remove(path, error); }
-
-private:
-    bool change(Code& error) {
-        if (alive_ && remaining_-- > 0) return true;
-        alive_ = false;
-        return refuse(error);
-    }
-
-    std::size_t remaining_;
-    std::size_t bytes_;
-    bool alive_ = true;
-    std::size_t fatalAppend_ = 0;
 };
 
 /// A full disk: appends take their first `room` bytes, and files for which `isFull` says so cannot be replaced.

@@ -1,0 +1,161 @@
+#include "quomi/data/event_upload.h"
+#include "quomi/platform/clock.h"
+#include "tests/durability/scenarios.h"
+
+#include <algorithm>
+#include <deque>
+#include <stdexcept>
+#include <utility>
+
+#include <boost/json/object.hpp>
+#include <boost/json/parse.hpp>
+#include <boost/json/value.hpp>
+#include <fmt/format.h>
+
+namespace quomi::test {
+
+namespace {
+
+constexpr int kSeeds = 51;   // one more than a batch
+constexpr int kFirst = 100;  // of the process that is killed
+constexpr int kOfNextLaunch = 120;
+
+/// With an inner object: the beginning of its line may end with a brace and is no event all the same.
+boost::json::object event(int number) {
+    return {{"n", number}, {"in", {{"é", boost::json::object()}}}, {"x", 1}};
+}
+
+/// A server that accepts what it is sent when it is told to, and keeps it.
+class Server final : public EventUploader {
+public:
+    explicit Server(Witness& witness) : witness_(witness) {}
+
+    void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
+                              std::function<void(const Error&)> /*failure*/) override {
+        witness_.handedOver = witness_.accepted;
+        if (first.empty()) first = records;
+        for (const auto& record : records) take(record);
+        waiting_.push_back(std::move(success));
+    }
+    void answerAll() {
+        for (; !waiting_.empty(); waiting_.pop_front()) waiting_.front()();
+    }
+
+    std::vector<QuomiDLog> first;
+    std::string strange;  ///< what nobody logged
+
+private:
+    void take(const QuomiDLog& record) {
+        boost::system::error_code failure;
+        const auto data = boost::json::parse(record.logData.value(), failure);
+        const auto* number = data.is_object() ? data.get_object().if_contains("n") : nullptr;
+        if (number != nullptr && data == event(number->to_number<int>())) {
+            ++witness_.uploads.at(number->to_number<std::size_t>());
+        } else {
+            strange = record.logData.value();
+        }
+    }
+
+    Witness& witness_;
+    std::deque<std::function<void()>> waiting_;
+};
+
+/// The part of the store that logs and uploads, in one launch of the app.
+class Launch {
+public:
+    Launch(const Platform& platform, Witness& witness)
+        : platform_(platform), witness_(witness), server_(witness), loop_(platform) {
+        loop_.setUploader(&server_);
+    }
+
+    void log(int number) {
+        if (loop_.logEvent(event(number), platform_.clock.now())) {
+            witness_.accepted.at(static_cast<std::size_t>(number)) = true;
+        }
+    }
+    void upload() {
+        loop_.uploadLogsInBatches();
+        server_.answerAll();
+    }
+    [[nodiscard]] const Server& server() const { return server_; }
+
+private:
+    const Platform& platform_;
+    Witness& witness_;
+    Server server_;
+    EventUploadLoop loop_;
+};
+
+void logSeeds(const Platform& platform) {
+    Witness witness;
+    Launch launch(platform, witness);
+    for (int number = 0; number < kSeeds; ++number) launch.log(number);
+    if (!witness.accepted[kSeeds - 1]) throw std::runtime_error("the seeds could not be logged");
+}
+
+void logAndUpload(const Platform& platform, Witness& witness) {
+    std::fill_n(witness.accepted.begin(), kSeeds, true);
+    witness.handedOver = witness.accepted;
+    Launch launch(platform, witness);
+    launch.log(kFirst);
+    launch.upload();
+    launch.log(kFirst + 1);
+    launch.upload();
+    launch.log(kFirst + 2);
+}
+
+std::vector<QuomiDLog> batchFile(const Platform& platform) {
+    QuomiDLogger logger(platform.files, platform.clock, platform.console);
+    return logger.getBatchOfQuomiDLogsFromTmpFile().value_or(std::vector<QuomiDLog>());
+}
+
+/// Launches the app again and lets it send all that it has.
+std::string complaintOfLaunch(const Platform& platform, Witness& witness, LogsFirst logsFirst) {
+    const auto batch = batchFile(platform);
+    Launch launch(platform, witness);
+    if (logsFirst == LogsFirst::yes) launch.log(kOfNextLaunch);
+    launch.upload();
+    if (logsFirst == LogsFirst::no) launch.log(kOfNextLaunch);
+    launch.upload();
+    if (!batch.empty() && launch.server().first != batch) return "the batch in the batch file was not sent first";
+    if (!launch.server().strange.empty()) return "nobody logged " + launch.server().strange;
+    return "";
+}
+
+std::string complaintOfUploads(const Witness& witness, const std::array<bool, Witness::kEvents>& owed,
+                               int mostUploads) {
+    std::size_t repeats = 0;
+    for (std::size_t number = 0; number < Witness::kEvents; ++number) {
+        const int uploads = witness.uploads[number];
+        if (owed[number] && uploads == 0) return fmt::format("lost {}", number);
+        if (uploads > mostUploads) return fmt::format("{} arrived {} times", number, uploads);
+        repeats += uploads > 1 ? 1 : 0;
+    }
+    if (mostUploads == 2 && repeats > QuomiDLogger::kBatchSize) return "more than a batch arrived twice";
+    if (!witness.accepted[kOfNextLaunch]) return "the next launch could not log";
+    return witness.uploads[kOfNextLaunch] == 1 ? "" : "the next launch's own event was affected";
+}
+
+}  // namespace
+
+Scenario loggingAndUploading(LogsFirst logsFirst) {
+    return {.name = logsFirst == LogsFirst::yes ? "events, the next launch logs first" : "events",
+            .prepare = logSeeds,
+            .act = logAndUpload,
+            .verify =
+                [logsFirst](const Platform& platform, const Witness& seen) {
+                    Witness witness = seen;
+                    std::fill_n(witness.accepted.begin(), kSeeds, true);  // it may have been killed at its first call
+                    const auto complaint = complaintOfLaunch(platform, witness, logsFirst);
+                    return complaint.empty() ? complaintOfUploads(witness, witness.accepted, 2) : complaint;
+                },
+            .everyByte = true};
+}
+
+std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads) {
+    const auto owed = witness.handedOver;
+    const auto complaint = complaintOfLaunch(platform, witness, LogsFirst::no);
+    return complaint.empty() ? complaintOfUploads(witness, owed, mostUploads) : complaint;
+}
+
+}  // namespace quomi::test

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "tests/durability/kill_walk.h"
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace quomi {
+struct QuomiStatusInfo;
+}
+
+namespace quomi::test {
+
+/// Opening, migrating, saving: after the kill the store is the old or the new one, whole, and holds every save that
+/// returned.
+[[nodiscard]] std::vector<Scenario> openingScenarios();
+[[nodiscard]] std::vector<Scenario> migrationScenarios();
+[[nodiscard]] std::vector<Scenario> savingScenarios();
+
+/// The building blocks, for the faulty variants.
+[[nodiscard]] std::filesystem::path storePath(const Platform& platform);
+[[nodiscard]] Scenario migrationStep(int version);
+using SaveStatus = std::function<void(const Platform&, const QuomiStatusInfo&)>;
+[[nodiscard]] Scenario savingStatus(const SaveStatus& save);
+/// Writes one generation into every beacon of the store, all of them or none.
+using BulkUpdate = std::function<void(const Platform&, int generation)>;
+[[nodiscard]] Scenario bulkUpdating(const BulkUpdate& update);
+
+/// Where the next process logs an event of its own.
+enum class LogsFirst { yes, no };
+
+/// A process logs, hands over batches and has them uploaded. After the kill every accepted event arrives, a batch in
+/// the batch file first and as it is, at most one batch repeats, and nothing arrives that nobody logged.
+[[nodiscard]] Scenario loggingAndUploading(LogsFirst logsFirst);
+
+/// What the next launch after a loss of power may miss besides: events that were accepted after the last hand-over.
+/// Each event arrives at most `mostUploads` times.
+[[nodiscard]] std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads);
+
+}  // namespace quomi::test
