@@ -22,7 +22,7 @@ namespace quomi::test {
 /// The building blocks, for the faulty variants.
 [[nodiscard]] std::filesystem::path storePath(const Platform& platform);
 [[nodiscard]] Scenario migrationStep(int version);
-using SaveStatus = std::function<void(const Platform&, const QuomiStatusInfo&)>;
+using SaveStatus = std::function<void(const Platform&, int generation)>;
 [[nodiscard]] Scenario savingStatus(const SaveStatus& save);
 /// Writes one generation into every beacon of the store, all of them or none.
 using BulkUpdate = std::function<void(const Platform&, int generation)>;

@@ -113,11 +113,10 @@ SQLite::Database connect(const Platform& platform) {
     return SQLite::Database(storePath(platform).string(), SQLite::OPEN_READWRITE);
 }
 
-void saveStatusInTwoChanges(const Platform& platform, const QuomiStatusInfo& status) {
+void saveStatusInTwoChanges(const Platform& platform, int generation) {
     auto database = connect(platform);
     database.exec("DELETE FROM QuomiStatusInfo");
-    database.exec(fmt::format("INSERT INTO QuomiStatusInfo (globalTriggersCount, globalMaxEvents) VALUES ({}, {})",
-                              status.globalTriggersCount, status.globalMaxEvents));
+    database.exec(fmt::format("INSERT INTO QuomiStatusInfo (globalTriggersCount, globalMaxEvents) VALUES ({0}, {0})", generation));
 }
 
 void updateEachBeacon(SQLite::Database& database, int generation) {

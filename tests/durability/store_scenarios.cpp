@@ -3,6 +3,7 @@
 #include "quomi/data/schema_versions.h"
 #include "quomi/platform/files.h"
 #include "tests/data/migration_support.h"
+#include "tests/data/store_support.h"
 #include "tests/durability/scenarios.h"
 
 #include <stdexcept>
@@ -23,10 +24,8 @@ void require(bool done, const char* what) {
     if (!done) throw std::runtime_error(what);
 }
 
-QuomiStatusInfo statusOf(int generation) {
-    QuomiStatusInfo status;
+void setStatus(QuomiStatusInfo& status, int generation) {
     status.globalTriggersCount = status.globalMaxEvents = generation;
-    return status;
 }
 
 std::unique_ptr<QuomiData> open(const Platform& platform, const QuomiErrors& errors) {
@@ -113,8 +112,11 @@ void leaveHotLog(const Platform& platform) {
     const bool killed = runAndKill([&platform] {
         const QuomiErrors errors(platform.localization);
         static const auto data = open(platform, errors);  // nobody closes it
-        require(data->insertOrUpdateApplication({"in the log", "n", "s", "v", "none", 1}), "writing");
-        for (int i = 1; i <= kSaves; ++i) require(data->saveSDKStatusInfo(statusOf(i)), "writing");
+        require(data->insertOrUpdateApplication(record("in the log")), "writing");
+        for (int i = 1; i <= kSaves; ++i) {
+            setStatus(*data->getSDKStatusInfo(), i);
+            require(data->saveContext(), "writing");
+        }
     });
     require(killed && fs::file_size(storePath(platform).string() + "-wal") > 0, "leaving a log");
 }
@@ -154,24 +156,31 @@ auto savingOf(const Save& save) {
     };
 }
 
-void saveStatus(const Platform& platform, const QuomiStatusInfo& status) {
+void saveStatus(const Platform& platform, int generation) {
     const QuomiErrors errors(platform.localization);
-    require(open(platform, errors)->saveSDKStatusInfo(status), "saving");
+    const auto data = open(platform, errors);
+    const auto status = data->getSDKStatusInfo();
+    require(status != nullptr, "reading");
+    setStatus(*status, generation);
+    require(data->saveContext(), "saving");
 }
 
-/// All that is known here of how the beacons of a download get into the store.
+/// A download of all beacons, each with a rule, named after the generation.
 void updateBeacons(const Platform& platform, int generation) {
     const QuomiErrors errors(platform.localization);
-    const auto store = StoreFile::open(storePath(platform), false, platform.files, errors, nullptr);
-    const auto updateAll = [&] {
-        for (int key = 1; key <= kBeacons; ++key) {
-            auto& statement = store->statement("UPDATE QuomiBeaconData SET name = ? WHERE _id = ?");
-            statement.bind(1, std::to_string(generation));
-            statement.bind(2, key);
-            statement.exec();
-        }
+    const auto data = open(platform, errors);
+    int count = 0;
+    const auto next = [&]() -> std::shared_ptr<QuomiBeaconData> {
+        if (count == kBeacons) return nullptr;
+        auto beacon = std::make_shared<QuomiBeaconData>();
+        beacon->beaconId = std::to_string(++count);
+        beacon->name = std::to_string(generation);
+        auto rule = std::make_shared<QuomiBeaconRuleWithActions>();
+        rule->ruleId = beacon->beaconId;
+        beacon->addActionObject(rule);
+        return beacon;
     };
-    require(store != nullptr && store->change(updateAll), "updating");
+    require(data->insertOrUpdateBeacons(next) == kBeacons && data->saveContext(), "updating");
 }
 
 }  // namespace
@@ -228,12 +237,9 @@ std::vector<Scenario> migrationScenarios() {
 }
 
 Scenario savingStatus(const SaveStatus& save) {
-    const auto saveGeneration = [save](const Platform& platform, int generation) {
-        save(platform, statusOf(generation));
-    };
     return {.name = "saving the status",
-            .prepare = [](const Platform& platform) { saveStatus(platform, {}); },
-            .act = savingOf(saveGeneration),
+            .prepare = [](const Platform& platform) { saveStatus(platform, 0); },
+            .act = savingOf(save),
             .verify = complaintOfStatus};
 }
 
@@ -241,7 +247,8 @@ Scenario bulkUpdating(const BulkUpdate& update) {
     return {.name = "updating all beacons",
             .prepare =
                 [](const Platform& platform) {
-                    make(platform, kCurrentVersionNumber, kBeacons);
+                    std::error_code ignored;
+                    platform.files.createDirectories(storePath(platform).parent_path(), ignored);
                     updateBeacons(platform, 0);
                 },
             .act = savingOf(update),
