@@ -3,6 +3,7 @@
 #include "quomi/util/json_readers.h"
 #include "quomi/util/text.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quomi::simulated {
@@ -12,10 +13,16 @@ namespace {
 /// What the task and the completion of one request share.
 struct Exchange {
     std::string url;
+    bool asksForJson = false;
     bool ended = false;
 };
 
-ResponseOutcome outcomeOf(const HttpResult& result) {
+bool asksForJson(const HttpRequest& request) {
+    const HttpHeaders::value_type json("Accept", "application/json");
+    return std::find(request.headers.begin(), request.headers.end(), json) != request.headers.end();
+}
+
+ResponseOutcome outcomeOf(const HttpResult& result, bool asksForJson) {
     if (const auto* failure = std::get_if<HttpFailure>(&result)) {
         switch (failure->kind) {
             case HttpFailureKind::timeout:
@@ -29,7 +36,7 @@ ResponseOutcome outcomeOf(const HttpResult& result) {
     }
     const auto& response = std::get<HttpResponse>(result);
     const bool isSuccess = response.status >= 200 && response.status < 300;
-    if (isSuccess && !trimmed(response.body).empty() && !parseJson(response.body)) return "invalid";
+    if (asksForJson && isSuccess && !trimmed(response.body).empty() && !parseJson(response.body)) return "invalid";
     return response.status;
 }
 
@@ -59,11 +66,11 @@ ObservedTransport::ObservedTransport(HttpTransport& transport, const PhoneObserv
 
 std::unique_ptr<HttpTask> ObservedTransport::send(HttpRequest request, Completion completion) {
     tell(observer_.request, request);
-    auto exchange = std::make_shared<Exchange>(Exchange{request.url});
+    auto exchange = std::make_shared<Exchange>(Exchange{request.url, asksForJson(request)});
     auto task = std::make_unique<ObservedTask>(exchange, observer_);
     task->carry(transport_.send(std::move(request), [this, exchange, completion = std::move(completion)](auto result) {
         exchange->ended = true;
-        if (observer_.response) tell(observer_.response, exchange->url, outcomeOf(result));
+        if (observer_.response) tell(observer_.response, exchange->url, outcomeOf(result, exchange->asksForJson));
         // Running the completion may drop the task, and with it this function.
         const auto running = completion;
         if (running) running(std::move(result));

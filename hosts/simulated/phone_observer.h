@@ -14,7 +14,8 @@
 namespace quomi::simulated {
 
 /// How a request ended: the status of its answer, or one of the words "connection", "timeout", "tls" (no answer),
-/// "cancelled" (dropped by who sent it) and "invalid" (a status from 200 to 299 with a body neither blank nor JSON).
+/// "cancelled" (dropped by who sent it) and "invalid" (a status from 200 to 299 with a body neither blank nor JSON,
+/// where JSON was asked for).
 using ResponseOutcome = std::variant<int, std::string>;
 
 /// Is told of everything that the app does to its simulated phone, in the order in which it happens. All empty at

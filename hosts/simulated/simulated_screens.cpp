@@ -10,6 +10,7 @@ struct SimulatedScreens::Page {
     WebPageEvents events;
     std::string url;
     bool owned = true;  // events end with whoever owns the page
+    bool isLoading = false;
 };
 
 class SimulatedScreens::OwnedPage final : public WebPage {
@@ -25,8 +26,11 @@ public:
     void load(const std::string& url) override {
         page_->url = url;
         tell(screens_.observer_.webPage, url);
+        screens_.post(page_, &WebPageEvents::loadDidStart);
+        screens_.post(page_, &WebPageEvents::loadDidEnd);
     }
     void dismiss() override { screens_.takeAway(page_); }
+    void showActivity(bool shown) override { page_->isLoading = shown; }
 
 private:
     SimulatedScreens& screens_;
@@ -46,11 +50,19 @@ std::shared_ptr<Screen> SimulatedScreens::makeBusyScreen() {
 
 bool SimulatedScreens::closeWebPage() {
     if (pages_.empty()) return false;
-    loop_.post([page = pages_.back()] {
-        const auto closeRequested = page->events.closeRequested;
-        if (page->owned) tell(closeRequested);
-    });
+    post(pages_.back(), &WebPageEvents::closeRequested);
     return true;
+}
+
+void SimulatedScreens::post(const std::shared_ptr<Page>& page, std::function<void()> WebPageEvents::*event) {
+    loop_.post([page, event] {
+        const auto told = page->events.*event;
+        if (page->owned) tell(told);
+    });
+}
+
+bool SimulatedScreens::isLoading() const {
+    return !pages_.empty() && pages_.back()->isLoading;
 }
 
 std::string SimulatedScreens::shownURL() const {
@@ -65,10 +77,7 @@ std::unique_ptr<WebPage> SimulatedScreens::presentWebPage(const std::shared_ptr<
     presenter->present(std::move(container));
     auto page = std::make_shared<Page>(Page{std::move(presenter), std::move(events), {}});
     pages_.push_back(page);
-    loop_.post([page] {
-        const auto didAppear = page->events.didAppear;
-        if (page->owned) tell(didAppear);
-    });
+    post(page, &WebPageEvents::didAppear);
     return std::make_unique<OwnedPage>(*this, std::move(page));
 }
 
@@ -80,11 +89,7 @@ void SimulatedScreens::presentAlert(const std::shared_ptr<Screen>& over, const s
 void SimulatedScreens::takeAway(const std::shared_ptr<Page>& page) {
     if (std::erase(pages_, page) == 0) return;
     page->presenter->present(nullptr);
-    if (!page->owned) return;
-    loop_.post([page] {
-        const auto didDisappear = page->events.didDisappear;
-        if (page->owned) tell(didDisappear);
-    });
+    if (page->owned) post(page, &WebPageEvents::didDisappear);
 }
 
 }  // namespace quomi::simulated

@@ -4,6 +4,7 @@
 #include "hosts/simulated/virtual_loop.h"
 #include "quomi/platform/screens.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,6 +47,8 @@ public:
     bool closeWebPage();
     /// URL of the page on top; empty when none is shown or it has loaded nothing.
     [[nodiscard]] std::string shownURL() const;
+    /// Whether the page on top shows that it loads.
+    [[nodiscard]] bool isLoading() const;
 
     [[nodiscard]] std::shared_ptr<Screen> rootScreen() const override { return root_; }
     /// Null when there is no screen, when it presents something already, and for screens that are not simulated ones.
@@ -58,6 +61,7 @@ private:
     class OwnedPage;
     struct Page;
 
+    void post(const std::shared_ptr<Page>& page, std::function<void()> WebPageEvents::*event);
     void takeAway(const std::shared_ptr<Page>& page);
 
     VirtualLoop& loop_;

@@ -2,7 +2,42 @@
 
 #include "quomi/diagnostics/debug_log.h"
 
+#include <utility>
+
 namespace quomi {
+
+namespace {
+
+/// The delegate's operation without its first argument; empty when it is not implemented.
+template <class Result, class... Parameters>
+std::function<Result(Parameters...)> withFacade(
+    QuomiSDK& facade, const std::shared_ptr<QuomiSDKDelegate>& delegate,
+    std::function<Result(QuomiSDK&, Parameters...)> QuomiSDKDelegate::*operation) {
+    if (!((*delegate).*operation)) return {};
+    return [&facade, delegate, operation](Parameters... arguments) {
+        return ((*delegate).*operation)(facade, std::forward<Parameters>(arguments)...);
+    };
+}
+
+}  // namespace
+
+ActionHost HostDelegate::actionHost() const {
+    const auto delegate = delegate_.lock();
+    if (delegate == nullptr) return {};
+    const auto operation = [this, &delegate](auto member) { return withFacade(facade_, delegate, member); };
+    ActionHost host;
+    host.shouldExecuteNotificationRequestCompletionBlock =
+        operation(&QuomiSDKDelegate::shouldExecuteNotificationRequestCompletionBlock);
+    host.shouldExecuteNotificationRequest = operation(&QuomiSDKDelegate::shouldExecuteNotificationRequest);
+    host.shouldExecuteOpenWebPageRequest = operation(&QuomiSDKDelegate::shouldExecuteOpenWebPageRequest);
+    host.shouldExecuteOpenDeepLinkRequest = operation(&QuomiSDKDelegate::shouldExecuteOpenDeepLinkRequest);
+    host.shouldExecuteServerNotificationRequest = operation(&QuomiSDKDelegate::shouldExecuteServerNotificationRequest);
+    host.executeNotificationRequest = operation(&QuomiSDKDelegate::executeNotificationRequest);
+    host.executeOpenWebPageRequest = operation(&QuomiSDKDelegate::executeOpenWebPageRequest);
+    host.executeOpenDeepLinkRequest = operation(&QuomiSDKDelegate::executeOpenDeepLinkRequest);
+    host.executeServerNotificationRequest = operation(&QuomiSDKDelegate::executeServerNotificationRequest);
+    return host;
+}
 
 void HostDelegate::forwardErrorToDelegate(const std::optional<Error>& error) const {
     debugLog_.log("Quomi SDK Error: {}", error ? describe(*error) : "(null)");

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quomi/core/sdk_delegate.h"
+#include "quomi/rules/action_host.h"
 
 #include <functional>
 #include <memory>
@@ -43,6 +44,9 @@ public:
         const auto delegate = delegate_.lock();
         if (delegate != nullptr) callHost((*delegate).*operation, facade_, std::forward<Arguments>(arguments)...);
     }
+
+    /// What the host decides and performs of actions, as its delegate is now. Keeps the delegate while it is held.
+    [[nodiscard]] ActionHost actionHost() const;
 
     /// Logs the error and tells the host of it; nothing is logged as "(null)" and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error) const;

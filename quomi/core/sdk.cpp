@@ -9,6 +9,9 @@
 #include "quomi/data/records.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/console.h"
+#include "quomi/platform/screens.h"
+#include "quomi/rules/action_executor.h"
+#include "quomi/rules/web_page.h"
 #include "quomi/util/text.h"
 
 #include <utility>
@@ -25,6 +28,7 @@ QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
                                            [&settings] { return settings.isFileLogEnabled(); })),
       errors_(std::make_unique<QuomiErrors>(platform.localization)),
       host_(std::make_unique<HostDelegate>(*this, *debugLog_)),
+      webPages_(std::make_unique<WebPagePresenter>(platform.screens, platform.runLoop)),
       graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)) {}
 
 QuomiSDK::~QuomiSDK() = default;
@@ -60,10 +64,11 @@ bool QuomiSDK::start(std::optional<Error>* error) {
     if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
     if (session_ == nullptr) {
         session_ = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
-                                                            *host_, *graveyard_, eventLogsEnabled_});
+                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_});
     }
     std::optional<Error> failure;
     if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));
+    session_->setupNotifications();
     running_ = true;
     if (const auto application = session_->application()) {
         session_->configure(*application);
@@ -231,6 +236,33 @@ void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) {
 void QuomiSDK::logEvent(const boost::json::object& event) {
     const auto session = session_;
     if (session != nullptr) session->logEvent(event);
+}
+
+// Actions. The session is kept while the host's hooks run: they may stop the SDK.
+
+void QuomiSDK::setPresentationViewController(std::shared_ptr<Screen> screen) {
+    auto* const executor = session_ != nullptr ? session_->actionExecutor() : nullptr;
+    if (executor != nullptr) executor->setPresentationViewController(std::move(screen));
+}
+
+std::shared_ptr<Screen> QuomiSDK::presentationViewController() const {
+    const auto* const executor = session_ != nullptr ? session_->actionExecutor() : nullptr;
+    return executor != nullptr ? executor->presentationViewController() : nullptr;
+}
+
+void QuomiSDK::executeNotificationRequestActions(const NotificationRequest& request) {
+    const auto session = session_;
+    if (session != nullptr) session->executeNotificationRequestActions(request);
+}
+
+bool QuomiSDK::openWebPageForUrl(const std::string& url) {
+    auto* const executor = session_ != nullptr ? session_->actionExecutor() : nullptr;
+    return executor != nullptr && executor->executeOpenWebPageActionWithURL(url);
+}
+
+bool QuomiSDK::openDeepLinkForURL(const std::string& url) {
+    auto* const executor = session_ != nullptr ? session_->actionExecutor() : nullptr;
+    return executor != nullptr && executor->executeOpenDeepLinkActionWithURL(url);
 }
 
 std::string QuomiSDK::getDebugFileContent() const {

@@ -20,7 +20,10 @@ class DebugLog;
 class DeferredRelease;
 class HostDelegate;
 class QuomiErrors;
+class Screen;
 class Session;
+class WebPagePresenter;
+struct NotificationRequest;
 struct QuomiApplication;
 
 /// The one object through which a host app uses the SDK: set `appNamespace` and options, perhaps a delegate, `start`.
@@ -106,6 +109,21 @@ public:
     /// reported when it was not.
     void logEvent(const boost::json::object& event);
 
+    /// The screen over which web pages of actions are shown; null for the app's top screen. It belongs to the run: set
+    /// before `start` it has no effect, and `stop` forgets it.
+    void setPresentationViewController(std::shared_ptr<Screen> screen);
+    [[nodiscard]] std::shared_ptr<Screen> presentationViewController() const;
+    /// To be called when the user has opened a notification of the SDK, with its request: logs an event "open_notif"
+    /// and does what the notification carries. No effect before `start` and after `stop`.
+    void executeNotificationRequestActions(const NotificationRequest& request);
+    /// Shows a page as an action of a rule would, without asking the delegate; it appears in a later turn. False when
+    /// the screen presents another one already, for a "file" URL that names no resource of the app's bundle, and
+    /// before `start` and after `stop`.
+    bool openWebPageForUrl(const std::string& url);
+    /// Hands a link to the phone, in a later turn, without asking the delegate. False when no app opens it, and before
+    /// `start` and after `stop`.
+    bool openDeepLinkForURL(const std::string& url);
+
     /// The debug log's text; empty when there is none.
     [[nodiscard]] std::string getDebugFileContent() const;
     void clearDebugFile();
@@ -125,6 +143,7 @@ private:
     std::unique_ptr<DebugLog> debugLog_;
     std::unique_ptr<QuomiErrors> errors_;
     std::unique_ptr<HostDelegate> host_;
+    std::unique_ptr<WebPagePresenter> webPages_;
     std::shared_ptr<QuomiUser> user_;
     std::weak_ptr<void> adPlaceholderView_;
     bool running_ = false;

@@ -11,6 +11,7 @@
 namespace quomi {
 
 class QuomiSDK;
+struct NotificationRequest;
 
 /// What the host may want to hear and decide. An empty function is an operation that the host does not implement; one
 /// that throws counts as empty. All are called on the host's thread, with the facade first; every operation of the
@@ -30,6 +31,30 @@ struct QuomiSDKDelegate {
     std::function<void(QuomiSDK&, const std::string& beacon, const boost::json::object& userInfo)> didUpdateBeacon;
     std::function<void(QuomiSDK&, const std::string& beacon, const boost::json::object& userInfo)>
         didReceivePingFromBeacon;
+
+    // Actions of rules and of servers' answers. The first group decides: false, and the action is not performed. The
+    // second performs: the SDK then does not. `triggeredBy` is 1 for a geofence and 2 for a beacon.
+
+    /// Decides in its own time, by calling the block once, on the host's thread, from inside or later; further calls
+    /// are ignored, and so is one after `stop`. Without a call the notification never appears. Where this one is
+    /// implemented, the one without a block is not asked.
+    std::function<void(QuomiSDK&, const NotificationRequest&, int triggeredBy,
+                       std::function<void(bool)> completionBlock)>
+        shouldExecuteNotificationRequestCompletionBlock;
+    std::function<bool(QuomiSDK&, const NotificationRequest&, int triggeredBy)> shouldExecuteNotificationRequest;
+    std::function<bool(QuomiSDK&, const std::string& url, int triggeredBy)> shouldExecuteOpenWebPageRequest;
+    std::function<bool(QuomiSDK&, const std::string& url, int triggeredBy)> shouldExecuteOpenDeepLinkRequest;
+    std::function<bool(QuomiSDK&, const std::string& url, int triggeredBy)> shouldExecuteServerNotificationRequest;
+
+    /// To be posted to the notification centre, now or changed.
+    std::function<void(QuomiSDK&, const NotificationRequest&, int triggeredBy)> executeNotificationRequest;
+    std::function<void(QuomiSDK&, const std::string& url, int triggeredBy)> executeOpenWebPageRequest;
+    std::function<void(QuomiSDK&, const std::string& url, int triggeredBy)> executeOpenDeepLinkRequest;
+    /// Calls one of the blocks, once, on the host's thread, from inside or later; further calls are ignored. The
+    /// rule's other actions never run: deliberate, a host that asks the server itself acts on the answer itself.
+    std::function<void(QuomiSDK&, const std::string& url, int triggeredBy, std::function<void()> success,
+                       std::function<void(const Error&)> failure)>
+        executeServerNotificationRequest;
 };
 
 }  // namespace quomi

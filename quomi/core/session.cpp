@@ -16,6 +16,9 @@
 #include "quomi/location/location_manager.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "quomi/platform/notification_center.h"
+#include "quomi/rules/action_executor.h"
+#include "quomi/rules/notification_helpers.h"
 
 #include <utility>
 
@@ -46,6 +49,7 @@ Session::~Session() = default;
 bool Session::open(std::optional<Error>* error) {
     if (api_ == nullptr || api_->baseURL() != context_.settings.baseAPIUrl) {
         if (data_ != nullptr) data_->setApiClient(nullptr);
+        if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
         api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
                                           context_.debugLog);
     }
@@ -59,7 +63,28 @@ bool Session::open(std::optional<Error>* error) {
         apiResponseParser_ =
             std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform, context_.settings);
     }
+    if (genericActionExecutor_ == nullptr) genericActionExecutor_ = makeActionExecutor();
+    genericActionExecutor_->setApiClient(api_.get());
     return true;
+}
+
+std::shared_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
+    // What it asks for lives in the session, which ends it.
+    return std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
+        context_.platform, context_.webPages, [this] { return context_.host.actionHost(); },
+        [this](const boost::json::object& event) { logEvent(event); },
+        [this] {
+            const auto& user = context_.user;
+            return user != nullptr && user->properties ? *user->properties : boost::json::object();
+        }});
+}
+
+void Session::setupNotifications() {
+    if (notificationHelpers_ == nullptr) {
+        notificationHelpers_ = std::make_unique<QuomiNotificationHelpers>(context_.platform.notifications);
+    }
+    notificationHelpers_->requestNotificationRightsIfNeeded();
+    notificationHelpers_->registerCustomActionsCategories();
 }
 
 Session::Application Session::application() const {
@@ -252,6 +277,8 @@ void Session::shutDown() {
     stopLocation();
     stopBeacon();
     beaconRouter_->end();
+    genericActionExecutor_->end();
+    notificationHelpers_.reset();
     api_->cancelAllRequests();
     data_->setApiClient(nullptr);
     setSdkIsStarted(false);
@@ -264,6 +291,22 @@ void Session::logEvent(const boost::json::object& event) {
     if (isShutDown_ || data_ == nullptr || !context_.eventLogsEnabled) return;
     const WallTime now = context_.platform.clock.now();
     if (data_->logEvent(event, now)) context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+}
+
+void Session::executeNotificationRequestActions(const NotificationRequest& request) {
+    if (genericActionExecutor_ == nullptr) return;
+    const auto& info = request.userInfo;
+    const auto* area = info.if_contains("area_type");
+    const auto* rule = info.if_contains("rule_id");
+    if (area != nullptr && rule != nullptr) {
+        boost::json::object event{{"type", "open_notif"}, {"area_type", *area}, {"rule_id", *rule}};
+        for (const auto& [areaType, key] : {std::pair{"beacon", "beacon_id"}, std::pair{"geofence", "geofence_id"}}) {
+            const auto* identifier = *area == areaType ? info.if_contains(key) : nullptr;
+            if (identifier != nullptr) event[key] = *identifier;
+        }
+        logEvent(event);
+    }
+    genericActionExecutor_->executeNotificationRequestActions(request);
 }
 
 void Session::updateUserInformation(const QuomiUser& user, std::function<void()> success,

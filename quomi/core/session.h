@@ -19,6 +19,7 @@ class DeferredRelease;
 class DeviceCapabilities;
 class HostDelegate;
 class QuomiAPI;
+class QuomiActionExecutor;
 class QuomiBeaconManager;
 class QuomiBeaconServiceManager;
 struct QuomiBeaconServiceManagerDelegate;
@@ -26,6 +27,9 @@ class QuomiData;
 class QuomiDataApiResponseParser;
 class QuomiErrors;
 class QuomiLocationManager;
+class QuomiNotificationHelpers;
+class WebPagePresenter;
+struct NotificationRequest;
 struct QuomiLocationDelegate;
 struct QuomiApplication;
 struct QuomiSettings;
@@ -41,6 +45,8 @@ struct SessionContext {
     HostDelegate& host;
     DeferredRelease& graveyard;
     const bool& eventLogsEnabled;
+    const std::shared_ptr<QuomiUser>& user;
+    WebPagePresenter& webPages;
 };
 
 /// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and
@@ -59,9 +65,11 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Makes the server's client, the store and the parser where they are missing; the client anew when the base URL
-    /// has changed. Fails with the store's error.
+    /// Makes the server's client, the store, the parser and the action executor where they are missing; the client anew
+    /// when the base URL has changed. Fails with the store's error.
     bool open(std::optional<Error>* error);
+    /// Asks the user for notification rights, unless granted, and registers the SDK's categories; in later turns.
+    void setupNotifications();
     /// The stored application record; null when there is none.
     [[nodiscard]] Application application() const;
     /// Downloads the application record and stores it. `done` is called in a later turn: with the record, with null
@@ -91,7 +99,13 @@ public:
     void updateUserInformation(const QuomiUser& user, std::function<void()> success,
                                std::function<void(const Error&)> failure);
 
+    /// The single actions; null before `open`.
+    [[nodiscard]] QuomiActionExecutor* actionExecutor() const { return genericActionExecutor_.get(); }
+    /// Logs that the user opened one of the SDK's notifications, and does what it carries.
+    void executeNotificationRequestActions(const NotificationRequest& request);
+
 private:
+    [[nodiscard]] std::shared_ptr<QuomiActionExecutor> makeActionExecutor();
     void startLocationMonitoringWithBackgroundModeSupport();
     [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
     bool startBeaconServiceMonitoring(std::optional<Error>* error);
@@ -102,6 +116,8 @@ private:
     std::unique_ptr<QuomiData> data_;
     std::unique_ptr<QuomiAPI> api_;
     std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
+    std::shared_ptr<QuomiActionExecutor> genericActionExecutor_;
+    std::unique_ptr<QuomiNotificationHelpers> notificationHelpers_;
     std::shared_ptr<BeaconRouter> beaconRouter_;
     std::shared_ptr<QuomiLocationDelegate> locationDelegate_;
     std::unique_ptr<QuomiLocationManager> locationManager_;

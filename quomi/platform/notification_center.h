@@ -24,8 +24,14 @@ struct NotificationSettings {
 /// Bits of a request for notification rights.
 enum NotificationOption : unsigned { badgeOption = 1, soundOption = 2, alertOption = 4 };
 
-/// A button of a category. Options as the platform numbers them: 1 authentication required, 2 destructive,
-/// 4 foreground.
+/// Bits of a button's options.
+enum NotificationActionOption : unsigned {
+    authenticationRequiredAction = 1,
+    destructiveAction = 2,
+    foregroundAction = 4,
+};
+
+/// A button of a category; options are bits of NotificationActionOption.
 struct NotificationAction {
     std::string identifier;
     std::string title;

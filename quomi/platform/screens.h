@@ -18,19 +18,30 @@ public:
     [[nodiscard]] virtual std::shared_ptr<Screen> visibleChild() const = 0;
 };
 
-/// A web page on show, owned by whoever presents it.
+/// A web page on show, owned by whoever presents it; dropping it takes it off the screen without another event.
+///
+/// It stands in a navigation container and has a button "Close" on the right. Its view shows pages scaled to fit, takes
+/// the whole of its parent and has the tag 12345. Every load that the page itself asks for is allowed.
 class WebPage {
 public:
     virtual ~WebPage() = default;
+    /// Loads the URL; one of the scheme "file" names a resource of the app's bundle.
     virtual void load(const std::string& url) = 0;
+    /// Takes what the page presents over itself off the screen, not animated, and then the page, animated.
     virtual void dismiss() = 0;
+    /// Shows or hides the sign that something loads: in the middle of the screen 80 by 80 points, black at alpha 0.7,
+    /// corners of radius 10, with a large white activity indicator that turns.
+    virtual void showActivity(bool shown) = 0;
 };
 
 /// What the user and the phone do to a web page. All empty at first. Host's thread.
 struct WebPageEvents {
-    std::function<void()> didAppear;
-    std::function<void()> didDisappear;
-    std::function<void()> closeRequested;
+    std::function<void()> didAppear{};
+    std::function<void()> didDisappear{};
+    std::function<void()> closeRequested{};
+    /// A load begins; it has finished or failed.
+    std::function<void()> loadDidStart{};
+    std::function<void()> loadDidEnd{};
 };
 
 /// Port: the app's screens. Host's thread only.

@@ -104,7 +104,8 @@ TEST_F(ScriptedTransportTest, EveryWayToEndHasItsTimeAndWord) {
                                        status != nullptr ? std::to_string(*status) : std::get<std::string>(outcome)));
         };
         ObservedTransport http(scripted, observer);
-        const auto task = http.send({"GET", "http://u/", {}, {}, 25s}, [](const HttpResult&) {});
+        const auto task =
+            http.send({"GET", "http://u/", {{"Accept", "application/json"}}, {}, 25s}, [](const HttpResult&) {});
         loop.advanceBy(60s);
         EXPECT_THAT(ends, ElementsAre(some.end));
     }

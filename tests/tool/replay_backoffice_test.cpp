@@ -118,7 +118,7 @@ TEST_F(ReplayBackofficeTest, WithoutABackOfficeEveryRequestIsNotFound) {
     auto visit = shopVisit(R"([{"at": 0, "call": "start"}])");
     visit.erase("backoffice");
     EXPECT_THAT(bench.play(visit).lines(),
-                ElementsAre("0 request GET /u_applications/query.json", "0 call start true",
+                ElementsAre("0 request GET /u_applications/query.json", "0 call start true", "0 category QuomiYesNo",
                             "0.05 response 404 /u_applications/query.json",
                             "0.05 delegate didReceiveErrorNotification error 404",
                             "0.05 console Quomi SDK Error: Failed to retrieve Quomi application data"));
@@ -147,8 +147,8 @@ TEST_F(ReplayBackofficeTest, AfterANonsensicalAnswerToTheStartTheNextOneWorks) {
         answer = boost::json::array{asJson(some.answer), answer};
         const auto lines = bench.play(visit).lines();
         const auto second = std::find(lines.begin(), lines.end(), "5 request GET /u_applications/query.json");
-        ASSERT_GE(second - lines.begin(), 3);
-        EXPECT_THAT(std::vector(lines.begin() + 3, second), ElementsAreArray(some.lines));
+        ASSERT_GE(second - lines.begin(), 4);
+        EXPECT_THAT(std::vector(lines.begin() + 4, second), ElementsAreArray(some.lines));
         EXPECT_THAT(lines, Contains("5 call start true"));
         EXPECT_THAT(lines, Contains("5.05 monitor Quomi beacon"));
     }

@@ -22,6 +22,7 @@ TEST_F(ReplayTest, StartAndStopLeaveTheirRecordsInTheOrderOfWhatHappens) {
     EXPECT_EQ(replayed.status, 0);
     EXPECT_THAT(replayed.lines(), ElementsAre("0 request GET /u_applications/query.json",  //
                                               "0 call start true",                         //
+                                              "0 category QuomiYesNo",                     //
                                               "0.05 response 200 /u_applications/query.json",
                                               "0.05 request GET /u_applications/limits.json",
                                               "0.05 monitor Quomi beacon",  //
@@ -33,7 +34,7 @@ TEST_F(ReplayTest, StartAndStopLeaveTheirRecordsInTheOrderOfWhatHappens) {
                                               "5 unrange Quomi beacon",    //
                                               "5 unmonitor Quomi beacon",  //
                                               "5 call stop"));
-    EXPECT_EQ(replayed.records[4].at("region"),
+    EXPECT_EQ(replayed.records[5].at("region"),
               asJson(R"({"identifier": "Quomi beacon", "uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"})"));
     EXPECT_EQ(replayed.records[0].at("headers"),
               asJson(R"({"Content-Type": "application/json", "Accept": "application/json"})"));
@@ -46,6 +47,7 @@ TEST_F(ReplayTest, StartWithEverythingOnBeginsLocationUnderABackgroundTaskAndWat
     EXPECT_EQ(replayed.status, 0);
     EXPECT_THAT(replayed.lines(), ElementsAre("0 request GET /u_applications/query.json",  //
                                               "0 call start true",                         //
+                                              "0 category QuomiYesNo",                     //
                                               "0.05 response 200 /u_applications/query.json",
                                               "0.05 request GET /u_applications/limits.json",
                                               "0.05 backgroundTask begin 1",  //
@@ -74,6 +76,7 @@ TEST_F(ReplayTest, ARelaunchFindsStoreAndRegionsAndHearsThePhoneOnlyAfterStartHa
     EXPECT_THAT(replayed.lines(), ElementsAre("0 request GET /u_applications/limits.json",  //
                                               "0 range Quomi beacon",                       //
                                               "0 call start true",                          //
+                                              "0 category QuomiYesNo",                      //
                                               "0 range Quomi beacon",                       //
                                               "0.05 response 200 /u_applications/limits.json",
                                               "0.05 request POST /u_app_users/find_or_create_by_udid.json",
@@ -234,7 +237,7 @@ TEST_F(ReplayTest, WithoutANetworkRequestsWaitUntilThereIsOne) {
     const auto replayed = bench.play(shopVisit(R"([{"at": 0, "network": "unreachable"}, {"at": 0, "call": "start"},
                                                    {"at": 30, "network": "reachable"}])"));
     EXPECT_EQ(replayed.lines().front(), "0 call start true");
-    EXPECT_EQ(replayed.lines().at(1), "30 request GET /u_applications/query.json");
+    EXPECT_EQ(replayed.lines("request").at(0), "30 request GET /u_applications/query.json");
 }
 
 TEST_F(ReplayTest, ClockAndZoneMoveWithoutTimers) {

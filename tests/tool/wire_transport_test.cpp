@@ -32,10 +32,13 @@ protected:
     }
 
     std::unique_ptr<HttpTask> send(const std::string& url) {
-        return observed_.send({"GET", url, {}, {}, std::chrono::seconds(25)}, [this, url](const HttpResult& result) {
-            const auto* response = std::get_if<HttpResponse>(&result);
-            log_.push_back("ended " + (response != nullptr ? response->body : std::get<HttpFailure>(result).message));
-        });
+        return observed_.send(
+            {"GET", url, {{"Accept", "application/json"}}, {}, std::chrono::seconds(25)},
+            [this, url](const HttpResult& result) {
+                const auto* response = std::get_if<HttpResponse>(&result);
+                log_.push_back("ended " +
+                               (response != nullptr ? response->body : std::get<HttpFailure>(result).message));
+            });
     }
 
     simulated::PhoneObserver observer() {

@@ -139,7 +139,7 @@ public:
           wire_(makeWire(options)),
           observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
           sdk_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform(), settings_),
-          host_(sdk_, settings_, trace_) {
+          host_(sdk_, settings_, trace_, phone_) {
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
         if (!recordings_.empty()) phone_.attachModel();
         if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
@@ -246,14 +246,19 @@ private:
     void act(const TimeZoneStep& step) { phone_.setTimeZone(step.zone); }
     /// The host is part of the app: while the app is suspended its call waits, in order, for the resumption.
     void act(const CallStep& step) {
-        if (!phone_.loop().isSuspended()) return host_.call(step);
-        phone_.loop().post([this, &step] { host_.call(step); });
+        asHost([this, &step] { host_.call(step); });
     }
+    void act(const PresentScreenStep& step) {
+        asHost([this, &step] { host_.presentScreen(step.presents); });
+    }
+    void asHost(Task task) {
+        if (!phone_.loop().isSuspended()) return task();
+        phone_.loop().post(std::move(task));
+    }
+    void act(const CloseWebPageStep&) { phone_.closeWebPage(); }
     void act(const PacketsStep&) {}  // its packets come one by one from the queue
     // Refused when the visit is read.
     void act(const WalkStep&) {}
-    void act(const PresentScreenStep&) {}
-    void act(const CloseWebPageStep&) {}
 
     void act(const AppStep& step) {
         switch (step.change) {

@@ -1,5 +1,6 @@
 #include "tools/quomi/replay/replay_host.h"
 
+#include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/sdk.h"
 #include "quomi/core/settings.h"
 #include "tools/quomi/replay/setting_fields.h"
@@ -26,6 +27,7 @@ struct Caller {
     QuomiSDK& sdk;
     QuomiSettings& settings;
     const Trace& trace;
+    const simulated::SimulatedPhone& phone;
 };
 
 using Call = std::function<Outcome(const Caller&, const json::value& with)>;
@@ -33,6 +35,22 @@ using Call = std::function<Outcome(const Caller&, const json::value& with)>;
 std::optional<std::string> textOrNil(const json::value& with) {
     if (!with.is_string()) return std::nullopt;
     return std::string(with.get_string());
+}
+
+/// A call with a URL that says whether it was opened.
+Call opener(bool (QuomiSDK::*operation)(const std::string&)) {
+    return [operation](const Caller& caller, const json::value& with) {
+        return Outcome{json::value((caller.sdk.*operation)(textOrNil(with).value_or(""))), {}};
+    };
+}
+
+/// The user opens the notification that was posted last; nothing when there is none.
+Outcome openNotification(const Caller& caller, const json::value&) {
+    const auto& notifications = caller.phone.notifications();
+    if (notifications.empty()) return {};
+    const NotificationRequest opened = notifications.back();
+    caller.sdk.executeNotificationRequestActions(opened);
+    return {};
 }
 
 /// A call of a boolean property.
@@ -71,6 +89,9 @@ const std::map<std::string_view, Call>& calls() {
         {"start", start},
         {"stop", stop},
         {"updateUserInformation", updateUserInformation},
+        {"openNotification", openNotification},
+        {"openWebPageForUrl", opener(&QuomiSDK::openWebPageForUrl)},
+        {"openDeepLinkForURL", opener(&QuomiSDK::openDeepLinkForURL)},
         {"setAppNamespace",
          [](const Caller& caller, const json::value& with) {
              caller.sdk.setAppNamespace(textOrNil(with));
@@ -143,22 +164,32 @@ std::shared_ptr<QuomiSDKDelegate> tracingDelegate(const Trace& trace) {
 
 }  // namespace
 
-ReplayHost::ReplayHost(QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace)
-    : sdk_(sdk), settings_(settings), trace_(trace), delegate_(tracingDelegate(trace)) {}
+ReplayHost::ReplayHost(QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace, simulated::SimulatedPhone& phone)
+    : sdk_(sdk),
+      settings_(settings),
+      trace_(trace),
+      phone_(phone),
+      deciding_(trace, phone.platform().runLoop),
+      delegate_(tracingDelegate(trace)) {}
 
 ReplayHost::~ReplayHost() = default;
 
 void ReplayHost::configure(const AppConfig& app) {
-    const Caller caller{sdk_, settings_, trace_};
+    const Caller caller{sdk_, settings_, trace_, phone_};
     if (app.appNamespace) sdk_.setAppNamespace(app.appNamespace);
     sdk_.setBaseURL(app.baseURL);
     for (const auto& [property, value] : app.properties) calls().at(setterName(property))(caller, value);
     for (const auto& [name, value] : app.settings) setSetting(settings_, name, value);
+    deciding_.implement(app.delegate, *delegate_);
     sdk_.setDelegate(delegate_);
 }
 
+void ReplayHost::presentScreen(bool presents) {
+    sdk_.setPresentationViewController(phone_.presentScreen(presents));
+}
+
 void ReplayHost::call(const CallStep& step) {
-    const auto outcome = calls().at(step.name)(Caller{sdk_, settings_, trace_}, step.with);
+    const auto outcome = calls().at(step.name)(Caller{sdk_, settings_, trace_, phone_}, step.with);
     trace_.write("call", json::value(step.name), {{"result", outcome.result}, {"error", traceError(outcome.error)}});
 }
 

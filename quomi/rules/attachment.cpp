@@ -1,0 +1,130 @@
+#include "quomi/rules/attachment.h"
+
+#include "quomi/api/callback.h"
+#include "quomi/api/http_transport.h"
+#include "quomi/platform/files.h"
+#include "quomi/util/json_readers.h"
+#include "quomi/util/text.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+
+namespace quomi {
+
+namespace {
+
+constexpr const char* kFolder = "QuomiAttachments";
+constexpr const char* kNamelessImage = "image";
+constexpr std::size_t kLongestName = 128;  // bytes; a file system takes 255 at most
+constexpr Duration kTimeout = std::chrono::seconds(60);
+
+/// The last component of the URL's path, still encoded; slashes at the end do not count.
+std::string_view lastPathComponent(std::string_view url) {
+    url = url.substr(0, url.find_first_of("?#"));
+    const auto scheme = url.find("://");
+    if (scheme != std::string_view::npos) url.remove_prefix(scheme + 3);
+    const auto path = url.find('/');
+    if (path == std::string_view::npos) return {};
+    url.remove_prefix(path);
+    while (url.ends_with('/')) url.remove_suffix(1);
+    return url.substr(url.find_last_of('/') + 1);
+}
+
+bool isHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+std::string percentDecoded(std::string_view text) {
+    std::string decoded;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isEscape =
+            text[i] == '%' && i + 2 < text.size() && isHexDigit(text[i + 1]) && isHexDigit(text[i + 2]);
+        if (!isEscape) {
+            decoded += text[i];
+            continue;
+        }
+        decoded += static_cast<char>(QuomiUtils::hexStringToData(text.substr(i + 1, 2)).front());
+        i += 2;
+    }
+    return decoded;
+}
+
+bool isAscii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+bool mayStandInName(char c) {
+    return !isAscii(c) || (c >= ' ' && c != '\x7F' && c != '/' && c != '\\' && c != '"' && c != ':');
+}
+
+/// A text without quotes, backslashes and controls is UTF-8 exactly when it is the inside of a JSON text.
+bool isUtf8(const std::string& cleanText) {
+    return parseJson(fmt::format("\"{}\"", cleanText)).has_value();
+}
+
+void cutToEnd(std::string& name) {
+    if (name.size() <= kLongestName) return;
+    name.erase(0, name.size() - kLongestName);
+    const auto isInsideCharacter = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; };
+    name.erase(name.begin(), std::find_if_not(name.begin(), name.end(), isInsideCharacter));
+}
+
+}  // namespace
+
+std::string attachmentFileName(std::string_view url) {
+    auto name = percentDecoded(lastPathComponent(url));
+    std::replace_if(name.begin(), name.end(), std::not_fn(mayStandInName), '_');
+    if (!isUtf8(name)) std::replace_if(name.begin(), name.end(), std::not_fn(isAscii), '_');
+    cutToEnd(name);
+    if (name.find_first_not_of('.') == std::string::npos) name = kNamelessImage;
+    return "QuomiAttachment+" + name;
+}
+
+struct AttachmentDownloads::Download {
+    std::string url;
+    Done done;
+    std::unique_ptr<HttpTask> task;
+};
+
+AttachmentDownloads::AttachmentDownloads(HttpTransport& http, Files& files) : http_(http), files_(files) {}
+
+AttachmentDownloads::~AttachmentDownloads() {
+    cancelAll();
+}
+
+void AttachmentDownloads::download(const std::string& url, Done done) {
+    const auto download = std::make_shared<Download>(Download{url, std::move(done), nullptr});
+    downloads_.push_back(download);
+    download->task =
+        http_.send({"GET", url, {}, {}, kTimeout}, [this, weak = std::weak_ptr(download)](const HttpResult& result) {
+            if (const auto ended = weak.lock()) finish(ended, std::get_if<HttpResponse>(&result));
+        });
+}
+
+void AttachmentDownloads::cancelAll() {
+    const auto dropped = std::exchange(downloads_, {});
+    // Whoever holds one longer holds no request with it.
+    for (const auto& download : dropped) download->task.reset();
+}
+
+void AttachmentDownloads::finish(const std::shared_ptr<Download>& download, const HttpResponse* response) {
+    std::erase(downloads_, download);
+    const auto file = response != nullptr ? store(download->url, *response) : std::nullopt;
+    callBack(download->done, file);
+}
+
+std::optional<std::filesystem::path> AttachmentDownloads::store(const std::string& url, const HttpResponse& response) {
+    const bool isImage = response.status >= 200 && response.status <= 299 && !response.body.empty() &&
+                         response.body.size() <= kLargestAttachment;
+    if (!isImage) return std::nullopt;
+    const auto folder = files_.cachesDirectory() / kFolder;
+    auto file = folder / attachmentFileName(url);
+    std::error_code error;
+    if (!files_.createDirectories(folder, error) || !files_.replace(file, response.body, error)) return std::nullopt;
+    return file;
+}
+
+}  // namespace quomi

@@ -1,0 +1,82 @@
+#include "quomi/rules/notification_helpers.h"
+
+#include "quomi/platform/notification_center.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace quomi {
+
+namespace {
+
+bool isBannerGranted(const NotificationSettings& settings) {
+    return settings.status == NotificationAuthorization::authorized && settings.alert;
+}
+
+bool isAllGranted(const NotificationSettings& settings) {
+    return isBannerGranted(settings) && settings.sound && settings.badge;
+}
+
+const NotificationCategory& yesNoCategory() {
+    static const NotificationCategory category{
+        "QuomiYesNo", {{"QuomiYes", "Yes", authenticationRequiredAction | foregroundAction}, {"QuomiNo", "No", 0}}};
+    return category;
+}
+
+auto hasIdentifier(const std::string& identifier) {
+    return [&identifier](const NotificationCategory& category) { return category.identifier == identifier; };
+}
+
+void replaceIn(NotificationCenter& center, std::vector<NotificationCategory> registered,
+               const NotificationCategory& category) {
+    std::erase_if(registered, hasIdentifier(category.identifier));
+    registered.push_back(category);
+    center.setCategories(std::move(registered));
+}
+
+}  // namespace
+
+QuomiNotificationHelpers::QuomiNotificationHelpers(NotificationCenter& center) : center_(center) {}
+
+void QuomiNotificationHelpers::withSettings(std::function<void(const NotificationSettings&)> use) {
+    center_.getSettings([weak = std::weak_ptr(isAlive_), use = std::move(use)](const NotificationSettings& settings) {
+        if (!weak.expired()) use(settings);
+    });
+}
+
+void QuomiNotificationHelpers::areAllNotificationRightsGranted(std::function<void(bool)> completion) {
+    withSettings([completion = std::move(completion)](const NotificationSettings& settings) {
+        if (completion) completion(isAllGranted(settings));
+    });
+}
+
+void QuomiNotificationHelpers::isBannerNotificationRightGranted(std::function<void(bool)> completion) {
+    withSettings([completion = std::move(completion)](const NotificationSettings& settings) {
+        if (completion) completion(isBannerGranted(settings));
+    });
+}
+
+void QuomiNotificationHelpers::requestNotificationRightsIfNeeded() {
+    areAllNotificationRightsGranted([this](bool granted) {
+        if (!granted) center_.requestAuthorization(badgeOption | soundOption | alertOption, [](bool) {});
+    });
+}
+
+void QuomiNotificationHelpers::registerCustomActionsCategories() {
+    center_.getCategories(
+        [&center = center_, weak = std::weak_ptr(isAlive_)](std::vector<NotificationCategory> registered) {
+            const auto& category = yesNoCategory();
+            if (weak.expired() || std::ranges::any_of(registered, hasIdentifier(category.identifier))) return;
+            replaceIn(center, std::move(registered), category);
+        });
+}
+
+void QuomiNotificationHelpers::registerCategory(const NotificationCategory& category) {
+    center_.getCategories(
+        [&center = center_, weak = std::weak_ptr(isAlive_), category](std::vector<NotificationCategory> registered) {
+            if (!weak.expired()) replaceIn(center, std::move(registered), category);
+        });
+}
+
+}  // namespace quomi
