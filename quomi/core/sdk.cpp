@@ -66,11 +66,7 @@ bool QuomiSDK::start(std::optional<Error>* error) {
                                                   "App namespace must be set before starting the SDK"));
     }
     if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
-    if (session_ == nullptr) {
-        session_ = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
-                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_,
-                                                            authorizationLogger_});
-    }
+    if (session_ == nullptr) session_ = makeSession();
     std::optional<Error> failure;
     if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));
     const auto session = session_;
@@ -85,6 +81,14 @@ bool QuomiSDK::start(std::optional<Error>* error) {
     if (error != nullptr) error->reset();
     startAsynchronously();
     return true;
+}
+
+std::shared_ptr<Session> QuomiSDK::makeSession() {
+    auto session = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
+                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_,
+                                                            authorizationLogger_, ruleObserver_});
+    session->setUserUploadHooks({[this] { updateAllRulesData(); }, [this] { triggerLocationUpdate(); }});
+    return session;
 }
 
 void QuomiSDK::startAsynchronously() {
@@ -119,7 +123,7 @@ bool QuomiSDK::completeStart(const QuomiApplication& /*application*/, std::optio
         session->stopLocation();
         return abandonStart(session, error, failure);
     }
-    forceFullGeofencesUpdate_ = true;
+    session->setForceFullGeofencesUpdate();
     updateUserInformation();
     session->registerForNotifications();
     session->setSdkIsStarted(true);
@@ -145,6 +149,7 @@ void QuomiSDK::stop() {
     graveyard_->release(session);
     debugLog_->log("Quomi SDK stopped");
     setRunning(false);
+    finishSyncs();
 }
 
 // What can be observed
@@ -179,7 +184,10 @@ void QuomiSDK::setAppNamespace(const std::optional<std::string>& appNamespace) {
             errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set appNamespace when SDK is started"));
         return;
     }
-    settings_.namespace_ = QuomiUtils::isEmpty(appNamespace) ? std::nullopt : appNamespace;
+    const auto wanted = QuomiUtils::isEmpty(appNamespace) ? std::nullopt : appNamespace;
+    if (wanted && wanted == settings_.namespace_) return;
+    const auto before = std::exchange(settings_.namespace_, wanted);
+    if (const auto session = session_) session->changeNamespace(before, wanted);
 }
 
 void QuomiSDK::setBaseURL(const std::string& baseURL) {

@@ -28,6 +28,7 @@ class Session;
 class WebPagePresenter;
 struct NotificationRequest;
 struct QuomiApplication;
+struct RuleObserver;
 
 /// The one object through which a host app uses the SDK: set `appNamespace` and options, perhaps a delegate, `start`.
 ///
@@ -130,6 +131,34 @@ public:
     /// A header for server notifications; without a value it goes. Nothing happens unless the SDK has a server client.
     void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
+    // Upkeep of the stored data
+
+    /// How a synchronisation ended: always done, whether its downloads succeeded or not, except without a namespace.
+    static constexpr std::uint64_t kServerSyncDone = 0;
+    static constexpr std::uint64_t kServerSyncWithoutNamespace = 1;
+    using SyncHandler = std::function<void(std::uint64_t)>;
+
+    /// Downloads all beacons and the geofences around the device. The handler is called exactly once: when both have
+    /// ended, at once when there is nothing to do, or by `stop`. Without a handler nothing is done.
+    void performServerSync(SyncHandler completionHandler);
+    /// Downloads all beacons; geofences follow the next position, which is asked for.
+    void updateAllRulesData();
+    /// Asks the phone for the position; it downloads the geofences around it in full.
+    void triggerLocationUpdate();
+    /// Asks the phone for the position. Fails with 2 when not running and 8 while geofences are switched off; the
+    /// delegate is not told.
+    bool updateLocation(std::optional<Error>* error = nullptr);
+    /// Sets every counter of events, device-wide and of all rules, to zero. Opens the store if need be. An error of a
+    /// single reset is not told to the delegate.
+    bool resetCounters(std::optional<Error>* error = nullptr);
+    /// Empties the store, also one that cannot be migrated, down to its free pages; the log files stay. Stops the SDK
+    /// and starts it again when it was running. Fails with the store's error, or with 609 when something could not be
+    /// removed, and stays stopped then.
+    bool removeAllData(std::optional<Error>* error = nullptr);
+
+    /// Who looks on while rules are judged; held weakly.
+    void setRuleObserver(std::weak_ptr<const RuleObserver> observer) { ruleObserver_ = std::move(observer); }
+
     /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error);
     /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. Nothing is
@@ -156,6 +185,14 @@ public:
     void clearDebugFile();
 
 private:
+    struct ServerSync;
+
+    [[nodiscard]] std::shared_ptr<Session> makeSession();
+    bool openStore(bool allowStoreDeletion, std::optional<Error>* error);
+    void downloadBeaconsFor(const std::shared_ptr<ServerSync>& sync);
+    void downloadGeofencesFor(const std::shared_ptr<ServerSync>& sync);
+    void finishIfDone(const std::shared_ptr<ServerSync>& sync);
+    void finishSyncs();
     bool fail(std::optional<Error>* error, Error failure);
     bool completeStart(const QuomiApplication& application, std::optional<Error>* error);
     bool abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
@@ -186,7 +223,8 @@ private:
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;
-    bool forceFullGeofencesUpdate_ = false;
+    std::weak_ptr<const RuleObserver> ruleObserver_;
+    std::vector<std::shared_ptr<ServerSync>> syncs_;
     std::shared_ptr<Session> session_;
 };
 

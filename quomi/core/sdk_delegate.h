@@ -11,6 +11,8 @@
 namespace quomi {
 
 class QuomiSDK;
+struct CircularRegion;
+struct Location;
 struct NotificationRequest;
 
 /// What the host may want to hear and decide. An empty function is an operation that the host does not implement; one
@@ -31,6 +33,13 @@ struct QuomiSDKDelegate {
     std::function<void(QuomiSDK&, const std::string& beacon, const boost::json::object& userInfo)> didUpdateBeacon;
     std::function<void(QuomiSDK&, const std::string& beacon, const boost::json::object& userInfo)>
         didReceivePingFromBeacon;
+
+    /// The device is somewhere else.
+    std::function<void(QuomiSDK&, const Location&)> didReceiveLocationChange;
+    /// The device entered a geofence's region; whether or not its rules have run.
+    std::function<void(QuomiSDK&, const CircularRegion&)> didReceiveEnterRegionNotification;
+    /// The device left a geofence's region, and its rules have been judged while the app was active.
+    std::function<void(QuomiSDK&, const CircularRegion&)> didReceiveExitRegionNotification;
 
     // Actions of rules and of servers' answers. The first group decides: false, and the action is not performed. The
     // second performs: the SDK then does not. `triggeredBy` is 1 for a geofence and 2 for a beacon.

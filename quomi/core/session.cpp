@@ -7,18 +7,23 @@
 #include "quomi/core/beacon_router.h"
 #include "quomi/core/deferred_release.h"
 #include "quomi/core/errors.h"
+#include "quomi/core/geofence_router.h"
 #include "quomi/core/host_delegate.h"
 #include "quomi/core/settings.h"
 #include "quomi/core/user.h"
 #include "quomi/data/data.h"
+#include "quomi/data/data_updater.h"
 #include "quomi/data/parser.h"
 #include "quomi/diagnostics/authorization_logger.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/location/location_manager.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "quomi/platform/device_helpers.h"
 #include "quomi/platform/notification_center.h"
 #include "quomi/rules/action_executor.h"
+#include "quomi/rules/beacon_rule_executor.h"
+#include "quomi/rules/geofence_rule_executor.h"
 #include "quomi/rules/notification_helpers.h"
 
 #include <utility>
@@ -36,47 +41,83 @@ Uuid uuidOf(const std::string& text) {
 
 }  // namespace
 
-Session::Session(const SessionContext& context)
-    : context_(context),
-      beaconRouter_(std::make_shared<BeaconRouter>(
-          context.host, [this](const boost::json::object& event) { logEvent(event); },
-          [this] { logNotificationAuthorizationStatusIfNeeded(); })),
-      locationDelegate_(std::make_shared<QuomiLocationDelegate>()),
-      beaconServiceDelegate_(std::make_shared<QuomiBeaconServiceManagerDelegate>()) {}
+Session::Session(const SessionContext& context) : context_(context) {}
 
 Session::~Session() = default;
 
 // Opening
 
+bool Session::openData(bool allowStoreDeletion, std::optional<Error>* error) {
+    if (data_ != nullptr) return true;
+    const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
+    data_ = QuomiData::create(file, allowStoreDeletion, context_.platform, context_.errors, error);
+    return data_ != nullptr;
+}
+
 bool Session::open(std::optional<Error>* error) {
-    if (api_ == nullptr || api_->baseURL() != context_.settings.baseAPIUrl) {
-        if (data_ != nullptr) data_->setApiClient(nullptr);
-        if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
-        if (api_ != nullptr) {
-            api_->cancelAllRequests();
-            // Perhaps one of its own callbacks led here.
-            context_.graveyard.release(std::move(api_));
-        }
-        api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
-                                          context_.debugLog);
-    }
-    if (data_ == nullptr) {
-        const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
-        data_ = QuomiData::create(file, false, context_.platform, context_.errors, error);
-        if (data_ == nullptr) return false;
-    }
+    openClient();
+    if (!openData(false, error)) return false;
     data_->setApiClient(api_.get());
     if (apiResponseParser_ == nullptr) {
         apiResponseParser_ =
             std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform, context_.settings);
     }
-    if (genericActionExecutor_ == nullptr) genericActionExecutor_ = makeActionExecutor();
-    genericActionExecutor_->setApiClient(api_.get());
+    if (dataUpdater_ == nullptr) {
+        dataUpdater_ = std::make_unique<QuomiDataUpdater>(*data_, *api_, *apiResponseParser_, context_.platform,
+                                                          context_.settings);
+    }
+    dataUpdater_->setApiClient(*api_);
+    makeExecutors();
+    makeRouters();
     return true;
 }
 
+/// A client of another server takes the place of the one there was.
+void Session::openClient() {
+    if (api_ != nullptr && api_->baseURL() == context_.settings.baseAPIUrl) return;
+    if (data_ != nullptr) data_->setApiClient(nullptr);
+    if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
+    if (api_ != nullptr) {
+        api_->cancelAllRequests();
+        // Perhaps one of its own callbacks led here.
+        context_.graveyard.release(std::move(api_));
+    }
+    api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
+                                      context_.debugLog);
+}
+
+void Session::makeExecutors() {
+    if (genericActionExecutor_ == nullptr) genericActionExecutor_ = makeActionExecutor();
+    genericActionExecutor_->setApiClient(api_.get());
+    if (geofenceActionExecutor_ == nullptr) {
+        geofenceActionExecutor_ = std::make_shared<QuomiGeofenceActionExecutor>(
+            ruleExecutorContext(),
+            RulePosition{[this] { return locationManager_ != nullptr ? locationManager_->currentSpeed() : 0.0; },
+                         [this] { return currentLocation(); }});
+    }
+    if (beaconActionExecutor_ == nullptr) {
+        beaconActionExecutor_ = std::make_shared<QuomiBeaconActionExecutor>(ruleExecutorContext(), [this] {
+            return beaconManager_ != nullptr ? beaconManager_->getNearbyBeacons()
+                                             : std::vector<std::shared_ptr<const QuomiBeacon>>();
+        });
+    }
+    geofenceActionExecutor_->setActionExecutor(genericActionExecutor_);
+    beaconActionExecutor_->setActionExecutor(genericActionExecutor_);
+}
+
+void Session::makeRouters() {
+    if (beaconRouter_ != nullptr) return;
+    beaconRouter_ = std::make_shared<BeaconRouter>(routingContext(), *beaconActionExecutor_);
+    beaconServiceRouter_ = std::make_shared<BeaconServiceRouter>(routingContext());
+    geofenceRouter_ = std::make_shared<GeofenceRouter>(
+        routingContext(),
+        GeofenceRouting{*geofenceActionExecutor_, context_.errors, [this] { return locationManager_.get(); },
+                        [this] { return api_ != nullptr ? api_->getRequestQueueCount() : 0; }});
+}
+
+// What the executors and routers ask for lives in the session, which ends them.
+
 std::shared_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
-    // What it asks for lives in the session, which ends it.
     return std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
         context_.platform, context_.webPages, [this] { return context_.host.actionHost(); },
         [this](const boost::json::object& event) { logEvent(event); },
@@ -84,6 +125,28 @@ std::shared_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
             const auto& user = context_.user;
             return user != nullptr && user->properties() ? *user->properties() : boost::json::object();
         }});
+}
+
+RuleExecutorContext Session::ruleExecutorContext() {
+    return {*data_,
+            context_.platform,
+            context_.settings,
+            context_.errors,
+            context_.debugLog,
+            [this](const boost::json::object& event) { logEvent(event); },
+            [this] { return context_.user != nullptr ? context_.user->userID() : std::nullopt; },
+            [this] { return QuomiUDID::udid(context_.platform.device); },
+            [this] { return context_.ruleObserver.lock(); }};
+}
+
+RoutingContext Session::routingContext() {
+    return {context_.platform,
+            context_.settings,
+            context_.host,
+            *data_,
+            *dataUpdater_,
+            [this](const boost::json::object& event) { logEvent(event); },
+            [this] { logNotificationAuthorizationStatusIfNeeded(); }};
 }
 
 void Session::setupNotifications() {
@@ -145,7 +208,7 @@ bool Session::startLocation(std::optional<Error>* error) {
         locationManager_ =
             std::make_unique<QuomiLocationManager>(context_.platform, context_.settings, context_.debugLog);
     }
-    locationManager_->setDelegate(locationDelegate_);
+    locationManager_->setDelegate(geofenceRouter_);
     startLocationMonitoringWithBackgroundModeSupport();
     locationManager_->removeAllRegions();
     return locationManager_->regionMonitoringStarted() || locationManager_->startRegionMonitoring(error);
@@ -175,6 +238,26 @@ void Session::stopLocation() {
     locationManager_->removeAllRegions();
     locationManager_->setDelegate({});
     context_.graveyard.release(std::move(locationManager_));
+}
+
+std::optional<Location> Session::currentLocation() const {
+    return locationManager_ != nullptr ? locationManager_->currentLocation() : std::nullopt;
+}
+
+void Session::setForceFullGeofencesUpdate() {
+    if (geofenceRouter_ != nullptr) geofenceRouter_->setForceFullGeofencesUpdate();
+}
+
+void Session::changeNamespace(const std::optional<std::string>& from, const std::optional<std::string>& to) {
+    if (data_ == nullptr) return;
+    data_->enableGeofencesWithNamespace(from.value_or(""), false);
+    data_->enableGeofencesWithNamespace(to.value_or(""), true);
+    data_->enableBeaconsWithNamespace(from.value_or(""), false);
+    data_->enableBeaconsWithNamespace(to.value_or(""), true);
+    if (!data_->saveContext() || !context_.settings.geofencingEnabled) return;
+    if (locationManager_ != nullptr) locationManager_->removeAllRegions();
+    const auto location = currentLocation();
+    if (location && geofenceRouter_ != nullptr) geofenceRouter_->handleLocation(*location);
 }
 
 // Beacons
@@ -218,7 +301,7 @@ bool Session::startBeaconServiceMonitoring(std::optional<Error>* error) {
         beaconServiceManager_ = std::make_unique<QuomiBeaconServiceManager>(
             uuidOf(context_.settings.beaconProximityUUIDService), context_.platform, context_.settings);
     }
-    beaconServiceManager_->setDelegate(beaconServiceDelegate_);
+    beaconServiceManager_->setDelegate(beaconServiceRouter_);
     // One that a failed start left running is no failure of the next start.
     return beaconServiceManager_->isStarted() || beaconServiceManager_->start(error);
 }
@@ -280,15 +363,23 @@ void Session::setSdkIsStarted(bool isStarted) {
 }
 
 void Session::shutDown() {
+    const bool wasShutDown = isShutDown_;
+    drop();
+    if (!wasShutDown && data_ != nullptr) setSdkIsStarted(false);
+}
+
+void Session::drop() {
     applicationObservation_.reset();
     stopLocation();
     stopBeacon();
-    beaconRouter_->end();
-    genericActionExecutor_->end();
+    if (beaconRouter_ != nullptr) beaconRouter_->end();
+    if (geofenceRouter_ != nullptr) geofenceRouter_->end();
+    if (geofenceActionExecutor_ != nullptr) geofenceActionExecutor_->end();
+    if (beaconActionExecutor_ != nullptr) beaconActionExecutor_->end();
+    if (genericActionExecutor_ != nullptr) genericActionExecutor_->end();
     notificationHelpers_.reset();
-    api_->cancelAllRequests();
-    data_->setApiClient(nullptr);
-    setSdkIsStarted(false);
+    if (api_ != nullptr) api_->cancelAllRequests();
+    if (data_ != nullptr) data_->setApiClient(nullptr);
     isShutDown_ = true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quomi/platform/application.h"
+#include "quomi/platform/location.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
 
@@ -14,24 +15,30 @@
 namespace quomi {
 
 class BeaconRouter;
+class BeaconServiceRouter;
 class DebugLog;
 class DeferredRelease;
 class DeviceCapabilities;
+class GeofenceRouter;
 class HostDelegate;
 class QuomiAPI;
 class QuomiActionExecutor;
 class QuomiAuthorizationLogger;
+class QuomiBeaconActionExecutor;
 class QuomiBeaconManager;
 class QuomiBeaconServiceManager;
-struct QuomiBeaconServiceManagerDelegate;
 class QuomiData;
 class QuomiDataApiResponseParser;
+class QuomiDataUpdater;
 class QuomiErrors;
+class QuomiGeofenceActionExecutor;
 class QuomiLocationManager;
 class QuomiNotificationHelpers;
 class WebPagePresenter;
+struct RoutingContext;
+struct RuleExecutorContext;
+struct RuleObserver;
 struct NotificationRequest;
-struct QuomiLocationDelegate;
 struct QuomiApplication;
 class QuomiUser;
 struct QuomiSettings;
@@ -49,6 +56,7 @@ struct SessionContext {
     const std::shared_ptr<QuomiUser>& user;
     WebPagePresenter& webPages;
     const std::unique_ptr<QuomiAuthorizationLogger>& authorizationLogger;
+    const std::weak_ptr<const RuleObserver>& ruleObserver;
 };
 
 /// What is to be done once the user has been sent; an empty one does nothing.
@@ -57,7 +65,7 @@ struct UserUploadHooks {
     std::function<void()> triggerLocationUpdate;  ///< after a failure, with geofences switched on
 };
 
-/// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and
+/// What lives from start to stop: the SDK's components and the routers of events, made where they are missing and
 /// let go of together.
 ///
 /// A start that fails half-way leaves its session to the next start, which goes on with what is there. A session that
@@ -73,9 +81,16 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Makes the server's client, the store, the parser and the action executor where they are missing; the client anew
-    /// when the base URL has changed. Fails with the store's error.
+    /// Opens the store unless it is open. Fails with the store's error. A store that cannot be migrated is deleted and
+    /// made anew where that is allowed.
+    bool openData(bool allowStoreDeletion, std::optional<Error>* error);
+    /// The store; null before it is opened.
+    [[nodiscard]] QuomiData* data() const { return data_.get(); }
+    /// Opens the store and makes the server's client, parser, updater, executors and routers where they are missing; the
+    /// client anew when the base URL has changed. Fails with the store's error.
     bool open(std::optional<Error>* error);
+    /// Decides what is downloaded when; null before `open`.
+    [[nodiscard]] QuomiDataUpdater* dataUpdater() const { return dataUpdater_.get(); }
     /// Asks the user for notification rights, unless granted, and registers the SDK's categories; in later turns.
     void setupNotifications();
     /// The stored application record; null when there is none, or no store.
@@ -91,6 +106,14 @@ public:
     /// Fails with 5 on a phone without geofences. No geofence of an earlier run is monitored afterwards.
     bool startLocation(std::optional<Error>* error);
     void stopLocation();
+    /// Begins to follow where the device is, as work under a background task.
+    void startLocationMonitoringWithBackgroundModeSupport();
+    /// The last position; nothing when none is known or location is off.
+    [[nodiscard]] std::optional<Location> currentLocation() const;
+    /// The next position downloads the geofences around it in full.
+    void setForceFullGeofencesUpdate();
+    /// Enables the new namespace's records in place of the old one's, and chooses regions anew.
+    void changeNamespace(const std::optional<std::string>& from, const std::optional<std::string>& to);
     /// False without an error when the security mode is one that the SDK does not know.
     bool startBeacon(std::optional<Error>* error);
     void stopBeacon();
@@ -100,6 +123,8 @@ public:
     void setSdkIsStarted(bool isStarted);
     /// Ends everything in the order of `stop`.
     void shutDown();
+    /// The same without a word in the store.
+    void drop();
 
     /// Appends the event to the event log and tells the host of it, when event logs are enabled.
     void logEvent(const boost::json::object& event);
@@ -124,8 +149,12 @@ public:
     void executeNotificationRequestActions(const NotificationRequest& request);
 
 private:
+    void openClient();
+    void makeExecutors();
+    void makeRouters();
     [[nodiscard]] std::shared_ptr<QuomiActionExecutor> makeActionExecutor();
-    void startLocationMonitoringWithBackgroundModeSupport();
+    [[nodiscard]] RuleExecutorContext ruleExecutorContext();
+    [[nodiscard]] RoutingContext routingContext();
     [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
     bool startBeaconServiceMonitoring(std::optional<Error>* error);
     void stopBeaconServiceMonitoring();
@@ -135,13 +164,16 @@ private:
     std::unique_ptr<QuomiData> data_;
     std::unique_ptr<QuomiAPI> api_;
     std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
+    std::unique_ptr<QuomiDataUpdater> dataUpdater_;
     std::shared_ptr<QuomiActionExecutor> genericActionExecutor_;
+    std::shared_ptr<QuomiGeofenceActionExecutor> geofenceActionExecutor_;
+    std::shared_ptr<QuomiBeaconActionExecutor> beaconActionExecutor_;
     std::unique_ptr<QuomiNotificationHelpers> notificationHelpers_;
     std::shared_ptr<BeaconRouter> beaconRouter_;
-    std::shared_ptr<QuomiLocationDelegate> locationDelegate_;
+    std::shared_ptr<GeofenceRouter> geofenceRouter_;
     std::unique_ptr<QuomiLocationManager> locationManager_;
     std::unique_ptr<QuomiBeaconManager> beaconManager_;
-    std::shared_ptr<QuomiBeaconServiceManagerDelegate> beaconServiceDelegate_;
+    std::shared_ptr<BeaconServiceRouter> beaconServiceRouter_;
     std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
     UserUploadHooks userUploadHooks_;

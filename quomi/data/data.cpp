@@ -39,11 +39,12 @@ ObjectContext& QuomiData::currentObjectContext() {
 }
 
 void QuomiData::startBackgroundObjectContext() {
+    ++backgroundUsers_;
     if (backgroundObjectContext_ == nullptr) backgroundObjectContext_ = std::make_unique<ObjectContext>(objectContext_);
 }
 
 void QuomiData::finishBackgroundObjectContext() {
-    backgroundObjectContext_.reset();
+    if (backgroundUsers_ > 0 && --backgroundUsers_ == 0) backgroundObjectContext_.reset();
 }
 
 bool QuomiData::saveContext(ErrorSlot error) {
@@ -64,6 +65,17 @@ bool QuomiData::failBusy(ErrorSlot error) const {
 
 bool QuomiData::removeAll(const EntityType& type, ErrorSlot error) {
     return objectContext_.removeAll(type, error) && saveContext(error);
+}
+
+bool QuomiData::removeEverything() {
+    bool isRemoved = removeSDKStatusInfo();
+    isRemoved = removeApplication() && isRemoved;
+    isRemoved = removeAllGeofenceRegions() && isRemoved;
+    isRemoved = removeAllGeofences() && isRemoved;
+    isRemoved = removeAllBeacons() && isRemoved;
+    isRemoved = removeAllBatteryAlerts() && isRemoved;
+    isRemoved = removeAllLoggedEvents() && isRemoved;
+    return file_->wipeFreePages() && isRemoved;
 }
 
 // The SDK's status and the application record

@@ -55,7 +55,8 @@ public:
 
     /// The child context, where there is one and the app is in the background; else the one that commits.
     [[nodiscard]] ObjectContext& currentObjectContext();
-    /// Makes the child context unless there is one, and lets go of it. What the child had not saved is lost then.
+    /// Makes the child context unless there is one; lets go of it when as many have finished as have started. What the
+    /// child had not saved is lost then.
     void startBackgroundObjectContext();
     void finishBackgroundObjectContext();
     /// Saves the child context, if there is one, and then the one that commits. See ObjectContext::save for what a
@@ -170,6 +171,10 @@ public:
     [[nodiscard]] List<QuomiBatteryAlert> getAllBatteryAlerts(ErrorSlot error = nullptr);
     bool removeAllBatteryAlerts(ErrorSlot error = nullptr);  // saved
 
+    /// Removes every object of every entity, and leaves nothing of them in the file, its free pages or its log. All is
+    /// tried, whatever fails. Saved.
+    bool removeEverything();
+
     double geofenceRegionsSearchToleranceDegrees = 1.0;
 
 private:
@@ -191,6 +196,7 @@ private:
     std::unique_ptr<StoreFile> file_;
     ObjectContext objectContext_;
     std::unique_ptr<ObjectContext> backgroundObjectContext_;
+    int backgroundUsers_ = 0;
     EventUploadLoop uploadLoop_;
     Uploader* apiClient_ = nullptr;
     bool busyWithInsertOrUpdateData_ = false;

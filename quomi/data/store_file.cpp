@@ -249,6 +249,18 @@ bool StoreFile::perform(const std::function<void()>& work, std::optional<Error>*
     return false;
 }
 
+bool StoreFile::wipeFreePages(std::optional<Error>* error) {
+    return perform(
+        [this] {
+            statements_->resetAll();
+            database_->exec("VACUUM");
+            SQLite::Statement checkpoint(*database_, "PRAGMA wal_checkpoint(TRUNCATE)");
+            const bool isBusy = !checkpoint.executeStep() || checkpoint.getColumn(0).getInt() != 0;
+            if (isBusy) throw SQLite::Exception("the log is in use", SQLITE_BUSY);
+        },
+        error);
+}
+
 void StoreFile::begin() {
     if (isInTransaction_) return;
     statement("BEGIN IMMEDIATE").exec();

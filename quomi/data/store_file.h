@@ -49,6 +49,9 @@ public:
     /// A point to go back to, in the open transaction or without one.
     void openSavepoint();
 
+    /// Leaves nothing of removed rows in the file, its free pages and its log. Outside of transactions.
+    bool wipeFreePages(std::optional<Error>* error = nullptr);
+
     /// Takes back what was done in the open transaction, or since the savepoint; nothing without one. Anywhere.
     void rollback() noexcept;
     void dropSavepoint() noexcept;
