@@ -63,8 +63,9 @@ bool QuomiSDK::start(std::optional<Error>* error) {
     }
     if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
     if (session_ == nullptr) {
-        session_ = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
-                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_});
+        session_ =
+            std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_, *host_,
+                                                     *graveyard_, eventLogsEnabled_, user_, *webPages_, ruleObserver_});
     }
     std::optional<Error> failure;
     if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));

@@ -25,6 +25,7 @@ class Session;
 class WebPagePresenter;
 struct NotificationRequest;
 struct QuomiApplication;
+struct RuleObserver;
 
 /// The one object through which a host app uses the SDK: set `appNamespace` and options, perhaps a delegate, `start`.
 ///
@@ -124,6 +125,10 @@ public:
     /// `start` and after `stop`.
     bool openDeepLinkForURL(const std::string& url);
 
+    /// Who is told what becomes of each rule, for tools that explain rules; null for nobody. Held weakly, across
+    /// starts.
+    void setRuleObserver(std::weak_ptr<const RuleObserver> observer) { ruleObserver_ = std::move(observer); }
+
     /// The debug log's text; empty when there is none.
     [[nodiscard]] std::string getDebugFileContent() const;
     void clearDebugFile();
@@ -146,6 +151,7 @@ private:
     std::unique_ptr<WebPagePresenter> webPages_;
     std::shared_ptr<QuomiUser> user_;
     std::weak_ptr<void> adPlaceholderView_;
+    std::weak_ptr<const RuleObserver> ruleObserver_;
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;

@@ -34,6 +34,7 @@ struct QuomiLocationDelegate;
 struct QuomiApplication;
 struct QuomiSettings;
 struct QuomiUser;
+struct RuleObserver;
 
 /// What the facade holds for good and lends to each of its sessions.
 struct SessionContext {
@@ -47,6 +48,7 @@ struct SessionContext {
     const bool& eventLogsEnabled;
     const std::shared_ptr<QuomiUser>& user;
     WebPagePresenter& webPages;
+    const std::weak_ptr<const RuleObserver>& ruleObserver;
 };
 
 /// What lives from start to stop: the SDK's components and the router of beacon events, made where they are missing and

@@ -139,7 +139,11 @@ public:
           wire_(makeWire(options)),
           observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
           sdk_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform(), settings_),
+          ruleObserver_(std::make_shared<RuleObserver>(RuleObserver{[this](const RuleReport& report) {
+              trace_.write("rule", boost::json::string(report.ruleId), traceRule(report));
+          }})),
           host_(sdk_, settings_, trace_, phone_) {
+        sdk_.setRuleObserver(ruleObserver_);
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
         if (!recordings_.empty()) phone_.attachModel();
         if (backoffice_ != nullptr) backoffice_->setNow([this] { return phone_.loop().now(); });
@@ -291,6 +295,7 @@ private:
     std::unique_ptr<WireTransport> wire_;
     std::unique_ptr<simulated::ObservedTransport> observedWire_;
     QuomiSDK sdk_;
+    const std::shared_ptr<const RuleObserver> ruleObserver_;
     ReplayHost host_;
 };
 
