@@ -187,9 +187,10 @@ void QuomiAPI::sendBatteryAlert(const BatteryAlert& alert, Done success, Failure
 
 void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
                                            int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
-                                           Done enableBlock) {
+                                           Done enableBlock,
+                                           std::function<void(const QuomiNotifyServerResponse*)> ended) {
     serverNotifications_.send({url, std::move(actionExecutor), triggeredBy, std::move(infoDict), std::move(success),
-                               std::move(failure), std::move(enableBlock)});
+                               std::move(failure), std::move(enableBlock), std::move(ended)});
 }
 
 void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,

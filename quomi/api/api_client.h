@@ -109,7 +109,8 @@ public:
     /// anything comes of it; failures are the request's, or 405 for another answer.
     void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
                                      int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
-                                     Done enableBlock);
+                                     Done enableBlock,
+                                     std::function<void(const QuomiNotifyServerResponse* answer)> ended = {});
     void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
                                      int triggeredBy, Done success, Failure failure, Done enableBlock);
 

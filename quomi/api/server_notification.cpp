@@ -97,13 +97,17 @@ void ServerNotifications::tryNow(const Handle& attempt) {
 }
 
 void ServerNotifications::treatFailure(const Handle& attempt, const HttpSessionFailure& failure) {
-    if (!failure.status) return forget(attempt);
+    if (!failure.status) {
+        forget(attempt);
+        return callBack(attempt->notification.ended, nullptr);
+    }
     debugLog_.log("Server notification failure, status code = {}", *failure.status);
     const bool isFinal = *failure.status >= 400 && *failure.status <= 599;
     if (!isFinal && attempt->nbOfRetryLeft > 0) return retryLater(attempt);
     debugLog_.log("Number of retry exceeded, notifying of server notification failure...");
     forget(attempt);
     callBack(attempt->notification.failure, failure.error);
+    if (!attempt->isCancelled) callBack(attempt->notification.ended, nullptr);
 }
 
 void ServerNotifications::retryLater(const Handle& attempt) {
@@ -130,7 +134,9 @@ void ServerNotifications::treatRequestServerResponse(const Handle& attempt, cons
         callBack(attempt->notification.failure, *error);
     }
     // Whoever was called back may have dropped everything, this object included.
-    if (!attempt->isCancelled) forget(attempt);
+    if (attempt->isCancelled) return;
+    forget(attempt);
+    callBack(attempt->notification.ended, parsed ? &*parsed : nullptr);
 }
 
 void ServerNotifications::actOn(const Handle& attempt, const QuomiNotifyServerResponse& response) {

@@ -42,6 +42,8 @@ struct ServerNotification {
     std::function<void()> success;
     std::function<void(const Error&)> failure;
     std::function<void()> enableBlock;
+    /// Called last of all, for those who only look on: with the server's answer, or null when none could be used.
+    std::function<void(const QuomiNotifyServerResponse* answer)> ended{};
 };
 
 /// Seconds to wait after the failed try of that number, from 0 on: the slot doubled at each try, at most 30.

@@ -36,19 +36,6 @@ bool mayStandInUrl(char c) {
     return c > ' ' && c < '\x7F' && std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
 }
 
-std::string withoutForbiddenCharacters(std::string_view url) {
-    std::string clean;
-    clean.reserve(url.size());
-    for (const char c : url) {
-        if (mayStandInUrl(c)) {
-            clean += c;
-        } else {
-            appendEncoded(clean, c);
-        }
-    }
-    return clean;
-}
-
 std::string percentEncoded(std::string_view text) {
     std::string encoded;
     for (const char c : text) {
@@ -62,6 +49,19 @@ std::string percentEncoded(std::string_view text) {
 }
 
 }  // namespace
+
+std::string withoutForbiddenCharacters(std::string_view url) {
+    std::string clean;
+    clean.reserve(url.size());
+    for (const char c : url) {
+        if (mayStandInUrl(c)) {
+            clean += c;
+        } else {
+            appendEncoded(clean, c);
+        }
+    }
+    return clean;
+}
 
 std::optional<std::string> normalizedHttpUrl(std::string_view url) {
     const std::string clean = withoutForbiddenCharacters(url);

@@ -14,6 +14,9 @@ using QueryParameters = std::vector<std::pair<std::string, std::string>>;
 /// URL may hold (blanks, controls, non-ASCII) are percent-encoded rather than refused.
 [[nodiscard]] std::optional<std::string> normalizedHttpUrl(std::string_view url);
 
+/// The text with every character that no URL may hold (blanks, controls, braces, non-ASCII) percent-encoded.
+[[nodiscard]] std::string withoutForbiddenCharacters(std::string_view url);
+
 /// Scheme, host and port of a normalised URL, in lower case: what one connection belongs to.
 [[nodiscard]] std::string originOf(std::string_view url);
 

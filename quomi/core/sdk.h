@@ -156,7 +156,8 @@ public:
     /// removed, and stays stopped then.
     bool removeAllData(std::optional<Error>* error = nullptr);
 
-    /// Who looks on while rules are judged; held weakly.
+    /// Who is told what becomes of each rule, for tools that explain rules; null for nobody. Held weakly, across starts
+    /// and stops.
     void setRuleObserver(std::weak_ptr<const RuleObserver> observer) { ruleObserver_ = std::move(observer); }
 
     /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
@@ -220,10 +221,10 @@ private:
     Observers<bool> beaconsEnabledObservers_;
     Observers<bool> geofencesEnabledObservers_;
     std::weak_ptr<void> adPlaceholderView_;
+    std::weak_ptr<const RuleObserver> ruleObserver_;
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;
-    std::weak_ptr<const RuleObserver> ruleObserver_;
     std::vector<std::shared_ptr<ServerSync>> syncs_;
     std::shared_ptr<Session> session_;
 };

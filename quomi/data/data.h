@@ -55,6 +55,8 @@ public:
 
     /// The child context, where there is one and the app is in the background; else the one that commits.
     [[nodiscard]] ObjectContext& currentObjectContext();
+    /// The one that commits. Children of it end before the store.
+    [[nodiscard]] ObjectContext& mainObjectContext() { return objectContext_; }
     /// Makes the child context unless there is one; lets go of it when as many have finished as have started. What the
     /// child had not saved is lost then.
     void startBackgroundObjectContext();

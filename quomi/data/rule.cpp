@@ -112,6 +112,19 @@ boost::json::object QuomiGeofenceRuleWithActions::dictionary() const {
     return withActionsFirst(actionDictionaries(), entityType().dictionary(*this, keys));
 }
 
+ProximityRange QuomiBeaconRuleWithActions::range() const {
+    const auto onScale = [](std::int64_t code) {
+        return QuomiProximityUtils::mapServerProximityToQuomiProximity(static_cast<std::uint64_t>(code));
+    };
+    return {onScale(proximity), onScale(proximityEnd.value_or(proximity))};
+}
+
+bool QuomiBeaconRuleWithActions::isCrossedBy(QuomiProximity previousProximity, QuomiProximity newProximity) const {
+    const auto bounds = range();
+    if (trigger == kTriggerOnEntry) return !bounds.contains(previousProximity) && bounds.contains(newProximity);
+    return trigger == kTriggerOnExit && bounds.contains(previousProximity) && !bounds.contains(newProximity);
+}
+
 std::shared_ptr<QuomiBeaconData> QuomiBeaconRuleWithActions::beacon() const {
     return std::static_pointer_cast<QuomiBeaconData>(owner());
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/beacons/proximity.h"
 #include "quomi/data/managed_object.h"
 #include "quomi/rules/action.h"
 #include "quomi/rules/history.h"
@@ -11,6 +12,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <boost/json/fwd.hpp>
@@ -82,10 +84,24 @@ struct QuomiGeofenceRuleWithActions : RuleWithActions {
     [[nodiscard]] const EntityType& entityType() const override;
 };
 
+/// From one proximity to another, both included; an end of 3 includes 4 and 5.
+struct ProximityRange {
+    QuomiProximity start = QuomiProximityInvalid;
+    QuomiProximity end = QuomiProximityInvalid;
+    [[nodiscard]] bool contains(QuomiProximity proximity) const {
+        return QuomiProximityUtils::isProximityInsideRange(proximity, start, end);
+    }
+};
+
 struct QuomiBeaconRuleWithActions : RuleWithActions {
     std::int32_t proximity = 0;  ///< the server's code
     std::optional<std::int32_t> proximityEnd;
     std::int32_t priority = 1;  ///< the lowest number runs first
+
+    /// The range on the SDK's scale. Without an end it is the one proximity.
+    [[nodiscard]] ProximityRange range() const;
+    /// Whether the move enters ("on_entry") or leaves ("on_exit") the range; no for any other trigger.
+    [[nodiscard]] bool isCrossedBy(QuomiProximity previousProximity, QuomiProximity newProximity) const;
 
     [[nodiscard]] std::shared_ptr<QuomiBeaconData> beacon() const;
     [[nodiscard]] boost::json::object dictionary() const override;

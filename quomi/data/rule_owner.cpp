@@ -25,11 +25,6 @@ auto isOfTrigger(std::string_view trigger) {
     return [trigger](const RuleWithActions& rule) { return rule.trigger == trigger; };
 }
 
-QuomiProximity serverProximity(std::int32_t code) {
-    return QuomiProximityUtils::mapServerProximityToQuomiProximity(
-        static_cast<std::uint64_t>(static_cast<std::int64_t>(code)));
-}
-
 }  // namespace
 
 std::vector<std::shared_ptr<RuleWithActions>> RuleOwner::rules() {
@@ -121,17 +116,7 @@ std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>> QuomiBeaconData::getAct
 std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>> QuomiBeaconData::getActionsAndRulesSuitableForTrigger(
     std::string_view trigger, QuomiProximity previousProximity, QuomiProximity newProximity) {
     const auto isCrossed = [=](const QuomiBeaconRuleWithActions& rule) {
-        if (rule.trigger != trigger) return false;
-        const auto start = serverProximity(rule.proximity);
-        const auto end = rule.proximityEnd ? serverProximity(*rule.proximityEnd) : start;
-        const auto isInside = [=](QuomiProximity proximity) {
-            return QuomiProximityUtils::isProximityInsideRange(proximity, start, end);
-        };
-        const auto isOutside = [=](QuomiProximity proximity) {
-            return QuomiProximityUtils::isProximityOutsideRange(proximity, start, end);
-        };
-        if (trigger == kTriggerOnEntry) return isOutside(previousProximity) && isInside(newProximity);
-        return trigger == kTriggerOnExit && isInside(previousProximity) && isOutside(newProximity);
+        return rule.trigger == trigger && rule.isCrossedBy(previousProximity, newProximity);
     };
     return rulesWhere<QuomiBeaconRuleWithActions>(isCrossed);
 }

@@ -259,10 +259,10 @@ std::optional<std::string> QuomiActionExecutor::getDeepLinkURLFromJSON(const std
 
 bool QuomiActionExecutor::executeNotifyServerAction(const std::string& url, int triggeredBy,
                                                     const json::object& infoDict, Done success, Failure failure,
-                                                    Done enableBlock, ActionOutcome* outcome) {
-    return report(
-        notifyServer(url, triggeredBy, infoDict, std::move(success), std::move(failure), std::move(enableBlock)),
-        outcome);
+                                                    Done enableBlock, ActionOutcome* outcome, ServerAnswered ended) {
+    return report(notifyServer(url, triggeredBy, infoDict, std::move(success), std::move(failure),
+                               std::move(enableBlock), std::move(ended)),
+                  outcome);
 }
 
 bool QuomiActionExecutor::executeNotifyServerAction(const std::string& url, int triggeredBy, Done success,
@@ -272,7 +272,7 @@ bool QuomiActionExecutor::executeNotifyServerAction(const std::string& url, int 
 }
 
 ActionOutcome QuomiActionExecutor::notifyServer(Url url, int triggeredBy, const json::object& infoDict, Done success,
-                                                Failure failure, Done enableBlock) {
+                                                Failure failure, Done enableBlock, ServerAnswered ended) {
     const auto self = shared_from_this();
     if (hasEnded_ || QuomiUtils::isEmpty(url)) return ActionOutcome::impossible;
     if (isVetoed(&ActionHost::shouldExecuteServerNotificationRequest, url, triggeredBy)) return ActionOutcome::vetoed;
@@ -280,7 +280,7 @@ ActionOutcome QuomiActionExecutor::notifyServer(Url url, int triggeredBy, const 
     if (hostNotifiesServer(url, triggeredBy, success, failure)) return ActionOutcome::performedByHost;
     if (hasEnded_ || apiClient_ == nullptr) return ActionOutcome::impossible;
     apiClient_->sendServerNotificationToURL(url, weak_from_this(), triggeredBy, infoDict, std::move(success),
-                                            std::move(failure), std::move(enableBlock));
+                                            std::move(failure), std::move(enableBlock), std::move(ended));
     return ActionOutcome::performed;
 }
 

@@ -52,6 +52,7 @@ class QuomiActionExecutor final : public ServerActionPerformer,
 public:
     using Done = std::function<void()>;
     using Failure = std::function<void(const Error&)>;
+    using ServerAnswered = std::function<void(const QuomiNotifyServerResponse* answer)>;
     using RequestBuilt = std::function<void(const NotificationRequest&)>;
 
     explicit QuomiActionExecutor(ActionExecutorContext context);
@@ -101,9 +102,11 @@ public:
     /// Asks the host and tells the server, as `QuomiAPI::sendServerNotificationToURL` does; its actions come back here.
     /// True when the host or the SDK sends. False for an empty URL and a refusal; then no block is ever called. With a
     /// host that sends itself `enableBlock` never is: deliberate, such a host has taken over the rule's other actions.
-    /// Blocks may be empty; each runs at most once.
+    /// Blocks may be empty; each runs at most once. `ended` only looks on: see ServerNotification; a host that sends
+    /// itself ends nothing.
     bool executeNotifyServerAction(const std::string& url, int triggeredBy, const boost::json::object& infoDict,
-                                   Done success, Failure failure, Done enableBlock, ActionOutcome* outcome = nullptr);
+                                   Done success, Failure failure, Done enableBlock, ActionOutcome* outcome = nullptr,
+                                   ServerAnswered ended = {});
     bool executeNotifyServerAction(const std::string& url, int triggeredBy, Done success, Failure failure,
                                    Done enableBlock);
 
@@ -126,7 +129,7 @@ private:
     ActionOutcome openWebPage(Url url, int triggeredBy);
     ActionOutcome openDeepLink(const std::string& param, int triggeredBy);
     ActionOutcome notifyServer(Url url, int triggeredBy, const boost::json::object& infoDict, Done success,
-                               Failure failure, Done enableBlock);
+                               Failure failure, Done enableBlock, ServerAnswered ended);
     void postUnlessEnded(std::function<void(QuomiActionExecutor&)> work);
 
     const ActionExecutorContext context_;

@@ -5,17 +5,15 @@
 #include "quomi/util/error.h"
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace quomi {
 
 class QuomiBeacon;
-struct QuomiBeaconData;
-struct QuomiBeaconRuleWithActions;
 
 /// Runs the rules of beacons: chooses those of the event's trigger and range, sorts them by priority, lets them wait
 /// their latch time, passes them through the gates and hands their actions on.
@@ -47,24 +45,26 @@ public:
     void clearAllPendingTimersForBeaconId(const std::string& beaconId) { timers().clear(beaconId); }
 
 private:
-    using Rules = std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>>;
-    /// How the beacon moved.
+    using Rule = std::shared_ptr<QuomiBeaconRuleWithActions>;
+    using TriggerKeys = std::initializer_list<const char*>;
+    /// How a beacon moved; accuracies in metres, 0 for none.
     struct Move {
-        QuomiProximity previousProximity = QuomiProximityUndetermined;
-        double previousAccuracy = 0;
-        QuomiProximity newProximity = QuomiProximityUndetermined;
-        double accuracy = 0;
+        QuomiProximity previousProximity;
+        double previousAccuracy;
+        QuomiProximity newProximity;
+        double accuracy;
     };
 
-    bool beginEvent(const Beacon& beacon, bool isSeenAnew, ErrorSlot error);
-    bool isActive(const Beacon& beacon, std::initializer_list<const char*> triggerKeys, ErrorSlot error);
-    void executeRulesForBeacon(const Beacon& beacon, std::string_view triggerKey);
-    void executeRulesForBeacon(const Beacon& beacon, std::string_view triggerKey, const Move& move);
-    [[nodiscard]] Move reclassified(const Move& move, const QuomiBeaconRuleWithActions& rule) const;
-    [[nodiscard]] double splitThresholdOf(const QuomiBeaconRuleWithActions* rule) const;
-    void executeInOrderOfPriority(const Beacon& beacon, Rules rules);
-    void executeRule(const std::shared_ptr<QuomiBeaconRuleWithActions>& rule, const Beacon& beacon);
-    void executeActionsOfRule(const std::shared_ptr<QuomiBeaconRuleWithActions>& rule, const Beacon& beacon);
+    bool executeEvent(const Beacon& beacon, TriggerKeys triggerKeys, bool isSeenAnew, const std::optional<Move>& move,
+                      ErrorSlot error);
+    [[nodiscard]] bool isActive(QuomiBeaconData& beacon, TriggerKeys triggerKeys, ErrorSlot error) const;
+    void executeRulesForBeacon(QuomiBeaconData& beacon, const char* triggerKey, const std::optional<Move>& move);
+    [[nodiscard]] bool isCrossed(const QuomiBeaconRuleWithActions& rule, const QuomiBeaconData& beacon,
+                                 const Move& move) const;
+    [[nodiscard]] QuomiProximity reclassified(QuomiProximity proximity, double accuracy,
+                                              const QuomiBeaconRuleWithActions* rule) const;
+    void executeRule(const Rule& rule, const Beacon& beacon);
+    void executeActionsOfRule(const Rule& rule, const Beacon& beacon);
     [[nodiscard]] std::shared_ptr<const QuomiBeacon> liveBeacon(const QuomiBeaconData& beacon) const;
     [[nodiscard]] bool stillHolds(const Latch& latch, const QuomiBeaconData* beacon,
                                   const QuomiBeaconRuleWithActions* rule) const;
@@ -72,8 +72,8 @@ private:
     void executeDelayedAction(const Latch& latch) override;
     [[nodiscard]] boost::json::object infoDictForLocalNotification(const RuleOwner& owner,
                                                                    const RuleWithActions& rule) const override;
-    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const RuleWithActions& rule,
-                                        const RuleOwner& owner) const override;
+    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const RuleOwner& owner,
+                                        const RuleWithActions& rule) const override;
     void executeEnabledActions(const Run& run, const Actions& actions) override;
     void actionWasRefused(const RuleRun& run) override;
 

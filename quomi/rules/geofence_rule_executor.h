@@ -10,13 +10,10 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace quomi {
 
 class SerialQueue;
-struct QuomiGeofence;
-struct QuomiGeofenceRuleWithActions;
 
 /// Where the device is and how fast it moves, as the location manager has it.
 struct RulePosition {
@@ -51,20 +48,20 @@ private:
     using Rule = std::shared_ptr<QuomiGeofenceRuleWithActions>;
 
     bool executeRulesAndActionsForGeofence(const Geofence& geofence, const char* triggerKey, ErrorSlot error);
-    [[nodiscard]] bool isSlowEnough(const QuomiGeofence& geofence, const QuomiGeofenceRuleWithActions& rule,
+    [[nodiscard]] bool isSlowEnough(const QuomiGeofenceRuleWithActions& rule, const QuomiGeofence& geofence,
                                     double speed) const;
     void executeRule(const Rule& rule, const Geofence& geofence);
-    void executeAfterLatchTime(const QuomiGeofenceRuleWithActions& rule, const QuomiGeofence& geofence);
+    void executeActionsOfRule(const QuomiGeofenceRuleWithActions& rule, const QuomiGeofence& geofence);
     void executeInPrivateContext(const Run& run, const Actions& actions);
 
     void executeDelayedAction(const Latch& latch) override;
     [[nodiscard]] boost::json::object infoDictForLocalNotification(const RuleOwner& owner,
                                                                    const RuleWithActions& rule) const override;
-    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const RuleWithActions& rule,
-                                        const RuleOwner& owner) const override;
-    void prepareServerNotification() override;
+    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const RuleOwner& owner,
+                                        const RuleWithActions& rule) const override;
+    void prepareServerNotification() override { context().data.saveContext(); }
     void executeEnabledActions(const Run& run, const Actions& actions) override;
-    void actionWasRefused(const RuleRun& run) override;
+    void actionWasRefused(const RuleRun&) override {}
 
     const RulePosition position_;
     std::map<std::uint64_t, std::unique_ptr<SerialQueue>> queues_;  // whose work waits

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/data/data.h"
 #include "quomi/rules/action.h"
 #include "quomi/rules/latch_timers.h"
 #include "quomi/rules/rule_context.h"
@@ -16,8 +17,7 @@ namespace quomi {
 
 class QuomiActionExecutor;
 enum class ActionOutcome;
-struct RuleOwner;
-struct RuleWithActions;
+struct QuomiNotifyServerResponse;
 
 /// A rule whose actions run, by value: nothing of it hangs on the store, whose objects may go meanwhile.
 struct RuleRun {
@@ -53,7 +53,7 @@ public:
     void setActionExecutor(std::shared_ptr<QuomiActionExecutor> actionExecutor);
 
     /// Ends every latch time that runs; its rule does not run.
-    void clearAllPendingTimers() { delayedRulesExecutionTimers_.clearAll(); }
+    void clearAllPendingTimers();
     [[nodiscard]] std::size_t pendingTimersCount() const { return delayedRulesExecutionTimers_.count(); }
 
 protected:
@@ -76,8 +76,8 @@ protected:
     [[nodiscard]] virtual boost::json::object infoDictForLocalNotification(const RuleOwner& owner,
                                                                            const RuleWithActions& rule) const = 0;
     /// The URL of the rule's server, its placeholders filled.
-    [[nodiscard]] virtual std::string serverUrl(const std::string& urlTemplate, const RuleWithActions& rule,
-                                                const RuleOwner& owner) const = 0;
+    [[nodiscard]] virtual std::string serverUrl(const std::string& urlTemplate, const RuleOwner& owner,
+                                                const RuleWithActions& rule) const = 0;
     /// Called before a rule asks its server.
     virtual void prepareServerNotification() {}
     /// Runs what the rule's server allowed.
@@ -85,47 +85,68 @@ protected:
     /// The host refused the rule's notification, or its server was not asked.
     virtual void actionWasRefused(const RuleRun& run) = 0;
 
-    // What they share
+    // What they share. Whoever calls one of these looks afterwards whether the executor has ended.
 
-    /// Logs the event and passes the rule through the gates. False when it was stopped, which is reported then.
+    /// The object as the store has it now; null when it is gone. A failed save and the host disconnect objects.
+    template <class Object>
+    [[nodiscard]] std::shared_ptr<Object> current(const std::shared_ptr<Object>& object) const {
+        if (object->context() != nullptr) return object;
+        return context_.data.currentObjectContext().template objectWithID<Object>(object->objectID());
+    }
+    /// Logs the event and passes the rule through the gates; false when it was stopped, which is reported then, or has
+    /// gone.
     bool passesGates(const Rule& rule, const Owner& owner);
-    /// Runs the actions of a rule that has passed all gates. False when the executor has ended meanwhile.
-    bool executeActions(const RuleWithActions& rule, const RuleOwner& owner);
+    [[nodiscard]] Run makeRun(const RuleWithActions& rule, const RuleOwner& owner) const;
+    /// Runs the actions of a rule that has passed all gates: at once, or when its server allows it.
+    void execute(const Run& run, const RuleWithActions& rule, const RuleOwner& owner);
     /// The combined notification or each action by itself, and the report.
     void executeActions(const Run& run, const Actions& actions);
     void startLatch(const RuleWithActions& rule, const RuleOwner& owner);
+    [[nodiscard]] std::string encodedUserID() const;
 
     // Reports. None builds anything when nobody looks on.
 
     [[nodiscard]] std::shared_ptr<const RuleObserver> observer() const;
-    /// False when the executor has ended meanwhile.
     template <class MakeDetail>
-    bool report(const RuleWithActions& rule, const RuleOwner& owner, RuleDecision decision,
+    void report(const RuleWithActions& rule, const RuleOwner& owner, RuleDecision decision,
                 const MakeDetail& makeDetail) const {
-        const auto watcher = observer();
-        if (watcher != nullptr) tell(*watcher, rule, owner, decision, makeDetail());
-        return !hasEnded_;
-    }
-    bool report(const RuleWithActions& rule, const RuleOwner& owner, RuleDecision decision) const {
-        return report(rule, owner, decision, [] { return boost::json::object(); });
+        if (const auto watcher = observer()) tell(*watcher, nameOf(rule, owner), decision, makeDetail());
     }
     void report(const Latch& latch, RuleDecision decision) const;
+    template <class Rules>
+    void reportInactive(const RuleOwner& owner, const Rules& rules, const Error& why) const {
+        for (const auto& rule : rules) {
+            if (hasEnded_) return;
+            report(*rule, owner, RuleDecision::inactive, [&why] { return boost::json::object{{"code", why.code}}; });
+        }
+    }
 
 private:
-    void tell(const RuleObserver& watcher, const RuleWithActions& rule, const RuleOwner& owner, RuleDecision decision,
-              boost::json::object detail) const;
+    /// Who a report is about.
+    struct RuleName {
+        std::string ruleId;
+        std::string owner;
+        std::string trigger;
+    };
+    [[nodiscard]] static RuleName nameOf(const RuleWithActions& rule, const RuleOwner& owner);
+    static void tell(const RuleObserver& watcher, RuleName rule, RuleDecision decision, boost::json::object detail);
     template <class MakeDetail>
     void report(const RuleRun& run, RuleDecision decision, const MakeDetail& makeDetail) const;
     void reportExecuted(RuleRun& run) const;
+    void reportRefused(const RuleRun& run, const std::string& type) const;
 
+    template <class Work>
+    [[nodiscard]] auto unlessEnded(Work work);
     void logAction(const RuleRun& run, const char* action) const;
     bool executeNotify(const Run& run, const Actions& actions);
     void executeAction(const Run& run, const QuomiAction& action);
     void executeLocalNotificationAction(const Run& run, const QuomiAction& action, const QuomiAction* openAction);
+    void notificationWasRefused(RuleRun& run);
     void executeOpenWebPageAction(RuleRun& run, const QuomiAction& action);
     void executeOpenDeepLinkAction(RuleRun& run, const QuomiAction& action);
-    void actionEnded(RuleRun& run, const QuomiAction& action, ActionOutcome outcome) const;
-    bool executeNotifyServerAction(const Run& run, const std::string& url);
+    void openActionEnded(RuleRun& run, const QuomiAction& action, ActionOutcome outcome) const;
+    void executeNotifyServerAction(const Run& run, const std::string& url);
+    void reportAnswer(const RuleRun& run, const QuomiNotifyServerResponse* answer) const;
 
     const RuleArea area_;
     const RuleExecutorContext context_;

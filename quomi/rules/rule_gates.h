@@ -44,7 +44,7 @@ struct RuleStop {
 
 /// Takes back what a beacon's rule counted: the device-wide interval holds nothing back any more, and of a rule under
 /// the device-wide counter all counts are one less, and saved. The counts of any other rule stay: deliberate, campaigns
-/// rely on it.
-void uncountEvent(const RuleExecutorContext& context, RuleWithActions& rule, const RuleOwner& owner);
+/// rely on it. Of a rule that is gone (null) there is nothing to take back but the interval.
+void uncountEvent(const RuleExecutorContext& context, RuleWithActions* rule);
 
 }  // namespace quomi

@@ -177,7 +177,11 @@ public:
           observedWire_(wire_ ? makeObserved(*wire_) : nullptr),
           platform_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform()),
           sdk_(platform_, settings_),
+          ruleObserver_(std::make_shared<RuleObserver>(RuleObserver{[this](const RuleReport& report) {
+              trace_.write("rule", boost::json::string(report.ruleId), traceRule(report));
+          }})),
           host_(platform_, sdk_, settings_, trace_, phone_) {
+        sdk_.setRuleObserver(ruleObserver_);
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
         if (plays<std::vector<simulated::TimedPacket>>(recordings_)) phone_.attachModel();
         const auto beacons = placedBeacons(visit);
@@ -344,6 +348,7 @@ private:
     std::unique_ptr<simulated::ObservedTransport> observedWire_;
     const Platform platform_;
     QuomiSDK sdk_;
+    const std::shared_ptr<const RuleObserver> ruleObserver_;
     ReplayHost host_;
 };
 

@@ -99,6 +99,13 @@ std::string traceLine(const json::object& record) {
     return text;
 }
 
+json::object traceRule(const RuleReport& report) {
+    return {{"owner", report.owner},
+            {"trigger", report.trigger},
+            {"decision", nameOf(report.decision)},
+            {"detail", report.detail}};
+}
+
 std::string traceDate(WallTime date) {
     return QuomiUtils::stringUTCForDate(date, "UTC");
 }

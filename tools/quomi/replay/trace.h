@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/phone_observer.h"
 #include "quomi/platform/clock.h"
+#include "quomi/rules/rule_observer.h"
 #include "quomi/util/error.h"
 
 #include <functional>
@@ -39,6 +40,8 @@ private:
 [[nodiscard]] boost::json::value traceError(const std::optional<Error>& error);
 [[nodiscard]] boost::json::object traceRegion(const Region& region);
 [[nodiscard]] boost::json::object traceNotification(const NotificationRequest& notification);
+/// Owner, trigger, decision and detail.
+[[nodiscard]] boost::json::object traceRule(const RuleReport& report);
 /// ISO 8601 in UTC with milliseconds.
 [[nodiscard]] std::string traceDate(WallTime date);
 
