@@ -6,6 +6,7 @@
 #include "quomi/platform/console.h"
 #include "quomi/platform/files.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>
@@ -39,11 +40,13 @@ ObjectContext& QuomiData::currentObjectContext() {
 }
 
 void QuomiData::startBackgroundObjectContext() {
+    ++backgroundUsers_;
     if (backgroundObjectContext_ == nullptr) backgroundObjectContext_ = std::make_unique<ObjectContext>(objectContext_);
 }
 
 void QuomiData::finishBackgroundObjectContext() {
-    backgroundObjectContext_.reset();
+    backgroundUsers_ = std::max(0, backgroundUsers_ - 1);
+    if (backgroundUsers_ == 0) backgroundObjectContext_.reset();
 }
 
 bool QuomiData::saveContext(ErrorSlot error) {
