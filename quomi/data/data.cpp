@@ -6,6 +6,7 @@
 #include "quomi/platform/console.h"
 #include "quomi/platform/files.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <fmt/format.h>

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -88,7 +89,8 @@ public:
     bool insertOrUpdateGeofenceRegion(const std::shared_ptr<QuomiGeofenceRegion>& region,
                                       ErrorSlot error = nullptr);  // saved
     /// Puts disconnected geofences into the store, enabled, each in place of the one with its identifier, whose
-    /// counters it takes over. Returns how many. 0 with 606 while another such call runs. Not saved. The region is not
+    /// counters it takes over. Returns how many. Not saved. 0 with 606 while another such call runs, 0 with 600 when
+    /// the store cannot be read or is busy; what was not saved is dropped when it cannot be read. The region is not
     /// looked at.
     std::size_t insertOrUpdateGeofences(const Source<QuomiGeofence>& geofences, const QuomiGeofenceRegion& inRegion,
                                         ErrorSlot error = nullptr);
@@ -165,7 +167,8 @@ public:
     [[nodiscard]] List<QuomiDebugLog> getAllLoggedEvents(ErrorSlot error = nullptr);
     bool removeAllLoggedEvents(ErrorSlot error = nullptr);  // saved
 
-    /// Stores a disconnected alert and sends all that wait. One that does not arrive waits again.
+    /// Stores a disconnected alert and sends all that wait. One that does not arrive waits again, and so does one that
+    /// is on its way when the client is taken away.
     void sendBatteryAlert(const std::shared_ptr<QuomiBatteryAlert>& alert);
     void flushBatteryAlertsQueue();
     void sendBatteryAlertEntity(const std::shared_ptr<QuomiBatteryAlert>& alert);
@@ -192,6 +195,7 @@ private:
     bool resetAllCounters(ErrorSlot error);
     bool removeAll(const EntityType& type, ErrorSlot error);
     bool failBusy(ErrorSlot error) const;
+    void store(const BatteryAlert& values);
 
     const Platform& platform_;
     const QuomiErrors& errors_;
@@ -201,6 +205,8 @@ private:
     int backgroundUsers_ = 0;
     EventUploadLoop uploadLoop_;
     Uploader* apiClient_ = nullptr;
+    std::map<std::uint64_t, BatteryAlert> alertsOnTheirWay_;
+    std::uint64_t lastAlertSent_ = 0;
     bool busyWithInsertOrUpdateData_ = false;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };

@@ -6,6 +6,12 @@
 namespace quomi {
 
 void QuomiData::setApiClient(Uploader* client) {
+    if (client != apiClient_) {
+        // Nobody tells any more what becomes of them.
+        for (const auto& alert : alertsOnTheirWay_) store(alert.second);
+        if (!alertsOnTheirWay_.empty()) saveContext();
+        alertsOnTheirWay_.clear();
+    }
     apiClient_ = client;
     uploadLoop_.setUploader(client);
 }
@@ -46,13 +52,25 @@ void QuomiData::sendBatteryAlertEntity(const std::shared_ptr<QuomiBatteryAlert>&
     if (apiClient_ == nullptr) return;
     const BatteryAlert values = alert->values();
     if (alert->context() == &currentObjectContext()) currentObjectContext().remove(*alert);
-    apiClient_->sendBatteryAlert(values, nullptr, [this, values, alive = std::weak_ptr(alive_)](const Error&) {
-        if (alive.expired()) return;
-        auto again = std::make_shared<QuomiBatteryAlert>();
-        again->setValues(values);
-        currentObjectContext().insert(std::move(again));
-        saveContext();
-    });
+    const auto number = ++lastAlertSent_;
+    alertsOnTheirWay_.emplace(number, values);
+    // Whether it was still waited for.
+    const auto arrive = [this, number, alive = std::weak_ptr(alive_)] {
+        return !alive.expired() && alertsOnTheirWay_.erase(number) > 0;
+    };
+    apiClient_->sendBatteryAlert(
+        values, [arrive] { arrive(); },
+        [this, arrive, values](const Error&) {
+            if (!arrive()) return;
+            store(values);
+            saveContext();
+        });
+}
+
+void QuomiData::store(const BatteryAlert& values) {
+    auto alert = std::make_shared<QuomiBatteryAlert>();
+    alert->setValues(values);
+    currentObjectContext().insert(std::move(alert));
 }
 
 QuomiData::List<QuomiBatteryAlert> QuomiData::getAllBatteryAlerts(ErrorSlot error) {

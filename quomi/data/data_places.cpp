@@ -90,30 +90,34 @@ std::size_t QuomiData::insertOrUpdate(const Source<Place>& places, ErrorSlot err
         return 0;
     }
     const Guard guard(busyWithInsertOrUpdateData_);
+    auto next = places();
+    if (next == nullptr || !objectContext_.begin(error)) return 0;
     const WallTime now = platform_.clock.now();
     List<Place> withGroupHistory;
     std::size_t count = 0;
-    // What is held was written before the first lookup; from then on nothing changes but what is done here.
-    static_cast<void>(placeById<Place>(objectContext_, {}, nullptr));
+    std::optional<Error> failure;
+    // What is held has just been written; from here on nothing changes but what is done here.
     const ObjectContext::Bulk bulk(objectContext_);
-    while (auto place = places()) {
-        place->enabled = true;
-        if (const auto stored = placeById<Place>(objectContext_, place->identifier(), error)) {
-            place->copyCounters(*stored, now);
+    for (; next != nullptr && !failure; next = places(), ++count) {
+        next->enabled = true;
+        if (const auto stored = placeById<Place>(objectContext_, next->identifier(), &failure)) {
+            next->copyCounters(*stored, now);
             objectContext_.remove(*stored);
         }
-        if (!place->groupHistory.empty()) withGroupHistory.push_back(place);
-        objectContext_.insert(std::move(place));
-        ++count;
+        if (!next->groupHistory.empty()) withGroupHistory.push_back(next);
+        objectContext_.insert(std::move(next));
     }
     // An empty history stays empty. The members are those of the group named by the identifier, not by `group`:
     // deliberate, stores in the field are trimmed so.
     for (const auto& place : withGroupHistory) {
-        const auto members = placesInGroup<Place>(objectContext_, place->identifier(), error);
+        const auto members = placesInGroup<Place>(objectContext_, place->identifier(), &failure);
         QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(
             *place, std::vector<std::shared_ptr<RuleOwner>>(members.begin(), members.end()), now);
     }
-    return count;
+    if (!failure) return count;
+    objectContext_.rollback();  // what could not be looked up would be there twice
+    assign(error, std::move(*failure));
+    return 0;
 }
 
 template <class Place>
@@ -133,8 +137,12 @@ std::size_t QuomiData::enable(const std::string& appNamespace, bool enabled, Err
 
 template <class Place>
 bool QuomiData::removeWithIds(std::span<const std::string> ids, ErrorSlot error) {
+    std::optional<Error> failure;
     for (const auto& id : ids) {
-        if (const auto place = placeById<Place>(objectContext_, id, error)) objectContext_.remove(*place);
+        if (const auto place = placeById<Place>(objectContext_, id, &failure)) objectContext_.remove(*place);
+        if (!failure) continue;
+        assign(error, std::move(*failure));
+        return false;
     }
     return saveContext(error);
 }

@@ -31,6 +31,9 @@ EntityType::EntityType(std::string_view name, std::vector<Field> fields, std::ve
     const std::string ownerName = owner.empty() ? "" : fmt::format(", \"{}\"", owner);
     selection_ =
         fmt::format("SELECT \"{}\"{}{} FROM \"{}\" ", kKeyColumn, owner.empty() ? ", 0" : ownerName, names, name);
+    if (!owner.empty()) {
+        selectionOfMembers_ = fmt::format("{}WHERE \"{}\" = ? ORDER BY \"{}\"", selection_, owner, kKeyColumn);
+    }
     insertion_ = fmt::format("INSERT INTO \"{}\" (\"{}\"{}{}) VALUES ({})", name, kKeyColumn, ownerName, names,
                              places(fields_.size() + 1 + schema_.owners.size()));
     removal_ = fmt::format("DELETE FROM \"{}\" WHERE \"{}\" = ?", name, kKeyColumn);

@@ -76,6 +76,8 @@ public:
 
     /// "SELECT …" of key, owner's key (0 for none) and all attributes; what follows it is the caller's.
     [[nodiscard]] const std::string& selection() const { return selection_; }
+    /// The objects that belong to the owner with the key "?", in the order of their keys; empty without owners.
+    [[nodiscard]] const std::string& selectionOfMembers() const { return selectionOfMembers_; }
     /// Insertion of a row: key, owner's key where there is one, all attributes.
     [[nodiscard]] const std::string& insertion() const { return insertion_; }
     [[nodiscard]] const std::string& removal() const { return removal_; }
@@ -89,7 +91,7 @@ private:
     Entity schema_;
     std::vector<Field> fields_;
     Make make_;
-    std::string selection_, insertion_, removal_;
+    std::string selection_, selectionOfMembers_, insertion_, removal_;
 };
 
 /// The description of an entity's class.

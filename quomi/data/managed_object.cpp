@@ -19,7 +19,7 @@ const ManagedObject::Members& ManagedObject::members() {
 
 void ManagedObject::addMember(std::shared_ptr<ManagedObject> member) {
     static_cast<void>(members());
-    if (!members_) return;
+    if (!members_ || member->context_ != nullptr || member->owner() != nullptr) return;
     member->owner_ = weak_from_this();
     members_->push_back(member);
     if (context_ != nullptr) context_->insert(std::move(member));

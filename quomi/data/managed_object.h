@@ -38,7 +38,8 @@ protected:
     /// The objects that belong to this one, in the order in which they were added; read from the store at the first
     /// use. Empty when they cannot be read.
     [[nodiscard]] const Members& members();
-    /// Makes the object belong to this one, and puts it into this one's context.
+    /// Makes a disconnected object that belongs to nothing belong to this one, and puts it into this one's context.
+    /// Nothing happens with any other.
     void addMember(std::shared_ptr<ManagedObject> member);
     /// What this object belongs to; null for nothing.
     [[nodiscard]] std::shared_ptr<ManagedObject> owner() const { return owner_.lock(); }

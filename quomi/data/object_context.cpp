@@ -46,8 +46,7 @@ std::string updateOf(const EntityType& type, const std::vector<std::size_t>& fie
 }  // namespace
 
 ObjectContext::~ObjectContext() {
-    dropEverything();
-    if (parent_ == nullptr) file_.rollback();
+    rollback();
 }
 
 // Fetching
@@ -101,11 +100,9 @@ ObjectContext::Object ObjectContext::objectOf(const EntityType& type, const Row&
 void ObjectContext::loadMembers(ManagedObject& owner) {
     const auto* type = memberType(owner.entityType());
     if (type == nullptr) return;
-    const auto& relationship = type->schema().owners.front().name;
-    const auto sql = fmt::format("{}WHERE \"{}\" = ? ORDER BY \"{}\"", type->selection(), relationship, kKeyColumn);
     ManagedObject::Members members;
     const bool isRead = file_.perform([&] {
-        auto& query = file_.statement(sql);
+        auto& query = file_.statement(type->selectionOfMembers());
         bindValue(query, 1, owner.objectID_);
         while (query.executeStep()) {
             auto member = type->make();
@@ -226,17 +223,18 @@ bool ObjectContext::removeAll(const EntityType& type, std::optional<Error>* erro
 
 std::int64_t ObjectContext::nextID(const EntityType& type) {
     if (parent_ != nullptr) return parent_->nextID(type);
-    auto last = lastIDs_.find(&type);
-    if (last == lastIDs_.end()) {
+    auto& last = lastIDs_[&type];
+    if (!last.isCurrent) {
         std::int64_t greatest = 0;
-        file_.perform([&] {
+        const bool isRead = file_.perform([&] {
             auto& query = file_.statement(fmt::format("SELECT MAX(\"{}\") FROM \"{}\"", kKeyColumn, type.name()));
             if (query.executeStep()) greatest = query.getColumn(0).getInt64();
             query.reset();
         });
-        last = lastIDs_.emplace(&type, greatest).first;
+        if (!isRead) return 1;  // taken, as like as not: the save refuses it then
+        last = {std::max(last.id, greatest), file_.isInTransaction()};
     }
-    return ++last->second;
+    return ++last.id;
 }
 
 // Noticing and writing
@@ -263,7 +261,10 @@ bool ObjectContext::flush(std::optional<Error>* error) {
         letGoOfUnheld();
         return parent_->flush(error);
     }
-    if (refusal_) return true;
+    if (refusal_) {
+        dropEverything();  // the save that tells would drop it too
+        return true;
+    }
     const auto changed = bulks_ == 0 ? changedObjects() : std::vector<Changed>();
     if (!inserted_.empty() || !removed_.empty() || !changed.empty()) {
         if (!file_.perform([this] { file_.begin(); }, error)) return false;
@@ -380,11 +381,23 @@ void ObjectContext::dropEverything() {
     tables_.clear();
     inserted_.clear();
     removed_.clear();
+    for (auto& [type, last] : lastIDs_) last.isCurrent = false;
+}
+
+bool ObjectContext::begin(std::optional<Error>* error) {
+    return flush(error) && file_.perform([this] { file_.begin(); }, error);
+}
+
+void ObjectContext::rollback() {
+    dropEverything();
+    refusal_.reset();
+    if (parent_ == nullptr) file_.rollback();
 }
 
 bool ObjectContext::save(std::optional<Error>* error) {
     if (parent_ != nullptr) return saveToParent(error);
     if (!flush(error)) return false;
+    for (auto& [type, last] : lastIDs_) last.isCurrent = false;
     if (!refusal_) {
         std::optional<Error> refusal;
         if (file_.perform([this] { file_.commit(); }, &refusal)) return true;
@@ -438,12 +451,11 @@ void ObjectContext::copyToParent(const Object& object) {
     for (const auto& field : type.fields()) field.copy(*object, *copy);
     copy->objectID_ = object->objectID_;
     const auto owner = object->owner_.lock();
-    const auto parentOwner = owner != nullptr ? parent_->objectWithID(owner->entityType(), owner->objectID_) : nullptr;
-    if (parentOwner != nullptr) {
-        parentOwner->addMember(std::move(copy));
-    } else {
+    if (owner == nullptr) {
         parent_->insert(std::move(copy));
-    }
+    } else if (const auto theirs = parent_->objectWithID(owner->entityType(), owner->objectID_)) {
+        theirs->addMember(std::move(copy));
+    }  // else the parent has removed the owner, and what belongs to it goes with it
 }
 
 }  // namespace quomi

@@ -92,6 +92,11 @@ public:
     /// refused one of them (a required attribute has no value, the disk is full), all are dropped, every object is
     /// disconnected, and the next fetch reads the store as it is.
     bool save(std::optional<Error>* error = nullptr);
+    /// Writes what has changed, without committing, and keeps others from writing until the next save: nothing finds
+    /// the store busy before that. False, with an error and the changes as they were, when it is busy now.
+    bool begin(std::optional<Error>* error = nullptr);
+    /// Drops what was not saved: every object is disconnected, and the next fetch reads the store as it is.
+    void rollback();
 
     /// While one lives, fetches see insertions and removals at once, but look for no changed members: for loops over
     /// many objects that are known not to change what is asked for.
@@ -154,7 +159,12 @@ private:
     std::unordered_map<const EntityType*, Table> tables_;  // what is held, or may be
     Objects inserted_;                                     // not written yet
     std::vector<std::pair<const EntityType*, std::int64_t>> removed_;
-    std::unordered_map<const EntityType*, std::int64_t> lastIDs_;
+    /// The greatest key given or met; current as long as nobody else may write.
+    struct LastID {
+        std::int64_t id = 0;
+        bool isCurrent = false;
+    };
+    std::unordered_map<const EntityType*, LastID> lastIDs_;
     std::optional<Error> refusal_;  // why the changes since the last save were dropped
     int bulks_ = 0;
 };

@@ -66,7 +66,11 @@ struct PlacesAnswer {
     [[nodiscard]] std::vector<std::string> idsToRemove() const {
         std::vector<std::string> ids;
         for (const auto& id : *removeIds) {
-            if (id.is_string()) ids.emplace_back(id.get_string());
+            if (id.is_string()) {
+                ids.emplace_back(id.get_string());
+            } else if (const auto number = numberOf(&id)) {
+                ids.push_back(number->text());  // as the identifier of a place would be read
+            }
         }
         return ids;
     }
@@ -127,7 +131,12 @@ bool QuomiDataApiResponseParser::parseAndSaveApiGeofencesResponseData(const boos
     const auto latitude = number("lat");
     const auto longitude = number("lng");
     // A download near an earlier one takes that one's area over.
-    auto region = dataManager_.findClosestGeofenceRegion(latitude.value_or(0), longitude.value_or(0));
+    std::optional<Error> failure;
+    auto region = dataManager_.findClosestGeofenceRegion(latitude.value_or(0), longitude.value_or(0), &failure);
+    if (failure) {
+        assign(error, std::move(*failure));
+        return false;
+    }
     if (region == nullptr) region = std::make_shared<QuomiGeofenceRegion>();
     region->latitude = latitude;
     region->longitude = longitude;
@@ -135,7 +144,6 @@ bool QuomiDataApiResponseParser::parseAndSaveApiGeofencesResponseData(const boos
     region->validUntil = answer->validUntil;
     if (!dataManager_.insertOrUpdateGeofenceRegion(region, error)) return false;
 
-    std::optional<Error> failure;
     const auto geofences = sourceOf(*answer->places, placeContext(), geofenceFrom);
     if (dataManager_.insertOrUpdateGeofences(geofences, *region, &failure) == 0 && failure) {
         assign(error, std::move(*failure));

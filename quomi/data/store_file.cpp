@@ -117,8 +117,9 @@ Found lookAt(const SQLite::Database& database, const Contents& contents) {
 
 /// The connection to a store of the current version, made where there was nothing; null when it is of an earlier one.
 std::unique_ptr<SQLite::Database> openDatabase(const std::filesystem::path& file, const Files& files) {
-    auto database = std::make_unique<SQLite::Database>(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
-                                                       kBusyTimeoutMilliseconds);
+    // One thread at a time uses the connection, so that SQLite need not lock it at every call.
+    const int flags = SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX;
+    auto database = std::make_unique<SQLite::Database>(file.string(), flags, kBusyTimeoutMilliseconds);
     std::error_code ignored;
     keepLog(*database, files.size(file.string() + "-wal", ignored).value_or(0) > 0);  // it may be someone else's
     const auto contents = contentsOf(*database);

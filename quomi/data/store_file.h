@@ -42,8 +42,9 @@ public:
     bool perform(const std::function<void()>& work, std::optional<Error>* error = nullptr) const;
     /// The prepared statement of the text, reset and without bindings.
     [[nodiscard]] SQLite::Statement& statement(const std::string& sql);
-    /// Begins a transaction unless one is open.
+    /// Begins a transaction unless one is open. Nobody else writes until it ends.
     void begin();
+    [[nodiscard]] bool isInTransaction() const { return isInTransaction_; }
     /// Ends the open transaction, if there is one.
     void commit();
     /// A point to go back to, in the open transaction or without one.

@@ -1,17 +1,14 @@
 #include "quomi/data/event_upload.h"
 
 #include "quomi/platform/clock.h"
+#include "tests/data/scripted_uploader.h"
 #include "tests/data/store_support.h"
 #include "tests/diagnostics/faulty_files.h"
 
-#include <deque>
-#include <functional>
 #include <utility>
 #include <vector>
 
 #include <boost/json/object.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,42 +18,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// A server that is asked and answers when the test says so.
-class ScriptedUploader final : public Uploader {
-public:
-    void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
-                              std::function<void(const Error&)> failure) override {
-        std::vector<int> numbers;
-        for (const auto& record : records) {
-            numbers.push_back(boost::json::parse(record.logData.value()).at("n").to_number<int>());
-        }
-        batches.push_back(std::move(numbers));
-        waiting.emplace_back(std::move(success), std::move(failure));
-    }
-    void sendDLogEvent(const QuomiDLog& record, std::function<void()> success,
-                       std::function<void(const Error&)> failure) override {
-        sendBatchOfLogEvents({record}, std::move(success), std::move(failure));
-    }
-    void sendBatteryAlert(const BatteryAlert& alert, std::function<void()> success,
-                          std::function<void(const Error&)> failure) override {
-        alerts.push_back(alert.serviceID);
-        waiting.emplace_back(std::move(success), std::move(failure));
-    }
-    void succeed() { take().first(); }
-    void fail() { take().second(Error{kHTTPErrorDomain, 503, {}}); }
-
-    std::vector<std::vector<int>> batches;  // the numbers of the events
-    std::vector<std::string> alerts;        // the services
-    std::deque<std::pair<std::function<void()>, std::function<void(const Error&)>>> waiting;
-
-private:
-    std::pair<std::function<void()>, std::function<void(const Error&)>> take() {
-        auto first = std::move(waiting.front());
-        waiting.pop_front();
-        return first;
-    }
-};
 
 class EventUpload : public testing::Test {
 protected:
@@ -206,6 +167,19 @@ TEST_F(EventUpload, UploaderReplacedWhileABatchIsInFlight) {
     EXPECT_EQ(next.batches.size(), 2U) << "the same one";
     next.succeed();
     EXPECT_EQ(batchFile(), "");
+}
+
+/// Every event by itself; those that fail go back into the log.
+TEST_F(EventUpload, FlushOfTheLog) {
+    log(1, 3);
+    loop->flushLoggedEventsQueue();
+    EXPECT_THAT(uploader.batches, ElementsAre(ElementsAre(1), ElementsAre(2), ElementsAre(3)));
+    loop->flushLoggedEventsQueue();
+    EXPECT_EQ(uploader.batches.size(), 3U) << "the log is empty";
+    uploader.fail();
+    uploader.waiting[0].second(Error{kHTTPErrorDomain, 500, {}});
+    host.phone.advanceBy(40s);
+    EXPECT_THAT(uploader.batches.back(), ElementsAre(1, 2));
 }
 
 TEST_F(EventUpload, EventThatCannotBeWrittenIsNotAccepted) {

@@ -8,18 +8,6 @@
 namespace quomi::test {
 namespace {
 
-std::shared_ptr<QuomiGeofence> geofence(const std::string& id, std::initializer_list<const char*> ruleIds = {}) {
-    auto geofence = std::make_shared<QuomiGeofence>();
-    geofence->geofenceId = id;
-    for (const char* ruleId : ruleIds) {
-        auto rule = std::make_shared<QuomiGeofenceRuleWithActions>();
-        rule->ruleId = ruleId;
-        rule->trigger = "on_entry";
-        geofence->addActionObject(rule);
-    }
-    return geofence;
-}
-
 class Contexts : public testing::Test {
 protected:
     std::shared_ptr<QuomiGeofence> byId(ObjectContext& from, const std::string& id) {
@@ -135,6 +123,136 @@ TEST_F(Contexts, AChildChangesNothingOutsideBeforeItsSave) {
     EXPECT_EQ(saved("latitude"), "0.0 0.0") << "only the parent's save commits";
     EXPECT_TRUE(context.save());
     EXPECT_EQ(saved("geofenceId"), "a c");
+}
+
+TEST_F(Contexts, EvictionNeverLosesAChange) {
+    for (const char* id : {"g0", "g1", "g2"}) context.insert(geofence(id, {"r"}));
+    ASSERT_TRUE(context.save());
+    static const Query<QuomiGeofence> all("ORDER BY \"_id\"");
+    for (const auto& place : context.fetch(all)) {
+        place->rules().front()->triggersCount = 1;  // nobody holds place or rule afterwards
+        place->entryCount = 2;
+    }
+    std::weak_ptr<QuomiGeofence> first = byId(context, "g0");
+    EXPECT_FALSE(first.expired()) << "held until the next fetch";
+    const auto rule = byId(context, "g1")->rules().front();
+    EXPECT_TRUE(first.expired());
+    EXPECT_EQ(rule->ruleOwner(), byId(context, "g1")) << "an owner lives as long as its rule is held";
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(saved("triggersCount", "QuomiGeofenceRuleWithActions"), "1 1 1");
+    EXPECT_EQ(saved("entryCount"), "2 2 2");
+    rule->triggersCount = 9;
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(saved("triggersCount", "QuomiGeofenceRuleWithActions"), "1 9 1");
+}
+
+TEST_F(Contexts, MembersAndOwners) {
+    context.insert(geofence("a", {"r1"}));
+    context.insert(geofence("b"));
+    ASSERT_TRUE(context.save());
+    auto owner = byId(context, "a");
+    const auto rule = std::make_shared<QuomiGeofenceRuleWithActions>();
+    rule->ruleId = "r2";
+    owner->addActionObject(rule);
+    owner->addActionObject(rule);
+    byId(context, "b")->addActionObject(rule);
+    owner.reset();
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(rule->geofence()->geofenceId, "a") << "it belongs to one place, once";
+    EXPECT_EQ(rule->geofence()->rules().size(), 2U);
+    EXPECT_EQ(saved("ruleId || geofence", "QuomiGeofenceRuleWithActions"), "r11 r21");
+
+    owner = byId(context, "a");
+    context.remove(*owner->rules().front());
+    EXPECT_EQ(owner->rules().size(), 1U);
+    context.insert(owner);  // is there already
+    context.remove(*owner);
+    context.remove(*owner);
+    context.insert(owner);  // and back, with its rules
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(saved("ruleId", "QuomiGeofenceRuleWithActions"), "r2");
+    const auto passing = geofence("c", {"r3"});
+    context.insert(passing);
+    context.remove(*passing);
+    ASSERT_TRUE(context.save());
+    EXPECT_EQ(saved("geofenceId"), "a b");
+    EXPECT_TRUE(context.removeAll(entityType<QuomiGeofence>()));
+    EXPECT_EQ(rule->context(), nullptr);
+    context.rollback();
+    EXPECT_EQ(saved("geofenceId"), "a b");
+    EXPECT_EQ(byId(context, "a")->rules().front()->ruleId, "r2");
+}
+
+TEST_F(Contexts, WhatComesAfterARefusalIsDroppedWithIt) {
+    context.insert(geofence("bad", {"r"}));
+    byId(context, "bad")->rules().front()->ruleId.reset();
+    EXPECT_EQ(byId(context, "bad"), nullptr) << "a fetch goes on with what is saved";
+    const auto later = geofence("later");
+    context.insert(later);
+    EXPECT_EQ(byId(context, "later"), nullptr);
+    EXPECT_EQ(later->context(), nullptr);
+    EXPECT_FALSE(context.save(&error));
+    EXPECT_EQ(error->code, 600);
+    context.insert(later);
+    EXPECT_TRUE(context.save());
+    EXPECT_EQ(saved("geofenceId"), "later");
+}
+
+/// Another process of the app writes in between.
+TEST_F(Contexts, KeysAreFreeWhoeverElseWrites) {
+    ASSERT_TRUE(context.save());
+    context.insert(geofence("a"));
+    ASSERT_TRUE(context.save());
+    auto other = host.connect();
+    other.exec("INSERT INTO QuomiGeofence (geofenceId, latitude, longitude, radius) VALUES ('theirs', 0, 0, 0)");
+    context.insert(geofence("b"));
+    EXPECT_TRUE(context.save(&error));
+    other.exec("DELETE FROM QuomiGeofence");
+    const auto last = geofence("c");
+    context.insert(last);
+    EXPECT_EQ(last->objectID(), 4) << "not given twice, even when all rows are gone";
+}
+
+TEST_F(Contexts, AChildWhoseParentHasRemovedWhatItChanged) {
+    context.insert(geofence("a", {"r1"}));
+    context.insert(geofence("b"));
+    ASSERT_TRUE(context.save());
+    ObjectContext child(context);
+    const auto a = byId(child, "a");
+    a->latitude = 1;
+    addRules<QuomiGeofenceRuleWithActions>(*a, {"r2"});
+    byId(child, "b")->latitude = 2;  // held by nobody, and kept
+    child.remove(*byId(child, "b"));
+    context.remove(*byId(context, "a"));
+    context.remove(*byId(context, "b"));
+    EXPECT_TRUE(child.save(&error));
+    EXPECT_TRUE(context.save(&error));
+    EXPECT_EQ(saved("geofenceId"), "");
+    EXPECT_EQ(saved("ruleId", "QuomiGeofenceRuleWithActions"), "") << "no rule without its place";
+    EXPECT_EQ(byId(child, "a"), nullptr);
+}
+
+TEST_F(Contexts, AChildThatEndsOrIsRefused) {
+    context.insert(geofence("a"));
+    ASSERT_TRUE(context.save());
+    {
+        ObjectContext child(context);
+        byId(child, "a")->latitude = 1;
+        EXPECT_EQ(byId(child, "a")->latitude, 1) << "held by nobody, changed, and not forgotten";
+        child.insert(geofence("b", {"r"}));
+    }
+    EXPECT_TRUE(context.save());
+    EXPECT_EQ(saved("geofenceId || latitude"), "a0.0");
+
+    ObjectContext child(context);
+    const auto bad = geofence("bad", {"r"});
+    bad->rules().front()->ruleId.reset();
+    child.insert(bad);
+    EXPECT_EQ(byId(child, "a"), nullptr);
+    EXPECT_TRUE(child.save());
+    EXPECT_FALSE(context.save(&error));
+    EXPECT_EQ(error->code, 600);
+    EXPECT_NE(byId(context, "a"), nullptr);
 }
 
 }  // namespace

@@ -12,6 +12,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <SQLiteCpp/Database.h>
 
@@ -36,6 +38,57 @@ inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace,
     application->antiHackingProtocol = "none";
     application->proximityFarSplitThreshold = threshold;
     return application;
+}
+
+inline WallTime at(double seconds) {
+    return WallTime(toDuration(Seconds(seconds)));
+}
+
+template <class Rule>
+void addRules(RuleOwner& place, std::initializer_list<const char*> ruleIds) {
+    for (const char* id : ruleIds) {
+        auto rule = std::make_shared<Rule>();
+        rule->ruleId = id;
+        rule->trigger = kTriggerOnEntry;
+        place.addActionObject(std::move(rule));
+    }
+}
+
+inline std::shared_ptr<QuomiGeofence> geofence(const std::string& id, std::initializer_list<const char*> ruleIds = {}) {
+    auto geofence = std::make_shared<QuomiGeofence>();
+    geofence->geofenceId = id;
+    addRules<QuomiGeofenceRuleWithActions>(*geofence, ruleIds);
+    return geofence;
+}
+
+inline std::shared_ptr<QuomiGeofence> geofenceAt(const std::string& id, double latitude, double longitude) {
+    auto made = geofence(id);
+    made->latitude = latitude;
+    made->longitude = longitude;
+    return made;
+}
+
+inline std::shared_ptr<QuomiBeaconData> beacon(const std::string& id, std::initializer_list<const char*> ruleIds = {}) {
+    auto beacon = std::make_shared<QuomiBeaconData>();
+    beacon->beaconId = id;
+    addRules<QuomiBeaconRuleWithActions>(*beacon, ruleIds);
+    return beacon;
+}
+
+/// Those of the list, one after the other.
+template <class Place>
+QuomiData::Source<Place> sourceOf(std::vector<std::shared_ptr<Place>> places) {
+    return [places = std::move(places), next = std::size_t{0}]() mutable -> std::shared_ptr<Place> {
+        return next < places.size() ? places[next++] : nullptr;
+    };
+}
+
+/// Identifiers of the places, in a row.
+template <class Place>
+std::string idsOf(const std::vector<std::shared_ptr<Place>>& places) {
+    std::string ids;
+    for (const auto& place : places) ids += (ids.empty() ? "" : " ") + place->identifier();
+    return ids;
 }
 
 /// A phone and what a store needs of it.

@@ -208,20 +208,6 @@ TEST_F(VisitTest, RefusesABadVisitAtTheOffendingValue) {
     }
 }
 
-TEST_F(VisitTest, SaysWhatThisVersionDoesNotPlay) {
-    const std::vector<Bad> rows = {
-        {step(R"("call": "resetCounters")"), "$.timeline[0].call", "\"resetCounters\""},
-    };
-    for (const auto& row : rows) {
-        EXPECT_FALSE(parse(row.visit));
-        EXPECT_EQ(error_.path, row.path);
-        EXPECT_EQ(error_.message, row.message + " is not supported by this version yet");
-    }
-    // What is wrong outweighs what is not there yet, wherever it stands.
-    EXPECT_FALSE(parse(steps(R"({"at": 0, "enterRegion": "g1"}, {"at": 1, "call": "begin"})")));
-    EXPECT_EQ(error_.path, "$.timeline[1].call");
-}
-
 TEST_F(VisitTest, GivesDefaultsForWhatAVisitLeavesOut) {
     const Visit visit = good(R"({"visit": 1.0, "start": "2026-11-21T09:30:00.250+01:00", "timeline": []})");
     EXPECT_EQ(visit.name, "v.json");

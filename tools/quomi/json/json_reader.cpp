@@ -64,10 +64,6 @@ void JsonFaults::add(std::string path, std::string message) {
     if (!fault_) fault_ = JsonFault{std::move(path), std::move(message)};
 }
 
-void JsonFaults::addUnsupported(std::string path, std::string message) {
-    if (!unsupported_) unsupported_ = JsonFault{std::move(path), std::move(message)};
-}
-
 JsonNode JsonNode::operator[](std::string_view key) const {
     const auto* member = isObject() ? value_->get_object().if_contains(key) : nullptr;
     return {member, memberPath(path_, key), *faults_};
@@ -139,10 +135,6 @@ void JsonNode::fail(std::string_view expected) const {
 
 void JsonNode::refuse(std::string message) const {
     faults_->add(path_, std::move(message));
-}
-
-void JsonNode::unsupported(std::string_view what) const {
-    faults_->addUnsupported(path_, fmt::format("\"{}\" is not supported by this version yet", what));
 }
 
 std::string memberPath(std::string_view path, std::string_view key) {

@@ -24,21 +24,18 @@ struct JsonFault {
 };
 
 /// Collects what a reading finds. Only the first fault is kept, so that readers need not stop at one: after it, every
-/// value they read is a default. What is well formed but not yet supported is kept apart and counts only in a document
-/// without faults.
+/// value they read is a default.
 class JsonFaults {
 public:
     void add(std::string path, std::string message);
-    void addUnsupported(std::string path, std::string message);
 
     /// Whether a fault was found; readers of long arrays stop then.
     [[nodiscard]] bool any() const { return fault_.has_value(); }
-    /// The first fault, else the first thing unsupported, else empty.
-    [[nodiscard]] const std::optional<JsonFault>& first() const { return fault_ ? fault_ : unsupported_; }
+    /// The first fault; empty for none.
+    [[nodiscard]] const std::optional<JsonFault>& first() const { return fault_; }
 
 private:
     std::optional<JsonFault> fault_;
-    std::optional<JsonFault> unsupported_;
 };
 
 /// A name that a document may use, and what it stands for.
@@ -102,8 +99,6 @@ public:
     void fail(std::string_view expected) const;
     /// Notes a fault here in words of its own, which say what was expected.
     void refuse(std::string message) const;
-    /// Notes that what stands here is right but does nothing yet.
-    void unsupported(std::string_view what) const;
 
 private:
     const boost::json::value* value_;

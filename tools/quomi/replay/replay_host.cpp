@@ -62,17 +62,6 @@ void writeCallback(const Trace& trace, const char* call, const char* outcome, co
     trace.write("callback", call, {{"outcome", outcome}, {"error", traceError(error)}});
 }
 
-Outcome start(ReplayHost& host, const json::value&) {
-    Outcome outcome;
-    outcome.result = host.sdk().start(&outcome.error);
-    return outcome;
-}
-
-Outcome stop(ReplayHost& host, const json::value&) {
-    host.sdk().stop();
-    return {};
-}
-
 /// The blocks that the host gives to a call.
 struct Blocks {
     std::function<void()> success;
@@ -95,6 +84,30 @@ Outcome registerToken(ReplayHost& host, const json::value& with) {
     host.sdk().registerCloudMessagingPushNotificationsDeviceToken(textOrNil(with).value_or(""), blocks.success,
                                                                   blocks.failure);
     return {};
+}
+
+Outcome performServerSync(ReplayHost& host, const json::value&) {
+    host.sdk().performServerSync([&trace = host.trace()](std::uint64_t outcome) {
+        trace.write("callback", "performServerSync", {{"outcome", outcome}, {"error", nullptr}});
+    });
+    return {};
+}
+
+/// A call without arguments that may fail.
+Call attempt(bool (QuomiSDK::*operation)(std::optional<Error>*)) {
+    return [operation](ReplayHost& host, const json::value&) {
+        Outcome outcome;
+        outcome.result = (host.sdk().*operation)(&outcome.error);
+        return outcome;
+    };
+}
+
+/// A call without arguments or result.
+Call order(void (QuomiSDK::*operation)()) {
+    return [operation](ReplayHost& host, const json::value&) {
+        (host.sdk().*operation)();
+        return Outcome{};
+    };
 }
 
 QuomiUser::Properties propertiesOf(const json::value& value) {
@@ -147,8 +160,14 @@ Call prompt(Operation operation) {
 
 const std::map<std::string_view, Call>& calls() {
     static const std::map<std::string_view, Call> table{
-        {"start", start},
-        {"stop", stop},
+        {"start", attempt(&QuomiSDK::start)},
+        {"stop", order(&QuomiSDK::stop)},
+        {"performServerSync", performServerSync},
+        {"updateAllRulesData", order(&QuomiSDK::updateAllRulesData)},
+        {"triggerLocationUpdate", order(&QuomiSDK::triggerLocationUpdate)},
+        {"updateLocation", attempt(&QuomiSDK::updateLocation)},
+        {"resetCounters", attempt(&QuomiSDK::resetCounters)},
+        {"removeAllData", attempt(&QuomiSDK::removeAllData)},
         {"setUser", setUser},
         {"changeUser", changeUser},
         {"updateUserInformation", updateUserInformation},
@@ -205,11 +224,7 @@ const std::map<std::string_view, Call>& calls() {
          [](ReplayHost& host, const json::value&) {
              return Outcome{json::value(host.sdk().getDebugFileContent()), {}};
          }},
-        {"clearDebugFile",
-         [](ReplayHost& host, const json::value&) {
-             host.sdk().clearDebugFile();
-             return Outcome{};
-         }},
+        {"clearDebugFile", order(&QuomiSDK::clearDebugFile)},
     };
     return table;
 }
@@ -240,6 +255,18 @@ std::shared_ptr<QuomiSDKDelegate> tracingDelegate(const Trace& trace) {
     delegate->didLoseBeaconSignal = about("didLoseBeaconSignal", "beacon");
     delegate->didUpdateBeacon = about("didUpdateBeacon", "beacon");
     delegate->didReceivePingFromBeacon = about("didReceivePingFromBeacon", "beacon");
+    delegate->didReceiveLocationChange = [&trace](QuomiSDK&, const Location& location) {
+        const auto& place = location.coordinate;
+        trace.write("delegate", "didReceiveLocationChange",
+                    {{"location", {{"lat", place.latitude}, {"lng", place.longitude}}}});
+    };
+    const auto aboutRegion = [&trace](const char* operation) {
+        return [&trace, operation](QuomiSDK&, const CircularRegion& region) {
+            trace.write("delegate", operation, {{"region", traceRegion(region)}});
+        };
+    };
+    delegate->didReceiveEnterRegionNotification = aboutRegion("didReceiveEnterRegionNotification");
+    delegate->didReceiveExitRegionNotification = aboutRegion("didReceiveExitRegionNotification");
     return delegate;
 }
 

@@ -1,5 +1,4 @@
 #include "tools/quomi/visit/visit_readers.h"
-#include "tools/quomi/visit/visit_support.h"
 
 namespace quomi::tool {
 namespace {
@@ -112,9 +111,6 @@ constexpr Field<DelegateConfig> kDelegateFields[] = {
 
 void readDelegate(const JsonNode& node, DelegateConfig& delegate) {
     readObject<DelegateConfig>(node, kDelegateFields, delegate);
-    node.eachMember("an object", [](std::string_view key, const JsonNode& value) {
-        if (!isSupported(VisitWord::delegate, key)) value.unsupported(key);
-    });
 }
 
 constexpr Field<AppConfig> kAppFields[] = {

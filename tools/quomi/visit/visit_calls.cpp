@@ -1,5 +1,4 @@
 #include "tools/quomi/visit/visit_readers.h"
-#include "tools/quomi/visit/visit_support.h"
 
 namespace quomi::tool {
 namespace {
@@ -137,7 +136,6 @@ void readCall(const JsonNode& name, const JsonNode& with, CallStep& call) {
     if (name.failed()) return;
     call.name = name.text();
     call.with = readArgument(with);
-    if (!isSupported(VisitWord::call, call.name)) name.unsupported(call.name);
 }
 
 }  // namespace quomi::tool

@@ -1,5 +1,4 @@
 #include "tools/quomi/visit/visit_readers.h"
-#include "tools/quomi/visit/visit_support.h"
 
 #include <exception>
 #include <fstream>

@@ -1,5 +1,4 @@
 #include "tools/quomi/visit/visit_readers.h"
-#include "tools/quomi/visit/visit_support.h"
 
 namespace quomi::tool {
 namespace {
@@ -211,7 +210,6 @@ void readStep(const JsonNode& node, const Folder& folder, Step& step) {
     if (node.has("with")) node["with"].refuse("expected \"with\" only beside \"call\"");
     if (node.failed()) return;
     step.action = stepKey(key)->read(node[key], folder);
-    if (!isSupported(VisitWord::step, key)) node[key].unsupported(key);
 }
 
 }  // namespace

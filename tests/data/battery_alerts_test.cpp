@@ -1,0 +1,90 @@
+#include "quomi/platform/clock.h"
+#include "tests/data/scripted_uploader.h"
+#include "tests/data/store_support.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class BatteryAlerts : public testing::Test {
+protected:
+    BatteryAlerts() { data->setApiClient(&uploader); }
+    ~BatteryAlerts() override { data.reset(); }
+
+    void send(const char* service, double date) {
+        auto alert = std::make_shared<QuomiBatteryAlert>();
+        alert->setValues({at(date), "shop", "U", service});
+        data->sendBatteryAlert(alert);
+    }
+    /// What would be there after a kill.
+    std::string stored() {
+        return host.connect()
+            .execAndGet("SELECT group_concat(serviceID, ' ') FROM (SELECT * FROM QuomiBatteryAlert ORDER BY _id)")
+            .getString();
+    }
+
+    StoreHost host;
+    ScriptedUploader uploader;
+    std::unique_ptr<QuomiData> data = host.open();
+};
+
+TEST_F(BatteryAlerts, WaitInTheStoreUntilTheyArrive) {
+    send("1", 10);
+    EXPECT_THAT(uploader.alerts, ElementsAre("1"));
+    uploader.fail();
+    EXPECT_EQ(stored(), "1");
+    data->setApiClient(nullptr);
+    send("2", 20);
+    EXPECT_EQ(stored(), "1 2") << "nobody sends";
+    data = host.open();
+    data->setApiClient(&uploader);
+    data->flushBatteryAlertsQueue();
+    EXPECT_THAT(uploader.alerts, ElementsAre("1", "2", "1")) << "the newest first";
+    EXPECT_EQ(data->getAllBatteryAlerts().size(), 0U) << "on their way";
+    uploader.succeed();
+    uploader.fail();
+    EXPECT_EQ(stored(), "1");
+    EXPECT_EQ(data->getAllBatteryAlerts().front()->values(), (BatteryAlert{at(10), "shop", "U", "1"}));
+    EXPECT_TRUE(data->removeAllBatteryAlerts());
+    EXPECT_EQ(stored(), "");
+}
+
+TEST_F(BatteryAlerts, ThoseOnTheirWayWaitAgainWhenTheSenderGoes) {
+    send("1", 10);
+    send("2", 20);
+    uploader.succeed();
+    data->setApiClient(nullptr);
+    EXPECT_EQ(stored(), "2");
+    uploader.fail();
+    EXPECT_EQ(stored(), "2") << "an answer that comes too late";
+}
+
+TEST_F(BatteryAlerts, AreSentEvenWhenTheyCannotBeStored) {
+    auto other = host.connect();
+    other.exec("BEGIN IMMEDIATE");
+    send("1", 10);
+    EXPECT_THAT(uploader.alerts, ElementsAre("1"));
+    uploader.fail();
+    other.exec("ROLLBACK");
+    EXPECT_TRUE(data->saveContext());
+    EXPECT_EQ(stored(), "1");
+}
+
+TEST_F(BatteryAlerts, InTheBackground) {
+    data->startBackgroundObjectContext();
+    host.phone.background();
+    send("1", 10);
+    EXPECT_THAT(uploader.alerts, ElementsAre("1"));
+    EXPECT_EQ(stored(), "");
+    data->finishBackgroundObjectContext();
+    uploader.fail();
+    EXPECT_EQ(stored(), "1");
+}
+
+}  // namespace
+}  // namespace quomi::test
