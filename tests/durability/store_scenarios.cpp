@@ -175,6 +175,7 @@ void updateBeacons(const Platform& platform, int generation) {
         auto beacon = std::make_shared<QuomiBeaconData>();
         beacon->beaconId = std::to_string(++count);
         beacon->name = std::to_string(generation);
+        beacon->address = std::string(200, 'x');  // so that the beacons fill several pages
         auto rule = std::make_shared<QuomiBeaconRuleWithActions>();
         rule->ruleId = beacon->beaconId;
         beacon->addActionObject(rule);

@@ -33,6 +33,10 @@ SdkFixture::SdkFixture(simulated::PhoneConfig config, Deployment deployment)
     transport.answer(kApplicationRequest, ScriptedAnswer::json(applicationAnswer()));
     transport.answer(kLimitsRequest, ScriptedAnswer::json({{"success", true}}));
     transport.answer(kUserRequest, ScriptedAnswer::json({{"success", true}}));
+    transport.answer(kBeaconsRequest, ScriptedAnswer::json({{"u_beacons", boost::json::array()},
+                                                            {"query_params", boost::json::object()},
+                                                            {"valid_until", "2030-01-01T00:00:00Z"},
+                                                            {"remove_ids", boost::json::array()}}));
     makeDelegate();
     sdk->setDelegate(delegate);
     sdk->setAppNamespace("shop");

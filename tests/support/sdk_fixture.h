@@ -21,6 +21,7 @@ namespace quomi::test {
 inline constexpr const char* kApplicationRequest = "GET /u_applications/query.json";
 inline constexpr const char* kLimitsRequest = "GET /u_applications/limits.json";
 inline constexpr const char* kUserRequest = "POST /u_app_users/find_or_create_by_udid.json";
+inline constexpr const char* kBeaconsRequest = "GET /u_beacons/query.json";
 
 /// Proximity UUID of normal beacons in `applicationAnswer`.
 inline constexpr const char* kShopUUID = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";

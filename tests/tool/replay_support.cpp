@@ -147,7 +147,7 @@ std::string formFault(const json::object& record) {
 std::vector<std::string> Replayed::lines(std::string_view kind) const {
     auto lines = allLines(kind);
     std::erase_if(lines, [](const std::string& line) {
-        return line.find(R"("permission_type")") != line.npos || line.find(R"("bluetooth_state")") != line.npos ||
+        return line.find("/u_beacons/query.json") != line.npos || line.find(R"("permission_type")") != line.npos || line.find(R"("bluetooth_state")") != line.npos ||
                line.find("allNotificationStatus") != line.npos;
     });
     return lines;
@@ -176,6 +176,8 @@ json::object shopVisit(std::string_view timeline) {
                 "secure_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2",
                 "service_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3", "anti_hacking_protocol": "none"}},
             "GET /u_applications/limits.json": {"json": {"success": true}},
+            "GET /u_beacons/query.json": {"json": {"u_beacons": [], "query_params": {},
+                "valid_until": "2026-12-01T00:00:00Z", "remove_ids": []}},
             "POST /u_app_users/find_or_create_by_udid.json": {"json": {"success": true}}}}})")
                      .as_object();
     visit["timeline"] = asJson(timeline);

@@ -20,7 +20,8 @@ struct Replayed {
     std::vector<boost::json::object> records;
 
     /// The records in brief, see `brief`; those that begin with `kind` behind their time ("response", "call start").
-    /// Without what every start logs of the user's permissions: most tests are about something else.
+    /// Without what every start logs of the user's permissions, and without downloads of beacons: most tests are about
+    /// something else.
     [[nodiscard]] std::vector<std::string> lines(std::string_view kind = {}) const;
     /// With it.
     [[nodiscard]] std::vector<std::string> allLines(std::string_view kind = {}) const;
