@@ -1,14 +1,14 @@
 #include "quomi/data/column_values.h"
 
+#include "quomi/data/prepared_statement.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
+#include "quomi/util/number.h"
 
 #include <bit>
 #include <functional>
 #include <string_view>
 
-#include <SQLiteCpp/Column.h>
-#include <SQLiteCpp/Statement.h>
 #include <boost/json/array.hpp>
 #include <boost/json/serialize.hpp>
 
@@ -26,56 +26,56 @@ constexpr std::string_view kEmptyHistory = "[]";
 
 }  // namespace
 
-void bindValue(SQLite::Statement& statement, int position, bool value) {
-    statement.bind(position, value ? 1 : 0);
+void bindValue(PreparedStatement& statement, int position, bool value) {
+    statement.bind(position, std::int64_t{value});
 }
-void bindValue(SQLite::Statement& statement, int position, std::int32_t value) {
+void bindValue(PreparedStatement& statement, int position, std::int32_t value) {
+    statement.bind(position, std::int64_t{value});
+}
+void bindValue(PreparedStatement& statement, int position, std::int64_t value) {
     statement.bind(position, value);
 }
-void bindValue(SQLite::Statement& statement, int position, std::int64_t value) {
+void bindValue(PreparedStatement& statement, int position, double value) {
     statement.bind(position, value);
 }
-void bindValue(SQLite::Statement& statement, int position, double value) {
-    statement.bind(position, value);
+void bindValue(PreparedStatement& statement, int position, const std::string& value) {
+    statement.bind(position, std::string_view(value));
 }
-void bindValue(SQLite::Statement& statement, int position, const std::string& value) {
-    statement.bind(position, value);
-}
-void bindValue(SQLite::Statement& statement, int position, WallTime value) {
+void bindValue(PreparedStatement& statement, int position, WallTime value) {
     statement.bind(position, secondsOf(value));
 }
-void bindValue(SQLite::Statement& statement, int position, const std::vector<WallTime>& value) {
+void bindValue(PreparedStatement& statement, int position, const std::vector<WallTime>& value) {
     if (value.empty()) {
-        statement.bindNoCopy(position, kEmptyHistory.data());
+        statement.bind(position, kEmptyHistory);
         return;
     }
     boost::json::array dates;
     dates.reserve(value.size());
     for (const WallTime date : value) dates.emplace_back(secondsOf(date));
-    statement.bind(position, boost::json::serialize(dates));
+    statement.bind(position, std::string_view(boost::json::serialize(dates)));
 }
-void bindNull(SQLite::Statement& statement, int position) {
-    statement.bind(position);
+void bindNull(PreparedStatement& statement, int position) {
+    statement.bindNull(position);
 }
 
-void readValue(const SQLite::Column& column, bool& value) {
-    value = column.getInt() != 0;
+void readValue(const PreparedStatement& row, int column, bool& value) {
+    value = row.integer(column) != 0;
 }
-void readValue(const SQLite::Column& column, std::int32_t& value) {
-    value = column.getInt();
+void readValue(const PreparedStatement& row, int column, std::int32_t& value) {
+    value = saturate<std::int32_t>(row.integer(column));
 }
-void readValue(const SQLite::Column& column, double& value) {
-    value = column.getDouble();
+void readValue(const PreparedStatement& row, int column, double& value) {
+    value = row.real(column);
 }
-void readValue(const SQLite::Column& column, std::string& value) {
-    value = column.getString();
+void readValue(const PreparedStatement& row, int column, std::string& value) {
+    value = row.text(column);
 }
-void readValue(const SQLite::Column& column, WallTime& value) {
-    value = dateOf(column.getDouble());
+void readValue(const PreparedStatement& row, int column, WallTime& value) {
+    value = dateOf(row.real(column));
 }
-void readValue(const SQLite::Column& column, std::vector<WallTime>& value) {
+void readValue(const PreparedStatement& row, int column, std::vector<WallTime>& value) {
     value.clear();
-    const std::string_view text(column.getText(), static_cast<std::size_t>(column.getBytes()));
+    const auto text = row.text(column);
     if (text == kEmptyHistory) return;
     const auto dates = parseJson(text);
     if (!dates || !dates->is_array()) return;
@@ -84,8 +84,8 @@ void readValue(const SQLite::Column& column, std::vector<WallTime>& value) {
     }
 }
 
-bool isNull(const SQLite::Column& column) {
-    return column.isNull();
+bool isNull(const PreparedStatement& row, int column) {
+    return row.isNull(column);
 }
 
 std::uint64_t imageOf(bool value) {

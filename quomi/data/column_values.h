@@ -10,30 +10,27 @@
 
 #include <boost/json/value.hpp>
 
-namespace SQLite {
-class Column;
-class Statement;
-}  // namespace SQLite
-
 namespace quomi {
 
-/// How a member's type goes into a column and comes back. A missing optional is NULL.
-void bindValue(SQLite::Statement& statement, int position, bool value);
-void bindValue(SQLite::Statement& statement, int position, std::int32_t value);
-void bindValue(SQLite::Statement& statement, int position, std::int64_t value);
-void bindValue(SQLite::Statement& statement, int position, double value);
-void bindValue(SQLite::Statement& statement, int position, const std::string& value);
-void bindValue(SQLite::Statement& statement, int position, WallTime value);
-void bindValue(SQLite::Statement& statement, int position, const std::vector<WallTime>& value);
-void bindNull(SQLite::Statement& statement, int position);
+class PreparedStatement;
 
-void readValue(const SQLite::Column& column, bool& value);
-void readValue(const SQLite::Column& column, std::int32_t& value);
-void readValue(const SQLite::Column& column, double& value);
-void readValue(const SQLite::Column& column, std::string& value);
-void readValue(const SQLite::Column& column, WallTime& value);
-void readValue(const SQLite::Column& column, std::vector<WallTime>& value);
-[[nodiscard]] bool isNull(const SQLite::Column& column);
+/// How a member's type goes into a column and comes back. A missing optional is NULL.
+void bindValue(PreparedStatement& statement, int position, bool value);
+void bindValue(PreparedStatement& statement, int position, std::int32_t value);
+void bindValue(PreparedStatement& statement, int position, std::int64_t value);
+void bindValue(PreparedStatement& statement, int position, double value);
+void bindValue(PreparedStatement& statement, int position, const std::string& value);
+void bindValue(PreparedStatement& statement, int position, WallTime value);
+void bindValue(PreparedStatement& statement, int position, const std::vector<WallTime>& value);
+void bindNull(PreparedStatement& statement, int position);
+
+void readValue(const PreparedStatement& row, int column, bool& value);
+void readValue(const PreparedStatement& row, int column, std::int32_t& value);
+void readValue(const PreparedStatement& row, int column, double& value);
+void readValue(const PreparedStatement& row, int column, std::string& value);
+void readValue(const PreparedStatement& row, int column, WallTime& value);
+void readValue(const PreparedStatement& row, int column, std::vector<WallTime>& value);
+[[nodiscard]] bool isNull(const PreparedStatement& row, int column);
 
 /// 64 bits that tell a value from another one of its type: the value itself for numbers and dates, a hash for texts
 /// and histories.
@@ -53,15 +50,15 @@ void readValue(const SQLite::Column& column, std::vector<WallTime>& value);
 [[nodiscard]] boost::json::value jsonOf(const std::vector<WallTime>& value);
 
 template <class Value>
-void bindValue(SQLite::Statement& statement, int position, const std::optional<Value>& value) {
+void bindValue(PreparedStatement& statement, int position, const std::optional<Value>& value) {
     value ? bindValue(statement, position, *value) : bindNull(statement, position);
 }
 template <class Value>
-void readValue(const SQLite::Column& column, std::optional<Value>& value) {
-    if (isNull(column)) {
+void readValue(const PreparedStatement& row, int column, std::optional<Value>& value) {
+    if (isNull(row, column)) {
         value.reset();
     } else {
-        readValue(column, value.emplace());
+        readValue(row, column, value.emplace());
     }
 }
 template <class Value>

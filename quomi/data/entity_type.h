@@ -11,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include <SQLiteCpp/Column.h>
 #include <boost/json/object.hpp>
 
 namespace quomi {
@@ -19,8 +18,8 @@ namespace quomi {
 /// One attribute of an entity and what can be done with the member that holds it.
 struct Field {
     Attribute attribute;
-    void (*bind)(SQLite::Statement&, int position, const ManagedObject&);
-    void (*read)(const SQLite::Column&, ManagedObject&);
+    void (*bind)(PreparedStatement&, int position, const ManagedObject&);
+    void (*read)(const PreparedStatement&, int column, ManagedObject&);
     void (*copy)(const ManagedObject& from, ManagedObject& to);
     std::uint64_t (*image)(const ManagedObject&);
     boost::json::value (*json)(const ManagedObject&);
@@ -43,11 +42,11 @@ template <auto Member>
                           AttributeType type = AttributeTypeOf<typename MemberOf<decltype(Member)>::Value>::value) {
     using Object = typename MemberOf<decltype(Member)>::Owner;
     return {{name, type, optional, defaultValue},
-            [](SQLite::Statement& statement, int position, const ManagedObject& object) {
+            [](PreparedStatement& statement, int position, const ManagedObject& object) {
                 bindValue(statement, position, static_cast<const Object&>(object).*Member);
             },
-            [](const SQLite::Column& column, ManagedObject& object) {
-                readValue(column, static_cast<Object&>(object).*Member);
+            [](const PreparedStatement& row, int column, ManagedObject& object) {
+                readValue(row, column, static_cast<Object&>(object).*Member);
             },
             [](const ManagedObject& from, ManagedObject& to) {
                 static_cast<Object&>(to).*Member = static_cast<const Object&>(from).*Member;

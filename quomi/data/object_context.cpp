@@ -1,10 +1,10 @@
 #include "quomi/data/object_context.h"
 
+#include "quomi/data/prepared_statement.h"
 #include "quomi/data/store_file.h"
 
 #include <algorithm>
 
-#include <SQLiteCpp/Statement.h>
 #include <fmt/format.h>
 
 namespace quomi {
@@ -23,7 +23,7 @@ Image imageOf(const ManagedObject& object) {
     return image;
 }
 
-void bind(SQLite::Statement& statement, int position, const QueryValue& value) {
+void bind(PreparedStatement& statement, int position, const QueryValue& value) {
     if (std::holds_alternative<std::monostate>(value)) {
         bindNull(statement, position);
     } else if (const auto* integer = std::get_if<std::int64_t>(&value)) {
@@ -70,13 +70,13 @@ std::vector<ObjectContext::Row> ObjectContext::select(const EntityType& type, co
     int position = 0;
     for (const auto& value : values) bind(query, ++position, value);
     std::vector<Row> rows;
-    while (query.executeStep()) {
-        Row row{query.getColumn(0).getInt64(), query.getColumn(1).getInt64(), nullptr};
+    while (query.step()) {
+        Row row{query.integer(0), query.integer(1), nullptr};
         row.object = loaded(type, row.objectID);
         if (row.object == nullptr && row.ownerID == 0) {
             row.object = type.make();
             position = kFirstField;
-            for (const auto& field : type.fields()) field.read(query.getColumn(position++), *row.object);
+            for (const auto& field : type.fields()) field.read(query, position++, *row.object);
             row.object->objectID_ = row.objectID;
             keep(row.object);
         }
@@ -104,11 +104,11 @@ void ObjectContext::loadMembers(ManagedObject& owner) {
     const bool isRead = file_.perform([&] {
         auto& query = file_.statement(type->selectionOfMembers());
         bindValue(query, 1, owner.objectID_);
-        while (query.executeStep()) {
+        while (query.step()) {
             auto member = type->make();
             int position = kFirstField;
-            for (const auto& field : type->fields()) field.read(query.getColumn(position++), *member);
-            member->objectID_ = query.getColumn(0).getInt64();
+            for (const auto& field : type->fields()) field.read(query, position++, *member);
+            member->objectID_ = query.integer(0);
             member->owner_ = owner.weak_from_this();
             members.push_back(std::move(member));
         }
@@ -136,7 +136,7 @@ std::optional<std::int64_t> ObjectContext::countBy(const std::string& sql, const
             auto& query = file_.statement(sql);
             int position = 0;
             for (const auto& value : values) bind(query, ++position, value);
-            if (query.executeStep()) count = query.getColumn(0).getInt64();
+            if (query.step()) count = query.integer(0);
             query.reset();
         },
         error);
@@ -228,7 +228,7 @@ std::int64_t ObjectContext::nextID(const EntityType& type) {
         std::int64_t greatest = 0;
         const bool isRead = file_.perform([&] {
             auto& query = file_.statement(fmt::format("SELECT MAX(\"{}\") FROM \"{}\"", kKeyColumn, type.name()));
-            if (query.executeStep()) greatest = query.getColumn(0).getInt64();
+            if (query.step()) greatest = query.integer(0);
             query.reset();
         });
         if (!isRead) return 1;  // taken, as like as not: the save refuses it then

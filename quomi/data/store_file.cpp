@@ -2,6 +2,7 @@
 
 #include "quomi/core/errors.h"
 #include "quomi/data/migration.h"
+#include "quomi/data/prepared_statement.h"
 #include "quomi/data/schema.h"
 #include "quomi/data/schema_versions.h"
 #include "quomi/platform/files.h"
@@ -188,23 +189,22 @@ bool deleteStore(const std::filesystem::path& file, Files& files, const QuomiErr
 
 class StoreFile::Statements {
 public:
-    SQLite::Statement& prepared(SQLite::Database& database, const std::string& sql) {
+    PreparedStatement& prepared(SQLite::Database& database, const std::string& sql) {
         auto found = cache_.find(sql);
         if (found == cache_.end()) {
-            found = cache_.emplace(sql, std::make_unique<SQLite::Statement>(database, sql)).first;
+            found = cache_.emplace(sql, std::make_unique<PreparedStatement>(database.getHandle(), sql)).first;
         }
-        found->second->reset();
-        found->second->clearBindings();
+        found->second->clear();
         return *found->second;
     }
 
     /// Ends what still reads, so that nothing holds a snapshot.
     void resetAll() noexcept {
-        for (auto& entry : cache_) entry.second->tryReset();
+        for (auto& entry : cache_) entry.second->reset();
     }
 
 private:
-    std::unordered_map<std::string, std::unique_ptr<SQLite::Statement>> cache_;
+    std::unordered_map<std::string, std::unique_ptr<PreparedStatement>> cache_;
 };
 
 std::unique_ptr<StoreFile> StoreFile::open(const std::filesystem::path& file, bool allowDeletion, Files& files,
@@ -291,7 +291,7 @@ void StoreFile::dropSavepoint() noexcept {
     static_cast<void>(database_->tryExec("ROLLBACK TO overlay; RELEASE overlay"));
 }
 
-SQLite::Statement& StoreFile::statement(const std::string& sql) {
+PreparedStatement& StoreFile::statement(const std::string& sql) {
     return statements_->prepared(*database_, sql);
 }
 

@@ -10,12 +10,12 @@
 
 namespace SQLite {
 class Database;
-class Statement;
 }  // namespace SQLite
 
 namespace quomi {
 
 class Files;
+class PreparedStatement;
 class QuomiErrors;
 
 /// The SQLite file under the store: one connection, prepared statements kept, changes in transactions.
@@ -41,7 +41,7 @@ public:
     /// own. The operations below are for use inside.
     bool perform(const std::function<void()>& work, std::optional<Error>* error = nullptr) const;
     /// The prepared statement of the text, reset and without bindings.
-    [[nodiscard]] SQLite::Statement& statement(const std::string& sql);
+    [[nodiscard]] PreparedStatement& statement(const std::string& sql);
     /// Begins a transaction unless one is open. Nobody else writes until it ends.
     void begin();
     [[nodiscard]] bool isInTransaction() const { return isInTransaction_; }

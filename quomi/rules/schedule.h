@@ -13,7 +13,7 @@ namespace quomi {
 
 /// Opening hours of a place: per weekday (`week`), on calendar days (`specific_days`), and what is closed in between
 /// (`breaks`). Every leaf has `open` and `close` in seconds since local midnight; the opening second is inside, the
-/// closing one outside. What is not listed is open. docs/store.md has the JSON.
+/// closing one outside. What is not listed is open. docs/campaign.md has the JSON.
 ///
 /// A specific day can only narrow the weekday's hours, and hours that run past midnight are never open: both
 /// deliberate.

@@ -61,6 +61,8 @@ TEST_F(ReplayTest, StartWithEverythingOnBeginsLocationUnderABackgroundTaskAndWat
                                               "0.05 range Quomi beacon", "0.1 response 200 /u_applications/limits.json",
                                               "0.1 request POST /u_app_users/find_or_create_by_udid.json",
                                               "0.15 response 200 /u_app_users/find_or_create_by_udid.json",
+                                              "0.15 backgroundTask begin 2",  // the rules follow the user
+                                              "0.15 backgroundTask end 2",
                                               "5 updates significant off",         //
                                               "5 unmonitor Quomi beacon service",  //
                                               "5 unrange Quomi beacon",            //

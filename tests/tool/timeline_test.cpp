@@ -145,10 +145,10 @@ TEST(Timeline, EveryKindHasItsLine) {
          "· event       type action, action open_url"},
         {R"("delegate":"somethingNew","value":1)", "◂ app         somethingNew  value 1"},
         {R"("response":"timeout","url":"https://x.test/")", "✗ response    timeout https://x.test/"},
-        {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"until":null})",
-         "§ rule        5 of 9 (exit): stopped by its limit  count 3, until none"},
+        {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"limit":3,"until":null})",
+         "§ rule        5 of 9 (exit): stopped by its limit: 3 of 3, for good"},
         {R"("rule":"5","owner":"9","trigger":"on_entry","decision":"executed","detail":{"actions":["a","b"]})",
-         "§ rule        5 of 9 (entry): executed  actions a b"},
+         "§ rule        5 of 9 (entry): executed: a, b"},
         {R"("unheardOf":"x","y":[{"z":1}])", R"(· other       unheardOf x  y [{"z":1}])"},
     };
     for (const auto& [fields, expected] : cases) {

@@ -1,4 +1,5 @@
 #include "tools/quomi/backoffice/backoffice_command.h"
+#include "tools/quomi/explain/explain_command.h"
 #include "tools/quomi/replay/replay_command.h"
 #include "tools/quomi/store/store_command.h"
 
@@ -16,6 +17,7 @@ constexpr std::string_view kUsage =
     "Usage: quomi COMMAND ...\n"
     "\n"
     "  replay VISIT.json          play a visit through the SDK and show what happened\n"
+    "  explain VISIT.json         play a visit and tell what became of one rule\n"
     "  backoffice CAMPAIGN.json   serve a campaign to SDKs on this machine\n"
     "  store make|info FILE       make a store file of a version, or look into one\n"
     "\n"
@@ -33,6 +35,7 @@ int run(const std::vector<std::string>& words) {
         return quomi::tool::ReplayCommand(colourIsWelcome())
             .run({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
+    if (command == "explain") return quomi::tool::runExplain({words.begin() + 1, words.end()}, std::cout, std::cerr);
     if (command == "backoffice") {
         return quomi::tool::runBackoffice({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }

@@ -1,9 +1,9 @@
 #include "tools/quomi/replay/replay_command.h"
 
 #include "quomi/api/url.h"
-#include "tools/quomi/backoffice/campaign.h"
 #include "tools/quomi/replay/geojson.h"
 #include "tools/quomi/replay/replay.h"
+#include "tools/quomi/replay/visit_labels.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/timeline.h"
 #include "tools/quomi/visit/visit.h"
@@ -14,7 +14,6 @@
 #include <variant>
 
 #include <CLI/CLI.hpp>
-#include <boost/json/array.hpp>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -81,34 +80,6 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
     if (parsed.options.backoffice) return parsed;
     complain(err, fmt::format("--backoffice: expected an http or https URL, found \"{}\"", backoffice));
     return kNotValid;
-}
-
-std::string textOf(const boost::json::object& object, const char* key) {
-    const auto* value = object.if_contains(key);
-    return value != nullptr && value->is_string() ? std::string(value->get_string()) : std::string();
-}
-
-/// People's names for the beacons and geofences of the visit's campaign.
-Labels labelsOf(const Visit& visit) {
-    Labels labels;
-    const auto* backoffice = std::get_if<CampaignBackoffice>(&visit.backoffice);
-    const auto campaign = backoffice == nullptr ? std::nullopt : Campaign::load(backoffice->campaign.string());
-    if (!campaign) return labels;
-    for (const auto& entry : campaign->beacons()) {
-        const auto& beacon = entry.get_object();
-        const auto name = textOf(beacon, "name");
-        const auto uuid = Uuid::parse(textOf(beacon, "proximity_uid"));
-        const auto* major = beacon.if_contains("major");
-        const auto* minor = beacon.if_contains("minor");
-        labels[textOf(beacon, "id")] = name;
-        if (!uuid || major == nullptr || minor == nullptr || !major->is_int64() || !minor->is_int64()) continue;
-        labels[fmt::format("{}/{}-{}", uuid->string(), major->get_int64(), minor->get_int64())] = name;
-    }
-    for (const auto& geofence : campaign->geofences()) {
-        const auto name = textOf(geofence.get_object(), "name");
-        if (!name.empty()) labels.emplace(textOf(geofence.get_object(), "id"), name);
-    }
-    return labels;
 }
 
 int cannotWrite(std::ostream& err, const std::string& file) {

@@ -1,17 +1,16 @@
 #include "tools/quomi/timeline/timeline.h"
 
+#include "tools/quomi/timeline/local_clock.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 #include "tools/quomi/timeline/visit_summary.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <optional>
 #include <ostream>
 
 #include <boost/json/object.hpp>
-#include <date/tz.h>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -40,33 +39,6 @@ std::string_view colourOf(Tone tone) {
     return "";
 }
 
-const date::time_zone* findZone(const std::string& name) {
-    try {
-        return date::locate_zone(name);
-    } catch (const std::exception&) {
-        return nullptr;
-    }
-}
-
-/// A moment of a visit as the device's clock shows it.
-struct LocalTime {
-    date::local_days day;
-    std::int64_t tenths = 0;  ///< since midnight
-
-    [[nodiscard]] std::string clock(bool withTenths) const {
-        const auto seconds = tenths / 10;
-        auto text = fmt::format("{:02}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
-        return withTenths ? text + fmt::format(".{}", tenths % 10) : text;
-    }
-    [[nodiscard]] std::string date() const {
-        static constexpr std::array<std::string_view, 7> names = {"Sunday",   "Monday", "Tuesday", "Wednesday",
-                                                                  "Thursday", "Friday", "Saturday"};
-        const date::year_month_day ymd{day};
-        return fmt::format("{} {:04}-{:02}-{:02}", names[date::weekday{day}.c_encoding()], static_cast<int>(ymd.year()),
-                           static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()));
-    }
-};
-
 std::string timesText(std::size_t times) {
     return times == 1 ? "" : fmt::format("  {} times", times);
 }
@@ -78,14 +50,13 @@ public:
     Impl(std::ostream& out, bool colour, Options options)
         : out_(out),
           colour_(colour),
-          start_(options.start),
-          zone_(findZone(options.timeZone)),
+          clock_(options.start, options.timeZone),
           names_(std::move(options.labels)),
           words_(names_) {
-        day_ = localTime(0).day;
-        const auto zoneName = zone_ != nullptr ? neutralised(options.timeZone) : std::string("UTC");
+        day_ = clock_.day(0);
+        const auto zoneName = clock_.knowsZone() ? neutralised(options.timeZone) : std::string("UTC");
         print(painted(neutralised(options.visitName), "\x1b[1m"));
-        print(fmt::format("{}, {} ({})", localTime(0).date(), localTime(0).clock(false), zoneName));
+        print(fmt::format("{}, {} ({})", clock_.date(0), clock_.clock(0), zoneName));
         print("");
     }
 
@@ -94,10 +65,11 @@ public:
         summary_.record(record, seconds);
         const auto line = words_.describe(record, seconds);
         if (!line) return;
-        const auto time = localTime(seconds);
-        if (time.day != day_) print(painted(fmt::format("── {} ──", time.date()), "\x1b[1m"));
-        day_ = time.day;
-        const auto times = fmt::format("{}  {:>8.1f} s", time.clock(true), std::floor(seconds * 10 + 1e-4) / 10);
+        const auto day = clock_.day(seconds);
+        if (day != day_) print(painted(fmt::format("── {} ──", clock_.date(seconds)), "\x1b[1m"));
+        day_ = day;
+        const auto times =
+            fmt::format("{}  {:>8.1f} s", clock_.clock(seconds, true), std::floor(seconds * 10 + 1e-4) / 10);
         const auto head = fmt::format("{} {}", line->sign, leftAligned(std::string(line->word), 10));
         const bool whole = line->tone == Tone::quiet || line->tone == Tone::bad;
         const auto colour = colourOf(line->tone);
@@ -111,6 +83,7 @@ public:
         print("");
         print(painted("Summary", "\x1b[1m") + fmt::format("  {}", spanText(summary_.seconds())));
         printBeacons();
+        printRules();
         printWay();
         print(fmt::format("  events    {} logged, {} uploaded", summary_.eventsLogged(), summary_.eventsUploaded()));
         printRequests();
@@ -119,15 +92,6 @@ public:
     }
 
 private:
-    [[nodiscard]] LocalTime localTime(double seconds) const {
-        // Floating-point seconds such as 0.3 lie a hair below their tenth; the millisecond is what counts.
-        const auto time = start_ + std::chrono::milliseconds(std::llround(seconds * 1000));
-        const auto local =
-            zone_ != nullptr ? zone_->to_local(time) : date::local_time<Duration>(time.time_since_epoch());
-        const auto day = date::floor<date::days>(local);
-        return {day, (local - day) / std::chrono::milliseconds(100)};
-    }
-
     [[nodiscard]] std::string painted(const std::string& text, std::string_view colour) const {
         return colour_ && !colour.empty() ? fmt::format("{}{}{}", colour, text, kResetColour) : text;
     }
@@ -146,10 +110,28 @@ private:
                     "\x1b[2m"));
         for (const auto& beacon : beacons) {
             print(fmt::format("    {}  {}  {}  {:>5}  {:>5}  {:>12}  {:>12}  {:>12}",
-                              leftAligned(names_.fullName(beacon.name), columns),
-                              localTime(beacon.firstSeen).clock(false), localTime(beacon.lastSeen).clock(false),
-                              beacon.found, beacon.lost, spanText(beacon.inView), spanOrDash(beacon.near),
-                              spanOrDash(beacon.immediate)));
+                              leftAligned(names_.fullName(beacon.name), columns), clock_.clock(beacon.firstSeen),
+                              clock_.clock(beacon.lastSeen), beacon.found, beacon.lost, spanText(beacon.inView),
+                              spanOrDash(beacon.near), spanOrDash(beacon.immediate)));
+        }
+    }
+
+    void printRules() {
+        const auto& rules = summary_.rules();
+        if (rules.empty()) return;
+        print(fmt::format("  rules     {} considered", rules.size()));
+        std::size_t columns = 0;
+        for (const auto& [rule, fate] : rules) columns = std::max(columns, columnsOf(rule));
+        print(painted(
+            fmt::format("    {}  {:>10}  {:>8}  stopped by", leftAligned("", columns), "considered", "executed"),
+            "\x1b[2m"));
+        for (const auto& [rule, fate] : rules) {
+            std::string stops;
+            for (const auto& [decision, times] : fate.stops) {
+                stops += (stops.empty() ? "" : ", ") + fmt::format("{} × {}", times, decision);
+            }
+            print(fmt::format("    {}  {:>10}  {:>8}  {}", leftAligned(rule, columns), fate.considered, fate.executed,
+                              stops.empty() ? "-" : stops));
         }
     }
 
@@ -181,8 +163,7 @@ private:
 
     std::ostream& out_;
     bool colour_;
-    WallTime start_;
-    const date::time_zone* zone_;
+    const LocalClock clock_;
     BeaconNames names_;
     TraceWords words_;
     VisitSummary summary_;

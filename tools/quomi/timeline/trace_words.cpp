@@ -1,6 +1,7 @@
 #include "tools/quomi/timeline/trace_words.h"
 
 #include "quomi/location/location_utils.h"
+#include "tools/quomi/timeline/rule_words.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
@@ -49,35 +50,6 @@ std::string sourceText(const json::object& record) {
     const auto source = numberOf(record, "triggeredBy", 0);
     if (source == 1) return " for a geofence";
     return source == 2 ? " for a beacon" : "";
-}
-
-std::string_view ruleWords(std::string_view decision) {
-    static const std::map<std::string_view, std::string_view> words = {
-        {"inactive", "is outside its dates or opening hours"},
-        {"outOfRange", "not in range"},
-        {"tooFast", "moving too fast"},
-        {"latched", "waits"},
-        {"latchBroken", "no longer held after the wait"},
-        {"latchCancelled", "wait ended"},
-        {"visitTooShort", "visit too short"},
-        {"minInterval", "too soon after the last one"},
-        {"globalMax", "stopped by the device's limit"},
-        {"ruleMax", "stopped by its limit"},
-        {"groupMax", "stopped by its group's limit"},
-        {"ruleMin", "counted, needs more events"},
-        {"groupMin", "counted, its group needs more events"},
-        {"saveFailed", "could not be counted"},
-        {"serverDisabled", "asks a server, which is switched off"},
-        {"vetoed", "refused by the app"},
-        {"askServer", "asks its server"},
-        {"serverOrdered", "server ordered other actions"},
-        {"hostAsked", "the app asks the server itself"},
-        {"serverDeclined", "refused by its server"},
-        {"serverFailed", "its server did not answer"},
-        {"executed", "executed"},
-    };
-    const auto found = words.find(decision);
-    return found != words.end() ? found->second : std::string_view();
 }
 
 Tone ruleTone(std::string_view decision) {
@@ -282,17 +254,9 @@ TraceWords::Line TraceWords::response(const Record& record) {
 }
 
 TraceWords::Line TraceWords::rule(const Record& record) {
-    const auto decision = textOf(record, "decision");
-    const auto words = ruleWords(decision);
-    const auto trigger = textOf(record, "trigger");
-    auto text = fmt::format("{} of {} ({}): {}", textOf(record, "rule"), names_.label(textOf(record, "owner")),
-                            trigger == "on_entry"  ? "entry"
-                            : trigger == "on_exit" ? "exit"
-                                                   : trigger,
-                            words.empty() ? decision : std::string(words));
-    const auto& detail = objectOf(record, "detail");
-    if (!detail.empty()) text += fmt::format("  {}", clipped(pairsText(detail), kLongestText));
-    return TraceLine{"§", "rule", ruleTone(decision), text};
+    return TraceLine{"§", "rule", ruleTone(textOf(record, "decision")),
+                     fmt::format("{} of {} ({}): {}", textOf(record, "rule"), names_.label(textOf(record, "owner")),
+                                 triggerWord(textOf(record, "trigger")), clipped(ruleReason(record), kLongestText))};
 }
 
 TraceWords::Line TraceWords::notification(const Record& record) {

@@ -1,6 +1,7 @@
 #include "tools/quomi/timeline/visit_summary.h"
 
 #include "quomi/location/location_utils.h"
+#include "tools/quomi/timeline/rule_words.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
 #include <algorithm>
@@ -41,6 +42,8 @@ void VisitSummary::record(const json::object& record, double seconds) {
         request(record);
     else if (kind == "response")
         response(record);
+    else if (kind == "rule")
+        rule(record);
     else if (kind == "call" || kind == "callback")
         noteError(record);
     // Stopping forgets the beacons nearby without reporting them lost.
@@ -126,6 +129,22 @@ void VisitSummary::response(const json::object& record) {
     const auto status = numberOf(record, "response", 0);
     if (status >= 200 && status < 300) eventsUploaded_ += sent->events;
     sent_.erase(sent);
+}
+
+void VisitSummary::rule(const json::object& record) {
+    const auto id = textOf(record, "rule");
+    auto known = std::find_if(rules_.begin(), rules_.end(), [&](const auto& each) { return each.first == id; });
+    if (known == rules_.end()) known = rules_.insert(rules_.end(), {id, {}});
+    auto& fate = known->second;
+    const auto decision = textOf(record, "decision");
+    // A record that waits is followed by that of the wait's end, which is what counts.
+    if (isWaiting(decision)) return;
+    ++fate.considered;
+    if (decision == "executed") {
+        ++fate.executed;
+    } else {
+        count(fate.stops, decision);
+    }
 }
 
 void VisitSummary::noteError(const json::object& record) {

@@ -35,6 +35,14 @@ struct Way {
     std::size_t left = 0;  ///< geofences
 };
 
+/// What became of a rule in a visit.
+struct RuleFate {
+    std::size_t considered = 0;  ///< outcomes; a wait that still runs at the end has none
+    std::size_t executed = 0;
+    /// Every other outcome ("ruleMax"), in order of first appearance, and how often.
+    std::vector<std::pair<std::string, std::size_t>> stops;
+};
+
 /// Adds up a trace. Records come in order; the numbers stand after `finish`.
 class VisitSummary {
 public:
@@ -56,6 +64,9 @@ public:
     /// Every different error that the app was told of, and how often.
     [[nodiscard]] const std::vector<std::pair<std::string, std::size_t>>& errors() const { return errors_; }
 
+    /// By identifier, in the order in which they were first considered.
+    [[nodiscard]] const std::vector<std::pair<std::string, RuleFate>>& rules() const { return rules_; }
+
 private:
     struct Open {
         std::size_t index = 0;
@@ -75,6 +86,7 @@ private:
     void endStays();
     void request(const boost::json::object& record);
     void response(const boost::json::object& record);
+    void rule(const boost::json::object& record);
     void noteError(const boost::json::object& record);
 
     std::vector<BeaconStay> beacons_;
@@ -83,6 +95,7 @@ private:
     std::map<std::string, std::size_t, std::less<>> indexOf_;
     std::map<std::string, Open, std::less<>> open_;
     std::deque<Sent> sent_;
+    std::vector<std::pair<std::string, RuleFate>> rules_;
     std::vector<std::pair<std::string, std::size_t>> outcomes_;
     std::vector<std::pair<std::string, std::size_t>> errors_;
     std::size_t eventsLogged_ = 0;

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "hosts/simulated/simulated_phone.h"
+#include "quomi/core/errors.h"
+#include "quomi/core/settings.h"
+#include "quomi/data/data.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <sqlite3.h>
+#include <string>
+
+namespace quomi::bench {
+
+/// A server's answer of so many geofences with two rules each, about 800 bytes a geofence.
+[[nodiscard]] std::string geofencesAnswer(int count);
+
+/// A phone with an empty store.
+struct BenchStore {
+    BenchStore();
+    /// Takes the answer in as a download does: text, value, rows. False when it is not taken.
+    bool download(const std::string& answer);
+    /// Geofences without rules, or beacons of the UUID of every benchmark with one rule, made by number; saved.
+    void fillGeofences(int count, const std::function<void(int, QuomiGeofence&)>& place);
+    void fillBeacons(int count);
+
+    simulated::SimulatedPhone phone;
+    Platform platform = phone.platform();
+    QuomiErrors errors{platform.localization};
+    QuomiSettings settings{Deployment(), platform.location};
+    std::filesystem::path file = QuomiData::dataStorageDirectory(platform) / kQuomiSQLiteStoreFile;
+    std::unique_ptr<QuomiData> data;
+};
+
+/// SQLite without anything around it, for the floors. Aborts when it fails.
+class RawStatement {
+public:
+    RawStatement(sqlite3* database, const std::string& sql);
+    ~RawStatement() { sqlite3_finalize(statement_); }
+    RawStatement(const RawStatement&) = delete;
+    RawStatement& operator=(const RawStatement&) = delete;
+
+    [[nodiscard]] sqlite3_stmt* handle() const { return statement_; }
+    /// Whether there is a row.
+    bool step();
+    void run();  // to its end, and back to its beginning
+    [[nodiscard]] std::string text(int column) const;
+    [[nodiscard]] std::optional<std::string> optionalText(int column) const;
+    [[nodiscard]] double real(int column) const { return sqlite3_column_double(statement_, column); }
+    [[nodiscard]] int integer(int column) const { return sqlite3_column_int(statement_, column); }
+    [[nodiscard]] bool isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+
+private:
+    sqlite3_stmt* statement_ = nullptr;
+};
+
+class RawDatabase {
+public:
+    /// A connection set up as the store's is.
+    explicit RawDatabase(const std::filesystem::path& file);
+    ~RawDatabase() { sqlite3_close(database_); }
+    RawDatabase(const RawDatabase&) = delete;
+    RawDatabase& operator=(const RawDatabase&) = delete;
+
+    [[nodiscard]] sqlite3* handle() const { return database_; }
+    void exec(const std::string& sql);
+
+private:
+    sqlite3* database_ = nullptr;
+};
+
+}  // namespace quomi::bench

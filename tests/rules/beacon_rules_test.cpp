@@ -1,0 +1,321 @@
+#include "quomi/data/rule_owner.h"
+#include "quomi/platform/notification_center.h"
+#include "quomi/rules/rule_gates.h"
+#include "tests/rules/rule_support.h"
+
+namespace quomi::test {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Rules = std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>>;
+
+TEST_F(RuleTest, FoundBeaconRunsItsRulesInOrderOfPriorityAndStoreOrder) {
+    const auto priority = [](int number) { return [number](auto& rule) { rule.priority = number; }; };
+    const auto seen = beacon(
+        "b", Rules{beaconRule("late", {kNotify}, priority(5)), beaconRule("first", {kNotify, kPage}, priority(1)),
+                   beaconRule("second", {kPage, kNotify}, priority(1)),
+                   beaconRule("exit", {kNotify}, [](auto& rule) { rule.trigger = kTriggerOnExit; }),
+                   beaconRule("immediate", {kNotify}, [](auto& rule) { rule.proximityEnd = 1; }),
+                   beaconRule("broken", {}, [](auto& rule) { rule.actions = "[", rule.priority = 9; })});
+    find(seen);
+    EXPECT_THAT(
+        taken(),
+        ElementsAre(R"(immediate outOfRange {"range":[1,1],"previous":7,"new":2})", "trigger first", "notifies Hello",
+                    "open_url first", R"(first executed {"actions":["notify_user","open_url"]})", "trigger second",
+                    "open_url second", "notifies Hello", R"(second executed {"actions":["open_url","notify_user"]})",
+                    "trigger late", "notifies Hello", R"(late executed {"actions":["notify_user"]})", "trigger broken",
+                    R"(broken executed {"actions":[]})"));
+    EXPECT_EQ(seen->seenCount, 1);
+    EXPECT_EQ(seen->lastSeenAt, now());
+    EXPECT_TRUE(beacons_->executeBeaconLostActions(seen, QuomiProximityNear));
+    EXPECT_THAT(taken(), ElementsAre("trigger exit", "notifies Hello", R"(exit executed {"actions":["notify_user"]})"));
+    EXPECT_TRUE(beacons_->executeRegionEnteredActions(seen));
+    EXPECT_THAT(taken(), Contains(R"(immediate executed {"actions":["notify_user"]})")) << "no range counts";
+    EXPECT_EQ(seen->seenCount, 2);
+}
+
+TEST_F(RuleTest, InactiveBeaconRunsNothing) {
+    const auto seen = beaconWith(beaconRule("r", {kNotify}));
+    seen->endDate = now() - seconds(1);
+    std::optional<Error> error;
+    EXPECT_FALSE(beacons_->executeBeaconFoundActions(seen, QuomiProximityNear, &error));
+    EXPECT_EQ(error->code, 203);
+    EXPECT_EQ(seen->seenCount, 1);
+    EXPECT_THAT(taken(), ElementsAre(R"(r inactive {"code":203})"));
+}
+
+TEST_F(RuleTest, ChangedProximityIsJudgedByEachRulesOwnDistance) {
+    struct Move {
+        QuomiProximity from, to;
+        double fromMetres, toMetres;
+        Strings outcome;
+    };
+    const auto farther = [](auto& rule) {
+        rule.useRuleMaxMediumFar = true;
+        rule.maxDistanceMediumFar = 6;
+        rule.proximityEnd = 4;
+    };
+    const auto seen = beacon("b", Rules{beaconRule("in", {}, farther), beaconRule("out", {}, [&](auto& rule) {
+                                            farther(rule);
+                                            rule.trigger = kTriggerOnExit;
+                                        })});
+    const std::string outIn = R"(outOfRange {"range":[1,4],"previous":5,"new":4})";
+    const std::string inOut = R"(outOfRange {"range":[1,4],"previous":4,"new":5})";
+    const std::string ran = R"(executed {"actions":[]})";
+    for (const auto& [from, to, fromMetres, toMetres, outcome] : std::vector<Move>{
+             {QuomiProximityDistantFar, QuomiProximityMediumFar, 8, 5, {"out " + outIn, "trigger in", "in " + ran}},
+             {QuomiProximityMediumFar, QuomiProximityMediumFar, 5, 8, {"trigger out", "out " + ran, "in " + inOut}},
+             {QuomiProximityMediumFar, QuomiProximityMediumFar, 7, 8, {}},
+             {QuomiProximityUnknown,
+              QuomiProximityNear,
+              -1,
+              1,
+              {R"(out outOfRange {"range":[1,4],"previous":4,"new":2})",
+               R"(in outOfRange {"range":[1,4],"previous":4,"new":2})"}},
+             {QuomiProximityDistantFar, QuomiProximityMediumFar, 8, 0, {"out " + outIn, "trigger in", "in " + ran}},
+             {QuomiProximityMediumFar, QuomiProximityMediumFar, 5, 0, {}}}) {
+        EXPECT_TRUE(beacons_->executeBeaconProximityChangedActions(seen, from, fromMetres, to, toMetres));
+        EXPECT_EQ(taken(), outcome) << fromMetres << " to " << toMetres;
+    }
+    EXPECT_EQ(seen->seenCount, 0);
+}
+
+TEST_F(RuleTest, LatchTimeEndsWithAnotherLookAtTheBeacon) {
+    struct Case {
+        const char* trigger;
+        std::optional<QuomiProximity> proximity;
+        const char* outcome;
+        const char* message;
+    };
+    const char* gone =
+        "console Quomi SDK: Proximity of beacon (UUID: 00000000-0000-0000-0000-000000000000 - Major: 1 - "
+        "Minor: 2 ,ID = b) has changed (expected to be between 1 and 2 to execute rule) or beacon is not "
+        "visible anymore, actions won't be executed.";
+    const char* back =
+        "console Quomi SDK: Proximity of beacon (UUID: 00000000-0000-0000-0000-000000000000 - Major: 1 - "
+        "Minor: 2 , ID = b) has changed (expected to be not between 1 and 2 to execute rule), actions "
+        "won't be executed";
+    for (const auto& [trigger, proximity, outcome, message] :
+         {Case{kTriggerOnEntry, QuomiProximityNear, "r executed {\"actions\":[]}", "trigger r"},
+          Case{kTriggerOnEntry, QuomiProximityFar, "r latchBroken {}", gone},
+          Case{kTriggerOnEntry, std::nullopt, "r latchBroken {}", gone},
+          Case{kTriggerOnExit, QuomiProximityFar, "r executed {\"actions\":[]}", "trigger r"},
+          Case{kTriggerOnExit, std::nullopt, "r executed {\"actions\":[]}", "trigger r"},
+          Case{kTriggerOnExit, QuomiProximityImmediate, "r latchBroken {}", back}}) {
+        const auto seen = beaconWith(beaconRule("r", {}, [&](auto& rule) {
+            rule.trigger = trigger;
+            rule.proximityEnd = 2;
+            rule.latchTime = 30;
+        }));
+        hear(proximity);
+        const bool isEntry = std::string_view(trigger) == kTriggerOnEntry;
+        EXPECT_TRUE(isEntry ? beacons_->executeRegionEnteredActions(seen) : beacons_->executeRegionExitedActions(seen));
+        EXPECT_THAT(taken(), ElementsAre(R"(r latched {"seconds":30})"));
+        phone_.advanceBy(seconds(30) - Duration(1));
+        EXPECT_THAT(taken(), IsEmpty());
+        phone_.advanceBy(Duration(1));
+        EXPECT_THAT(taken(), ElementsAre(message, outcome));
+        EXPECT_EQ(beacons_->pendingTimersCount(), 0U);
+        data_->removeAllBeacons();
+    }
+}
+
+TEST_F(RuleTest, LatchOfADeletedRuleAndCancelledLatchesRunNothing) {
+    const auto latched = [](auto& rule) { rule.latchTime = 9; };
+    auto seen = beacon("b", Rules{beaconRule("r", {kNotify}, latched)});
+    find(seen);
+    find(seen);
+    EXPECT_EQ(beacons_->pendingTimersCount(), 2U) << "an event, a timer";
+    data_->removeAllBeacons();
+    taken();
+    phone_.advanceBy(seconds(10));
+    EXPECT_THAT(taken(), Contains("console Quomi SDK Error: Cannot execute beacon rule with latch time: couldn't "
+                                  "retrieve rule data.")
+                             .Times(2));
+    find(beacon("b", Rules{beaconRule("r", {kNotify}, latched)}));
+    find(beacon("c", Rules{beaconRule("s", {kNotify}, latched)}));
+    taken();
+    beacons_->clearAllPendingTimersForBeaconId("b");
+    EXPECT_THAT(taken(), ElementsAre("r latchCancelled {}"));
+    beacons_->clearAllPendingTimers();
+    EXPECT_THAT(taken(), ElementsAre("s latchCancelled {}"));
+    phone_.advanceBy(seconds(10));
+    EXPECT_THAT(taken(), IsEmpty());
+}
+
+TEST_F(RuleTest, RefusedNotificationTakesItsCountBackAtOnceAndLater) {
+    std::function<void(bool)> answer;
+    const auto judged = beaconRule("r", {kNotify});
+    const auto seen = beaconWith(judged);
+    data_->getSDKStatusInfo()->globalMinInterval = 600;
+    host_.shouldExecuteNotificationRequest = [](const auto&, int) { return false; };
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r vetoed {"action":"notify_user"})"));
+    EXPECT_EQ(judged->triggersCount, 0);
+    host_.shouldExecuteNotificationRequestCompletionBlock = [&](const auto&, int, auto block) { answer = block; };
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r executed {"actions":["notify_user"]})")) << "no interval holds";
+    EXPECT_EQ(judged->triggersCount, 1);
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", HasSubstr("r minInterval {\"seconds\":0E0,\"limit\":600,\"period\":"
+                                                            "null,\"until\":\"")));
+    answer(false);
+    EXPECT_THAT(taken(), ElementsAre(R"(r vetoed {"action":"notify_user"})"));
+    EXPECT_EQ(data_->getBeaconRuleById("r")->triggersCount, 0);
+    EXPECT_EQ(data_->getSDKStatusInfo()->lastEventDate, WallTime());
+}
+
+TEST_F(RuleTest, InTheBackgroundOneNotificationCarriesTheOpenAction) {
+    const auto seen = beaconWith(beaconRule("r", {kPage, kNotify}));
+    phone_.inactive();
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", "notifies Hello", R"(r executed {"actions":["notify_user"]})"));
+    EXPECT_EQ(boost::json::serialize(info_),
+              R"({"area_type":"beacon","beacon_id":"b","rule_id":"r","major":1,"minor":2,"beacon_name":"b",)"
+              R"("max_medium_far_distance":10,"param":"https://shop.test/page","type":"open_url","triggeredBy":2})");
+    settings_.localNotificationActionsEnabled = false;
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r executed {"actions":[]})"));
+    phone_.active();
+    find(seen);
+    EXPECT_THAT(taken(), ElementsAre("trigger r", "open_url r", R"(r executed {"actions":["open_url"]})"));
+}
+
+TEST_F(RuleTest, ServerDecidesAboutTheOtherActions) {
+    const auto seen = beaconWith(beaconRule("r", {kNotify, kServer}));
+    const std::string asks = "request https://shop.test/hook?type=beacon";
+    const std::string asked = R"(r askServer {"url":"https://shop.test/hook?type=beacon"})";
+    const auto played = [&] {
+        find(seen);
+        phone_.advanceBy(seconds(60));
+        return taken();
+    };
+    serverAnswers(R"({"decision": "enable"})");
+    EXPECT_THAT(played(), ElementsAre("trigger r", asks, asked, "notify_server r", "notifies Hello",
+                                      R"(r executed {"actions":["notify_user"]})"));
+    serverAnswers(R"({"decision": "disable"})");
+    EXPECT_THAT(played(), ElementsAre("trigger r", asks, asked, "notify_server r", "r serverDeclined {}"));
+    serverAnswers(R"({"decision": "notify", "notify_user": "Else", "open_deep_link": "{}"})");
+    EXPECT_THAT(played(), ElementsAre("trigger r", asks, asked, "notify_server r", "notifies Else",
+                                      R"(r serverOrdered {"actions":["notify_user","open_deep_link"]})"));
+    serverAnswers(R"({"decision": "?"})");
+    EXPECT_THAT(played(), ElementsAre("trigger r", asks, asked, "r serverFailed {}"));
+    phone_.transport().answer("GET https://shop.test/hook",
+                              simulated::ScriptedAnswer::failure(HttpFailureKind::connection));
+    EXPECT_THAT(played(), ElementsAre("trigger r", asks, asked, "r serverFailed {}")) << "no answer at all";
+    const auto counted = data_->getBeaconRuleById("r")->triggersCount;
+    EXPECT_EQ(counted, 5);
+    settings_.serverNotificationActionsEnabled = false;
+    EXPECT_THAT(played(), ElementsAre("trigger r", "r serverDisabled {}"));
+    EXPECT_EQ(data_->getBeaconRuleById("r")->triggersCount, counted + 1) << "the count stays taken";
+    settings_.serverNotificationActionsEnabled = true;
+    host_.executeServerNotificationRequest = [](const auto&, int, auto success, auto) { success(); };
+    EXPECT_THAT(played(), ElementsAre("trigger r", "notify_server r", "r hostAsked {}"));
+    host_.shouldExecuteServerNotificationRequest = [](const auto&, int) { return false; };
+    EXPECT_THAT(played(), ElementsAre("trigger r", R"(r vetoed {"action":"notify_server"})"));
+    EXPECT_EQ(data_->getBeaconRuleById("r")->triggersCount, counted + 2) << "the refused one is taken back";
+}
+
+TEST_F(RuleTest, PlaceholdersOfTheServersUrl) {
+    for (const auto& [hasMinor, url] :
+         {std::pair{true,
+                    "https://shop.test/hook?i=b/UDID/shop/00000000-0000-0000-0000-000000000000&m=1.2.1.3&e=%61%20%62"
+                    "&x=%7Belse%7D%20a&type=beacon"},
+          std::pair{false,
+                    "https://shop.test/hook?i=b/UDID/shop/00000000-0000-0000-0000-000000000000&m=%7Bmajor%7D."
+                    "%7Bminor%7D.%7Bproximity%7D.%7BproximityEnd%7D&e=%61%20%62&x=%7Belse%7D%20a&type=beacon"}}) {
+        const auto seen =
+            beaconWith(beaconRule("r", {{kActionNotifyServer,
+                                         "https://shop.test/hook?i={id}/{udid}/{namespace}/{proximityUUID}&m={major}."
+                                         "{minor}.{proximity}.{proximityEnd}&e={ext_id}&x={else} a"}}));
+        if (!hasMinor) seen->minor.reset();
+        find(seen);
+        EXPECT_THAT(taken(), Contains(std::string("request ") + url));
+        phone_.advanceBy(seconds(1));
+        data_->removeAllBeacons();
+    }
+}
+
+TEST_F(RuleTest, RemovedRuleAndFailedSaveEndTheRuleQuietlyAndTheNextRunsCounted) {
+    find(beacon("b", Rules{beaconRule("r", {kNotify}), beaconRule("s", {kNotify})}));
+    taken();
+    inCallback_ = [&](const std::string& line) {
+        // A rule that the store refuses: everything that the next save would write is dropped.
+        if (line == "trigger r") data_->getBeaconRuleById("r")->ruleId.reset();
+        EXPECT_TRUE(line != "trigger s" || data_->getBeaconRuleById("s")->triggersCount == 1);
+    };
+    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), QuomiProximityNear));
+    EXPECT_THAT(taken(), ElementsAre("trigger r", " saveFailed {}", "trigger s", "notifies Hello",
+                                     R"(s executed {"actions":["notify_user"]})"));
+    EXPECT_EQ(data_->getBeaconRuleById("s")->triggersCount, 2);
+    inCallback_ = [&](const std::string& line) {
+        if (line == "trigger r") data_->removeAllBeacons();
+    };
+    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), QuomiProximityNear));
+    EXPECT_THAT(taken(), ElementsAre("trigger r")) << "neither rule is there any more";
+}
+
+TEST_F(RuleTest, EndFromEveryCallbackIsTheLastThingThatHappens) {
+    const auto answers = [this](auto value) {
+        return [this, value](const auto&, int) { return note("asked"), value; };
+    };
+    host_.shouldExecuteNotificationRequest = answers(true);
+    host_.shouldExecuteOpenWebPageRequest = answers(true);
+    host_.shouldExecuteServerNotificationRequest = answers(true);
+    serverAnswers(R"({"decision": "enable"})");
+    const auto play = [this] {
+        const auto latched = [](auto& rule) { rule.latchTime = 5; };
+        const auto seen = beacon("b", Rules{beaconRule("r", {kNotify, kPage}), beaconRule("s", {kNotify, kServer}),
+                                            beaconRule("t", {kPage}, latched)});
+        const auto place = geofence("g", std::vector{geofenceRule("u", {kNotify, kServer})});
+        hear(QuomiProximityNear);
+        beacons_->executeBeaconFoundActions(seen, QuomiProximityNear);
+        beacons_->executeBeaconProximityChangedActions(seen, QuomiProximityFar, QuomiProximityUnknown);
+        geofences_->executeGeofenceEnteredActions(place);
+        phone_.advanceBy(seconds(60));
+        return taken();
+    };
+    const auto whole = play();
+    ASSERT_GT(whole.size(), 25U);
+    for (std::size_t end = 0; end < whole.size(); ++end) {
+        if (whole[end].starts_with("request ")) continue;  // nobody is called there
+        data_->removeAllBeacons();
+        data_->removeAllGeofences();
+        makeExecutors();
+        std::size_t seen = 0;
+        bool hasEnded = false;
+        inCallback_ = [&](const std::string& line) {
+            EXPECT_TRUE(!hasEnded || line.ends_with("latchCancelled {}")) << end << ": " << line;
+            if (seen++ != end) return;
+            // As a stop does: what is sent is cancelled, and nothing is left of what was there.
+            hasEnded = true;
+            beacons_->end();
+            geofences_->end();
+            actions_->end();
+            api_.cancelAllRequests();
+            data_->removeAllBeacons();
+            data_->removeAllGeofences();
+        };
+        play();
+        phone_.closeWebPage();
+        EXPECT_TRUE(hasEnded) << end;
+        inCallback_ = {};
+    }
+}
+
+TEST_F(RuleTest, NothingDependsOnTheObserver) {
+    const auto seen = beacon("b", Rules{beaconRule("r", {kNotify, kPage}), beaconRule("s", {kServer, kNotify})});
+    serverAnswers(R"({"decision": "enable"})");
+    observer_ = nullptr;
+    find(seen);
+    phone_.advanceBy(seconds(1));
+    EXPECT_THAT(taken(), ElementsAre("trigger r", "notifies Hello", "open_url r", "trigger s",
+                                     "request https://shop.test/hook?type=beacon", "page https://shop.test/page",
+                                     "notify_server s", "notifies Hello"));
+}
+
+}  // namespace
+}  // namespace quomi::test

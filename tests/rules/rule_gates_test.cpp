@@ -1,0 +1,160 @@
+#include "quomi/rules/rule_gates.h"
+
+#include "tests/rules/rule_support.h"
+
+namespace quomi::test {
+namespace {
+
+using Rule = QuomiBeaconRuleWithActions;
+using Status = QuomiStatusInfo;
+using D = RuleDecision;
+
+/// What was counted before, `ago` in seconds, and what the gates make of one more event.
+struct Case {
+    const char* what;
+    std::function<void(Rule&, RuleOwner& group, Status&)> limits;
+    std::vector<double> ago;
+    std::optional<D> stop;
+    double observed = 0;
+    /// Seconds from now, and a microsecond; none: never.
+    std::optional<double> until{};
+};
+
+const std::vector<Case> kCases = {
+    {"no limit", [](auto&, auto&, auto&) {}, {1, 0}, {}},
+    {"negative limits", [](auto& r, auto&, auto&) { r.maxEvents = -1, r.minEvents = -5; }, {1}, {}},
+    {"one below the maximum", [](auto& r, auto&, auto&) { r.maxEvents = 3; }, {9, 8}, {}},
+    {"lifetime maximum", [](auto& r, auto&, auto&) { r.maxEvents = 3; }, {9, 8, 7}, D::ruleMax, 3},
+    {"negative period", [](auto& r, auto&, auto&) { r.maxEvents = 1, r.maxEventsPeriod = -9; }, {90}, D::ruleMax, 1},
+    {"maximum in a period",
+     [](auto& r, auto&, auto&) { r.maxEvents = 2, r.maxEventsPeriod = 60; },
+     {70, 50, 20, 10},
+     D::ruleMax,
+     3,
+     40},
+    {"at the period's start",
+     [](auto& r, auto&, auto&) { r.maxEvents = 1, r.maxEventsPeriod = 60; },
+     {60},
+     D::ruleMax,
+     1,
+     0},
+    {"before the period", [](auto& r, auto&, auto&) { r.maxEvents = 1, r.maxEventsPeriod = 60; }, {60.000001}, {}},
+    {"unsorted", [](auto& r, auto&, auto&) { r.maxEvents = 2, r.maxEventsPeriod = 60; }, {30, 90}, D::ruleMax, 2, 30},
+    {"minimum not reached", [](auto& r, auto&, auto&) { r.minEvents = 3; }, {5}, D::ruleMin, 2},
+    {"minimum reached now", [](auto& r, auto&, auto&) { r.minEvents = 3; }, {6, 5}, {}},
+    {"minimum in a period",
+     [](auto& r, auto&, auto&) { r.minEvents = 2, r.minEventsPeriod = 60; },
+     {61},
+     D::ruleMin,
+     1},
+    {"group maximum", [](auto& r, auto&, auto&) { r.maxGroupEvents = 2; }, {6, 5}, D::groupMax, 2},
+    {"group maximum in a period",
+     [](auto& r, auto&, auto&) { r.maxGroupEvents = 2, r.maxGroupEventsPeriod = 60; },
+     {70, 6, 5},
+     D::groupMax,
+     2,
+     54},
+    {"group minimum", [](auto& r, auto&, auto&) { r.minGroupEvents = 4; }, {6, 5}, D::groupMin, 3},
+    {"rule before group", [](auto& r, auto&, auto&) { r.maxGroupEvents = 1, r.maxEvents = 1; }, {6}, D::ruleMax, 1},
+    {"device-wide interval", [](auto&, auto&, auto& s) { s.globalMinInterval = 5; }, {5}, D::minInterval, 5, 0},
+    {"interval passed", [](auto&, auto&, auto& s) { s.globalMinInterval = 5; }, {5.000001}, {}},
+    {"negative interval", [](auto&, auto&, auto& s) { s.globalMinInterval = -5; }, {0}, {}},
+    {"device-wide maximum before the rule's",
+     [](auto& r, auto&, auto& s) { s.globalMaxEvents = 1, r.maxEvents = 1; },
+     {5},
+     D::globalMax,
+     1},
+    {"device-wide maximum in a period",
+     [](auto&, auto&, auto& s) { s.globalMaxEvents = 1, s.globalMaxEventsPeriod = 10; },
+     {5},
+     D::globalMax,
+     1,
+     5},
+    {"not under the device-wide maximum",
+     [](auto& r, auto&, auto& s) { s.globalMaxEvents = 1, r.underGlobalCounter = false; },
+     {5},
+     {}},
+};
+
+History historyOf(const Case& each, WallTime now) {
+    History history;
+    for (const double ago : each.ago) history.push_back(now - toDuration(Seconds(ago)));
+    return history;
+}
+
+TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
+    for (const auto& each : kCases) {
+        SCOPED_TRACE(each.what);
+        const auto judged = beaconRule("r", {});
+        const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
+        const auto owner = beacon("b", std::vector{judged}, "group");
+        const auto status = data_->getSDKStatusInfo();
+        const auto history = historyOf(each, now());
+        judged->history = group->groupHistory = status->globalHistory = history;
+        const auto count = static_cast<std::int32_t>(history.size());
+        judged->triggersCount = group->groupTriggersCount = status->globalTriggersCount = count;
+        status->lastEventDate = history.back();
+        each.limits(*judged, *group, *status);
+        const bool isUnderGlobalCounter = judged->underGlobalCounter;
+
+        const auto mayAct = QuomiRuleHelper::maxEventsConditionsFulfilledForRule(*judged, group.get(), now());
+        const auto stop = countEvent(context(), RuleArea::beacon, *judged, *owner);
+        ASSERT_EQ(stop ? std::optional(stop->decision) : std::nullopt, each.stop);
+        if (stop) {
+            EXPECT_EQ(stop->observed, each.observed);
+            const auto until =
+                stop->until ? std::optional(toSeconds(*stop->until - now() - Duration(1))) : std::nullopt;
+            EXPECT_EQ(until, each.until);
+        }
+        EXPECT_TRUE(each.stop == D::globalMax || mayAct == (each.stop != D::ruleMax && each.stop != D::groupMax));
+        // The minimum stops what was counted; everything else stops before.
+        const bool isCounted = !stop || stop->decision == D::ruleMin || stop->decision == D::groupMin;
+        EXPECT_EQ(judged->triggersCount, count + isCounted);
+        EXPECT_EQ(group->groupTriggersCount, count + isCounted);
+        EXPECT_EQ(status->globalTriggersCount, count + (isCounted && isUnderGlobalCounter));
+        EXPECT_EQ(status->lastEventDate, isCounted ? now() : history.back());
+        EXPECT_EQ(judged->lastTriggerDate, isCounted ? now() : WallTime());
+        EXPECT_EQ(QuomiRuleHelper::minEventsConditionsFulfilledForRule(*judged, group.get(), now()),
+                  judged->triggersCount >= judged->minEvents && group->groupTriggersCount >= judged->minGroupEvents &&
+                      each.stop != D::ruleMin);
+        data_->removeAllBeacons();
+        data_->removeSDKStatusInfo();
+    }
+}
+
+TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
+    const auto judged = geofenceRule("r", {}, [](auto& rule) { rule.maxGroupEvents = 1; });
+    const auto place = geofence("g", std::vector{judged}, "nobody");
+    const auto status = data_->getSDKStatusInfo();
+    status->globalMinInterval = 100;
+    status->lastEventDate = now() - seconds(1);
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(countEvent(context(), RuleArea::geofence, *judged, *place));
+    EXPECT_EQ(status->lastEventDate, now() - seconds(1));
+    EXPECT_EQ(judged->triggersCount, 3);
+    EXPECT_TRUE(judged->history.empty()) << "no period asks for it";
+}
+
+TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
+    for (const bool isUnderGlobalCounter : {true, false}) {
+        const auto judged = beaconRule("r", {}, [&](auto& rule) {
+            rule.underGlobalCounter = isUnderGlobalCounter;
+            rule.maxEventsPeriod = rule.maxGroupEventsPeriod = 100;
+        });
+        const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
+        const auto owner = beacon("b", std::vector{judged}, "group");
+        const auto status = data_->getSDKStatusInfo();
+        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, *judged, *owner));
+        EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
+        uncountEvent(context(), judged.get());
+        const std::int32_t left = isUnderGlobalCounter ? 0 : 1;
+        EXPECT_EQ(status->lastEventDate, WallTime());
+        EXPECT_EQ(status->globalTriggersCount, 0);
+        EXPECT_EQ(judged->triggersCount, left);
+        EXPECT_EQ(group->groupTriggersCount, left);
+        EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U * static_cast<std::size_t>(left));
+        data_->removeAllBeacons();
+    }
+}
+
+}  // namespace
+}  // namespace quomi::test

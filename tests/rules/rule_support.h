@@ -1,0 +1,185 @@
+#pragma once
+
+#include "hosts/simulated/scripted_transport.h"
+#include "hosts/simulated/simulated_phone.h"
+#include "quomi/api/api_client.h"
+#include "quomi/beacons/beacon.h"
+#include "quomi/core/errors.h"
+#include "quomi/core/settings.h"
+#include "quomi/data/data.h"
+#include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/screens.h"
+#include "quomi/rules/action_executor.h"
+#include "quomi/rules/beacon_rule_executor.h"
+#include "quomi/rules/geofence_rule_executor.h"
+#include "quomi/rules/web_page.h"
+
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quomi::test {
+
+using Strings = std::vector<std::string>;
+using std::chrono::seconds;
+
+inline const QuomiAction kNotify{kActionNotifyUser, "Hello"};
+inline const QuomiAction kPage{kActionOpenUrl, "https://shop.test/page"};
+inline const QuomiAction kServer{kActionNotifyServer, "https://shop.test/hook"};
+
+/// Both executors with a store, an action executor and a client on a phone, and a journal of what they do: events of
+/// rules and actions, notifications, pages, requests, lines of the system log, and after them the reports of rules.
+class RuleTest : public testing::Test {
+protected:
+    RuleTest() {
+        makeExecutors();
+        phone_.advanceBy(seconds(1000));
+        journal_.clear();
+    }
+
+    void makeExecutors() {
+        actions_ = std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
+            platform_, pages_, [this] { return host_; }, [](const auto&) {}, [] { return boost::json::object(); }});
+        actions_->setApiClient(&api_);
+        beacons_ = std::make_shared<QuomiBeaconActionExecutor>(context(), [this] { return nearby_; });
+        geofences_ = std::make_shared<QuomiGeofenceActionExecutor>(
+            context(), RulePosition{[this] { return speed_; },
+                                    [] {
+                                        return Location{{52.5, 13.4}, {}, 5};
+                                    }});
+        beacons_->setActionExecutor(actions_);
+        geofences_->setActionExecutor(actions_);
+    }
+
+    RuleExecutorContext context() {
+        return {*data_,
+                platform_,
+                settings_,
+                errors_,
+                debugLog_,
+                [this](const boost::json::object& event) {
+                    const auto* action = event.if_contains("action");
+                    note(fmt::format("{} {}", action != nullptr ? action->as_string().c_str() : "trigger",
+                                     event.at("rule_id").as_string().c_str()));
+                },
+                [] { return std::optional<std::string>("a b"); },
+                [] { return std::string("UDID"); },
+                [this]() -> std::shared_ptr<const RuleObserver> { return observer_; }};
+    }
+
+    simulated::PhoneObserver phoneObserver() {
+        simulated::PhoneObserver observer;
+        observer.notification = [this](const auto& request) {
+            info_ = request.userInfo;
+            note("notifies " + *request.body);
+        };
+        observer.webPage = [this](const auto& url) { note("page " + url); };
+        observer.console = [this](std::string_view text) { note("console " + std::string(text)); };
+        observer.request = [this](const HttpRequest& request) { note("request " + request.url); };
+        return observer;
+    }
+
+    /// Everything that can call out comes by here.
+    void note(const std::string& line) {
+        journal_.push_back(line);
+        if (inCallback_) inCallback_(line);
+    }
+    Strings taken() { return std::exchange(journal_, {}); }
+
+    template <class RuleType>
+    std::shared_ptr<RuleType> rule(const std::string& id, std::vector<QuomiAction> actions,
+                                   const std::function<void(RuleType&)>& change = {}) {
+        auto rule = std::make_shared<RuleType>();
+        rule->ruleId = id;
+        rule->trigger = kTriggerOnEntry;
+        if (!actions.empty()) rule->serializeAndSetActions(actions, errors_);
+        if constexpr (std::is_same_v<RuleType, QuomiBeaconRuleWithActions>) {
+            rule->proximity = 1;
+            rule->proximityEnd = 3;
+        }
+        if (change) change(*rule);
+        return rule;
+    }
+    auto beaconRule(const std::string& id, std::vector<QuomiAction> actions,
+                    const std::function<void(QuomiBeaconRuleWithActions&)>& change = {}) {
+        return rule<QuomiBeaconRuleWithActions>(id, std::move(actions), change);
+    }
+    auto geofenceRule(const std::string& id, std::vector<QuomiAction> actions,
+                      const std::function<void(QuomiGeofenceRuleWithActions&)>& change = {}) {
+        return rule<QuomiGeofenceRuleWithActions>(id, std::move(actions), change);
+    }
+
+    template <class Rules>
+    std::shared_ptr<QuomiBeaconData> beacon(const std::string& id, const Rules& rules, const std::string& group = {}) {
+        auto beacon = std::make_shared<QuomiBeaconData>();
+        beacon->beaconId = beacon->name = id;
+        beacon->proximityUUID = Uuid().string();
+        beacon->major = 1;
+        beacon->minor = 2;
+        return stored(std::move(beacon), rules, group);
+    }
+    template <class Rules>
+    std::shared_ptr<QuomiGeofence> geofence(const std::string& id, const Rules& rules, const std::string& group = {}) {
+        auto geofence = std::make_shared<QuomiGeofence>();
+        geofence->geofenceId = id;
+        return stored(std::move(geofence), rules, group);
+    }
+    template <class Place, class Rules>
+    Place stored(Place place, const Rules& rules, const std::string& group) {
+        if (!group.empty()) place->group = group;
+        place->namespace_ = "shop";
+        for (const auto& rule : rules) place->addActionObject(rule);
+        place->addToContext(data_->currentObjectContext());
+        EXPECT_TRUE(data_->saveContext());
+        return place;
+    }
+    auto beaconWith(const std::shared_ptr<QuomiBeaconRuleWithActions>& rule) { return beacon("b", std::vector{rule}); }
+    auto geofenceWith(const std::shared_ptr<QuomiGeofenceRuleWithActions>& rule) {
+        return geofence("g", std::vector{rule});
+    }
+
+    /// The beacon is heard there, in metres; nothing for silence.
+    void hear(std::optional<QuomiProximity> proximity, double accuracy = 1) {
+        nearby_.clear();
+        if (!proximity) return;
+        auto live = std::make_shared<QuomiBeacon>(Uuid(), std::uint16_t{1}, std::uint16_t{2}, WallTime());
+        live->updateState({Uuid(), 1, 2, static_cast<PlatformProximity>(*proximity), accuracy, -60}, WallTime());
+        nearby_.push_back(live);
+    }
+    void find(const std::shared_ptr<QuomiBeaconData>& beacon) {
+        hear(QuomiProximityNear);
+        EXPECT_TRUE(beacons_->executeBeaconFoundActions(beacon, QuomiProximityNear));
+    }
+    /// Answers of the rules' server.
+    void serverAnswers(const std::string& json) {
+        phone_.transport().answer("GET https://shop.test/hook",
+                                  simulated::ScriptedAnswer::json(boost::json::parse(json)));
+    }
+    [[nodiscard]] WallTime now() const { return platform_.clock.now(); }
+
+    Strings journal_;
+    std::function<void(const std::string&)> inCallback_;
+    boost::json::object info_;
+    simulated::SimulatedPhone phone_{{}, phoneObserver()};
+    const Platform platform_ = phone_.platform();
+    QuomiErrors errors_{platform_.localization};
+    QuomiSettings settings_{Deployment{}, platform_.location};
+    DebugLog debugLog_{platform_.files, platform_.clock, [] { return false; }};
+    QuomiAPI api_{"https://api.test", platform_, settings_, debugLog_};
+    WebPagePresenter pages_{platform_.screens, platform_.runLoop};
+    ActionHost host_;
+    std::unique_ptr<QuomiData> data_ =
+        QuomiData::create(phone_.container() / "store.sqlite", false, platform_, errors_);
+    std::vector<std::shared_ptr<const QuomiBeacon>> nearby_;
+    double speed_ = -1;
+    std::shared_ptr<RuleObserver> observer_ = std::make_shared<RuleObserver>(RuleObserver{[this](const auto& report) {
+        note(fmt::format("{} {} {}", report.ruleId, nameOf(report.decision), boost::json::serialize(report.detail)));
+    }});
+    std::shared_ptr<QuomiActionExecutor> actions_;
+    std::shared_ptr<QuomiBeaconActionExecutor> beacons_;
+    std::shared_ptr<QuomiGeofenceActionExecutor> geofences_;
+};
+
+}  // namespace quomi::test

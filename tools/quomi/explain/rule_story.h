@@ -1,0 +1,44 @@
+#pragma once
+
+#include "tools/quomi/timeline/beacon_names.h"
+#include "tools/quomi/timeline/local_clock.h"
+
+#include <cstddef>
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+#include <boost/json/object.hpp>
+
+namespace quomi::tool {
+
+/// Tells one rule's story of a visit in sentences: each time that an event reached it, what became of it and why, and
+/// at the end when it could act next. No control character of the trace reaches the stream.
+class RuleStory {
+public:
+    /// With `at` the story ends there (seconds). Stream and names outlive it.
+    RuleStory(std::ostream& out, const LocalClock& clock, const BeaconNames& names, std::string rule,
+              std::optional<double> at);
+
+    /// Takes the next record of the trace.
+    void record(const boost::json::object& record);
+    void finish();
+
+private:
+    [[nodiscard]] std::string moment(double seconds) const;
+    [[nodiscard]] std::string next() const;
+    [[nodiscard]] std::optional<std::string> whenLimitAllows() const;
+
+    std::ostream& out_;
+    const LocalClock& clock_;
+    const BeaconNames& names_;
+    const std::string rule_;
+    const std::optional<double> at_;
+    std::size_t outcomes_ = 0;
+    std::size_t executed_ = 0;
+    bool isInWait_ = false;
+    boost::json::object last_;   // the rule's last record
+    boost::json::object limit_;  // detail of the last one that a limit stopped
+};
+
+}  // namespace quomi::tool

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <boost/json/fwd.hpp>
+
+namespace quomi::tool {
+
+/// What a `rule` record says became of the rule, with its reason and figures, on one line without control characters.
+/// A decision that is not known stands as it is.
+[[nodiscard]] std::string ruleReason(const boost::json::object& record);
+
+/// "entry", "exit", or the trigger as it stands.
+[[nodiscard]] std::string triggerWord(const std::string& trigger);
+
+/// Whether the rule waits and has another record when the wait ends.
+[[nodiscard]] bool isWaiting(std::string_view decision);
+
+}  // namespace quomi::tool
