@@ -10,6 +10,9 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+constexpr auto kImmediate = QuomiProximityImmediate, kNear = QuomiProximityNear, kFar = QuomiProximityFar,
+               kMediumFar = QuomiProximityMediumFar, kDistantFar = QuomiProximityDistantFar,
+               kUnknown = QuomiProximityUnknown;
 using Rules = std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>>;
 
 TEST_F(RuleTest, FoundBeaconRunsItsRulesInOrderOfPriorityAndStoreOrder) {
@@ -30,21 +33,16 @@ TEST_F(RuleTest, FoundBeaconRunsItsRulesInOrderOfPriorityAndStoreOrder) {
                     R"(broken executed {"actions":[]})"));
     EXPECT_EQ(seen->seenCount, 1);
     EXPECT_EQ(seen->lastSeenAt, now());
-    EXPECT_TRUE(beacons_->executeBeaconLostActions(seen, QuomiProximityNear));
+    EXPECT_TRUE(beacons_->executeBeaconLostActions(seen, kNear));
     EXPECT_THAT(taken(), ElementsAre("trigger exit", "notifies Hello", R"(exit executed {"actions":["notify_user"]})"));
     EXPECT_TRUE(beacons_->executeRegionEnteredActions(seen));
     EXPECT_THAT(taken(), Contains(R"(immediate executed {"actions":["notify_user"]})")) << "no range counts";
     EXPECT_EQ(seen->seenCount, 2);
-}
-
-TEST_F(RuleTest, InactiveBeaconRunsNothing) {
-    const auto seen = beaconWith(beaconRule("r", {kNotify}));
     seen->endDate = now() - seconds(1);
     std::optional<Error> error;
-    EXPECT_FALSE(beacons_->executeBeaconFoundActions(seen, QuomiProximityNear, &error));
+    EXPECT_FALSE(beacons_->executeBeaconLostActions(seen, kNear, &error));
     EXPECT_EQ(error->code, 203);
-    EXPECT_EQ(seen->seenCount, 1);
-    EXPECT_THAT(taken(), ElementsAre(R"(r inactive {"code":203})"));
+    EXPECT_THAT(taken(), ElementsAre(R"(exit inactive {"code":203})"));
 }
 
 TEST_F(RuleTest, ChangedProximityIsJudgedByEachRulesOwnDistance) {
@@ -62,21 +60,17 @@ TEST_F(RuleTest, ChangedProximityIsJudgedByEachRulesOwnDistance) {
                                             farther(rule);
                                             rule.trigger = kTriggerOnExit;
                                         })});
+    const std::string inside = R"(outOfRange {"range":[1,4],"previous":4,"new":2})";
     const std::string outIn = R"(outOfRange {"range":[1,4],"previous":5,"new":4})";
     const std::string inOut = R"(outOfRange {"range":[1,4],"previous":4,"new":5})";
     const std::string ran = R"(executed {"actions":[]})";
-    for (const auto& [from, to, fromMetres, toMetres, outcome] : std::vector<Move>{
-             {QuomiProximityDistantFar, QuomiProximityMediumFar, 8, 5, {"out " + outIn, "trigger in", "in " + ran}},
-             {QuomiProximityMediumFar, QuomiProximityMediumFar, 5, 8, {"trigger out", "out " + ran, "in " + inOut}},
-             {QuomiProximityMediumFar, QuomiProximityMediumFar, 7, 8, {}},
-             {QuomiProximityUnknown,
-              QuomiProximityNear,
-              -1,
-              1,
-              {R"(out outOfRange {"range":[1,4],"previous":4,"new":2})",
-               R"(in outOfRange {"range":[1,4],"previous":4,"new":2})"}},
-             {QuomiProximityDistantFar, QuomiProximityMediumFar, 8, 0, {"out " + outIn, "trigger in", "in " + ran}},
-             {QuomiProximityMediumFar, QuomiProximityMediumFar, 5, 0, {}}}) {
+    for (const auto& [from, to, fromMetres, toMetres, outcome] :
+         std::vector<Move>{{kDistantFar, kMediumFar, 8, 5, {"out " + outIn, "trigger in", "in " + ran}},
+                           {kMediumFar, kMediumFar, 5, 8, {"trigger out", "out " + ran, "in " + inOut}},
+                           {kMediumFar, kMediumFar, 7, 8, {}},
+                           {kUnknown, kNear, -1, 1, {"out " + inside, "in " + inside}},
+                           {kDistantFar, kMediumFar, 8, 0, {"out " + outIn, "trigger in", "in " + ran}},
+                           {kMediumFar, kMediumFar, 5, 0, {}}}) {
         EXPECT_TRUE(beacons_->executeBeaconProximityChangedActions(seen, from, fromMetres, to, toMetres));
         EXPECT_EQ(taken(), outcome) << fromMetres << " to " << toMetres;
     }
@@ -87,24 +81,22 @@ TEST_F(RuleTest, LatchTimeEndsWithAnotherLookAtTheBeacon) {
     struct Case {
         const char* trigger;
         std::optional<QuomiProximity> proximity;
-        const char* outcome;
-        const char* message;
+        std::string outcome, message;
     };
-    const char* gone =
-        "console Quomi SDK: Proximity of beacon (UUID: 00000000-0000-0000-0000-000000000000 - Major: 1 - "
-        "Minor: 2 ,ID = b) has changed (expected to be between 1 and 2 to execute rule) or beacon is not "
-        "visible anymore, actions won't be executed.";
-    const char* back =
-        "console Quomi SDK: Proximity of beacon (UUID: 00000000-0000-0000-0000-000000000000 - Major: 1 - "
-        "Minor: 2 , ID = b) has changed (expected to be not between 1 and 2 to execute rule), actions "
-        "won't be executed";
+    const std::string beacon = "console Quomi SDK: Proximity of beacon (UUID: " + Uuid().string();
+    const auto gone = beacon +
+                      " - Major: 1 - Minor: 2 ,ID = b) has changed (expected to be between 1 and 2 to execute "
+                      "rule) or beacon is not visible anymore, actions won't be executed.";
+    const auto back = beacon +
+                      " - Major: 1 - Minor: 2 , ID = b) has changed (expected to be not between 1 and 2 to "
+                      "execute rule), actions won't be executed";
     for (const auto& [trigger, proximity, outcome, message] :
-         {Case{kTriggerOnEntry, QuomiProximityNear, "r executed {\"actions\":[]}", "trigger r"},
-          Case{kTriggerOnEntry, QuomiProximityFar, "r latchBroken {}", gone},
+         {Case{kTriggerOnEntry, kNear, "r executed {\"actions\":[]}", "trigger r"},
+          Case{kTriggerOnEntry, kFar, "r latchBroken {}", gone},
           Case{kTriggerOnEntry, std::nullopt, "r latchBroken {}", gone},
-          Case{kTriggerOnExit, QuomiProximityFar, "r executed {\"actions\":[]}", "trigger r"},
+          Case{kTriggerOnExit, kFar, "r executed {\"actions\":[]}", "trigger r"},
           Case{kTriggerOnExit, std::nullopt, "r executed {\"actions\":[]}", "trigger r"},
-          Case{kTriggerOnExit, QuomiProximityImmediate, "r latchBroken {}", back}}) {
+          Case{kTriggerOnExit, kImmediate, "r latchBroken {}", back}}) {
         const auto seen = beaconWith(beaconRule("r", {}, [&](auto& rule) {
             rule.trigger = trigger;
             rule.proximityEnd = 2;
@@ -220,23 +212,20 @@ TEST_F(RuleTest, ServerDecidesAboutTheOtherActions) {
 }
 
 TEST_F(RuleTest, PlaceholdersOfTheServersUrl) {
-    for (const auto& [hasMinor, url] :
-         {std::pair{true,
-                    "https://shop.test/hook?i=b/UDID/shop/00000000-0000-0000-0000-000000000000&m=1.2.1.3&e=%61%20%62"
-                    "&x=%7Belse%7D%20a&type=beacon"},
-          std::pair{false,
-                    "https://shop.test/hook?i=b/UDID/shop/00000000-0000-0000-0000-000000000000&m=%7Bmajor%7D."
-                    "%7Bminor%7D.%7Bproximity%7D.%7BproximityEnd%7D&e=%61%20%62&x=%7Belse%7D%20a&type=beacon"}}) {
-        const auto seen =
-            beaconWith(beaconRule("r", {{kActionNotifyServer,
-                                         "https://shop.test/hook?i={id}/{udid}/{namespace}/{proximityUUID}&m={major}."
-                                         "{minor}.{proximity}.{proximityEnd}&e={ext_id}&x={else} a"}}));
-        if (!hasMinor) seen->minor.reset();
-        find(seen);
-        EXPECT_THAT(taken(), Contains(std::string("request ") + url));
-        phone_.advanceBy(seconds(1));
-        data_->removeAllBeacons();
-    }
+    const std::string uuid = Uuid().string();
+    const auto seen =
+        beaconWith(beaconRule("r", {{kActionNotifyServer,
+                                     "https://a.test/{id}/{udid}/{namespace}/{proximityUUID}/{major}.{minor}."
+                                     "{proximity}.{proximityEnd}?e={ext_id}&x={else} a"}}));
+    find(seen);
+    EXPECT_THAT(taken(), Contains("request https://a.test/b/UDID/shop/" + uuid +
+                                  "/1.2.1.3?e=%61%20%62&x=%7Belse%7D%20a&type=beacon"));
+    seen->minor.reset();
+    find(seen);
+    phone_.advanceBy(seconds(1));
+    EXPECT_THAT(taken(), Contains("request https://a.test/b/UDID/shop/" + uuid +
+                                  "/%7Bmajor%7D.%7Bminor%7D.%7Bproximity%7D.%7BproximityEnd%7D?e=%61%20%62"
+                                  "&x=%7Belse%7D%20a&type=beacon"));
 }
 
 TEST_F(RuleTest, RemovedRuleAndFailedSaveEndTheRuleQuietlyAndTheNextRunsCounted) {
@@ -247,14 +236,14 @@ TEST_F(RuleTest, RemovedRuleAndFailedSaveEndTheRuleQuietlyAndTheNextRunsCounted)
         if (line == "trigger r") data_->getBeaconRuleById("r")->ruleId.reset();
         EXPECT_TRUE(line != "trigger s" || data_->getBeaconRuleById("s")->triggersCount == 1);
     };
-    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), QuomiProximityNear));
+    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), kNear));
     EXPECT_THAT(taken(), ElementsAre("trigger r", " saveFailed {}", "trigger s", "notifies Hello",
                                      R"(s executed {"actions":["notify_user"]})"));
     EXPECT_EQ(data_->getBeaconRuleById("s")->triggersCount, 2);
     inCallback_ = [&](const std::string& line) {
         if (line == "trigger r") data_->removeAllBeacons();
     };
-    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), QuomiProximityNear));
+    EXPECT_TRUE(beacons_->executeBeaconFoundActions(data_->getBeaconById("b"), kNear));
     EXPECT_THAT(taken(), ElementsAre("trigger r")) << "neither rule is there any more";
 }
 
@@ -271,9 +260,9 @@ TEST_F(RuleTest, EndFromEveryCallbackIsTheLastThingThatHappens) {
         const auto seen = beacon("b", Rules{beaconRule("r", {kNotify, kPage}), beaconRule("s", {kNotify, kServer}),
                                             beaconRule("t", {kPage}, latched)});
         const auto place = geofence("g", std::vector{geofenceRule("u", {kNotify, kServer})});
-        hear(QuomiProximityNear);
-        beacons_->executeBeaconFoundActions(seen, QuomiProximityNear);
-        beacons_->executeBeaconProximityChangedActions(seen, QuomiProximityFar, QuomiProximityUnknown);
+        hear(kNear);
+        beacons_->executeBeaconFoundActions(seen, kNear);
+        beacons_->executeBeaconProximityChangedActions(seen, kFar, kUnknown);
         geofences_->executeGeofenceEnteredActions(place);
         phone_.advanceBy(seconds(60));
         return taken();
@@ -304,17 +293,6 @@ TEST_F(RuleTest, EndFromEveryCallbackIsTheLastThingThatHappens) {
         EXPECT_TRUE(hasEnded) << end;
         inCallback_ = {};
     }
-}
-
-TEST_F(RuleTest, NothingDependsOnTheObserver) {
-    const auto seen = beacon("b", Rules{beaconRule("r", {kNotify, kPage}), beaconRule("s", {kServer, kNotify})});
-    serverAnswers(R"({"decision": "enable"})");
-    observer_ = nullptr;
-    find(seen);
-    phone_.advanceBy(seconds(1));
-    EXPECT_THAT(taken(), ElementsAre("trigger r", "notifies Hello", "open_url r", "trigger s",
-                                     "request https://shop.test/hook?type=beacon", "page https://shop.test/page",
-                                     "notify_server s", "notifies Hello"));
 }
 
 }  // namespace
