@@ -52,6 +52,13 @@ TEST(QuomiData, StatusRow) {
     data->setSdkIsStarted(false);
     EXPECT_FALSE(data->sdkIsStarted());
     EXPECT_EQ(data->getSDKStatusInfo()->globalTriggersCount, 3) << "only the flag changed";
+    EXPECT_TRUE(data->resetGlobalCounters());
+    EXPECT_EQ(valueOf(database, "globalTriggersCount || globalHistory || globalMaxEvents", "QuomiStatusInfo"), "0[]4");
+    EXPECT_TRUE(data->removeSDKStatusInfo());
+    EXPECT_FALSE(data->getSDKStatusInfoWithoutCreateByDefault());
+    EXPECT_EQ(again->context(), nullptr);
+    EXPECT_TRUE(data->setLastBeaconsDataUpdateDate(at(3)));
+    EXPECT_EQ(valueOf(database, "globalMaxEvents || ' ' || lastBeaconsDataUpdatedAt", "QuomiStatusInfo"), "0 3.0");
 }
 
 TEST(QuomiData, HistoriesThatOthersWrote) {
