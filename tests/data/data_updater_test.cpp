@@ -56,7 +56,10 @@ public:
 
 class Updater : public testing::Test {
 protected:
-    Updater() { settings.namespace_ = "shop"; }
+    Updater() {
+        settings.namespace_ = "shop";
+        host.phone.jumpClock(Seconds(1'000'000));
+    }
 
     void updateBeacons() {
         updater.performBeaconsDataUpdateIfNeeded(
@@ -75,7 +78,6 @@ protected:
 };
 
 TEST_F(Updater, DownloadsWhatChangedOnceTheIntervalHasPassed) {
-    host.phone.jumpClock(Seconds(1'000'000));
     updateBeacons();
     ASSERT_EQ(server.asked.size(), 1U) << "the first time is always due";
     EXPECT_EQ(server.asked[0].appNamespace, "shop");
