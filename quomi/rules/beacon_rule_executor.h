@@ -42,7 +42,7 @@ public:
                                               ErrorSlot error = nullptr);
 
     /// Ends the latch times of the beacon. The SDK does not call it: latch times survive that a region is left.
-    void clearAllPendingTimersForBeaconId(const std::string& beaconId) { timers().clear(beaconId); }
+    void clearAllPendingTimersForBeaconId(const std::string& beaconId) { clearTimers(beaconId); }
 
 private:
     using Rule = std::shared_ptr<QuomiBeaconRuleWithActions>;

@@ -42,7 +42,7 @@ public:
     bool executeGeofenceExitedActions(const Geofence& geofence, ErrorSlot error = nullptr);
 
     /// Ends the latch times of the geofence: to be called at its every entry and exit.
-    void clearAllTimersForGeofenceId(const std::string& geofenceId) { timers().clear(geofenceId); }
+    void clearAllTimersForGeofenceId(const std::string& geofenceId) { clearTimers(geofenceId); }
 
 private:
     using Rule = std::shared_ptr<QuomiGeofenceRuleWithActions>;

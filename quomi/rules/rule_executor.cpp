@@ -58,6 +58,7 @@ RuleExecutor::~RuleExecutor() = default;
 
 void RuleExecutor::end() {
     if (hasEnded_) return;
+    const auto self = shared_from_this();  // who looks on may let go of it
     clearAllPendingTimers();
     hasEnded_ = true;
     actionExecutor_ = nullptr;
@@ -70,6 +71,11 @@ void RuleExecutor::setActionExecutor(std::shared_ptr<QuomiActionExecutor> action
 void RuleExecutor::clearAllPendingTimers() {
     const auto self = shared_from_this();
     delayedRulesExecutionTimers_.clearAll();
+}
+
+void RuleExecutor::clearTimers(const std::string& regionID) {
+    const auto self = shared_from_this();
+    delayedRulesExecutionTimers_.clear(regionID);
 }
 
 bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner) {

@@ -66,7 +66,7 @@ protected:
 
     [[nodiscard]] const RuleExecutorContext& context() const { return context_; }
     [[nodiscard]] bool hasEnded() const { return hasEnded_; }
-    [[nodiscard]] LatchTimers& timers() { return delayedRulesExecutionTimers_; }
+    void clearTimers(const std::string& regionID);
 
     // Where beacons and geofences differ
 

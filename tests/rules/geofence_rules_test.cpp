@@ -12,7 +12,7 @@ const std::string kRan = R"(r executed {"actions":["notify_user"]})";
 
 TEST_F(RuleTest, GeofenceIsCountedAtItsEntryAndFastDevicesAreLeftAlone) {
     const auto place =
-        geofenceWith(geofenceRule("r", {kNotify}, [](auto& rule) { rule.maxSpeedToNotifyUserThreshold = 5.0; }));
+        geofenceWith(rule<GeofenceRule>("r", {kNotify}, [](auto& r) { r.maxSpeedToNotifyUserThreshold = 5.0; }));
     for (const auto& [speed, outcome] :
          {std::pair{5.0, std::vector{std::string("trigger r"), std::string("notifies Hello"), kRan}},
           {5.01, {R"(r tooFast {"speed":5.01E0,"limit":5E0})"}}}) {
@@ -36,8 +36,8 @@ TEST_F(RuleTest, GeofenceIsCountedAtItsEntryAndFastDevicesAreLeftAlone) {
 }
 
 TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
-    const auto latched = [](auto& rule) { rule.latchTime = 60; };
-    const auto judged = geofenceRule("r", {kNotify}, latched);
+    const auto latched = [](auto& r) { r.latchTime = 60; };
+    const auto judged = rule<GeofenceRule>("r", {kNotify}, latched);
     auto place = geofenceWith(judged);
     EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(place));
     EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r latched {"seconds":60})"));
@@ -56,9 +56,9 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
     phone_.advanceBy(seconds(60));
     EXPECT_THAT(taken(), ElementsAre("console Quomi SDK: Geofence (null) has been exited, rule won't be executed.",
                                      "r latchBroken {}"));
-    place = geofenceWith(geofenceRule("r", {kNotify}, [](auto& rule) {
-        rule.latchTime = 600;
-        rule.trigger = kTriggerOnExit;
+    place = geofenceWith(rule<GeofenceRule>("r", {kNotify}, [](auto& r) {
+        r.latchTime = 600;
+        r.trigger = kTriggerOnExit;
     }));
     EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(place));
     phone_.advanceBy(seconds(599));
@@ -73,7 +73,7 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
 TEST_F(RuleTest, AllowedGeofenceActionsRunInALaterTurnOfTheirOwn) {
     const QuomiAction server{kActionNotifyServer, "https://shop.test/hook?p={lat},{lng}&n={namespace}&i={id}"};
     for (const bool isRemoved : {false, true}) {
-        const auto place = geofenceWith(geofenceRule("r", {server, kNotify}));
+        const auto place = geofenceWith(rule<GeofenceRule>("r", {server, kNotify}));
         serverAnswers(R"({"decision": "enable"})");
         bool isAllowed = false;
         inCallback_ = [&](const std::string& line) {
@@ -96,7 +96,7 @@ TEST_F(RuleTest, AllowedGeofenceActionsRunInALaterTurnOfTheirOwn) {
 }
 
 TEST_F(RuleTest, GeofenceCountsStayWhenTheHostRefuses) {
-    const auto judged = geofenceRule("r", {kNotify});
+    const auto judged = rule<GeofenceRule>("r", {kNotify});
     const auto place = geofenceWith(judged);
     host_.shouldExecuteNotificationRequest = [](const auto&, int) { return false; };
     phone_.background();

@@ -64,7 +64,7 @@ History historyOf(const Case& each, WallTime now) {
 TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
     for (const auto& each : kCases) {
         SCOPED_TRACE(each.what);
-        const auto judged = beaconRule("r", {});
+        const auto judged = rule("r", {});
         const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
         const auto owner = beacon("b", std::vector{judged}, "group");
         const auto status = data_->getSDKStatusInfo();
@@ -101,7 +101,7 @@ TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
 }
 
 TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
-    const auto judged = geofenceRule("r", {}, [](auto& rule) { rule.maxGroupEvents = 1; });
+    const auto judged = rule<GeofenceRule>("r", {}, [](auto& r) { r.maxGroupEvents = 1; });
     const auto place = geofence("g", std::vector{judged}, "nobody");
     const auto status = data_->getSDKStatusInfo();
     status->globalMinInterval = 100;
@@ -114,9 +114,9 @@ TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
 
 TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
     for (const bool isUnderGlobalCounter : {true, false}) {
-        const auto judged = beaconRule("r", {}, [&](auto& rule) {
-            rule.underGlobalCounter = isUnderGlobalCounter;
-            rule.maxEventsPeriod = rule.maxGroupEventsPeriod = 100;
+        const auto judged = rule("r", {}, [&](auto& r) {
+            r.underGlobalCounter = isUnderGlobalCounter;
+            r.maxEventsPeriod = r.maxGroupEventsPeriod = 100;
         });
         const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
         const auto owner = beacon("b", std::vector{judged}, "group");

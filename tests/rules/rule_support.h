@@ -23,6 +23,7 @@
 namespace quomi::test {
 
 using Strings = std::vector<std::string>;
+using GeofenceRule = QuomiGeofenceRuleWithActions;
 using std::chrono::seconds;
 
 inline const QuomiAction kNotify{kActionNotifyUser, "Hello"};
@@ -88,27 +89,19 @@ protected:
     }
     Strings taken() { return std::exchange(journal_, {}); }
 
-    template <class RuleType>
-    std::shared_ptr<RuleType> rule(const std::string& id, std::vector<QuomiAction> actions,
-                                   const std::function<void(RuleType&)>& change = {}) {
-        auto rule = std::make_shared<RuleType>();
-        rule->ruleId = id;
-        rule->trigger = kTriggerOnEntry;
-        if (!actions.empty()) rule->serializeAndSetActions(actions, errors_);
-        if constexpr (std::is_same_v<RuleType, QuomiBeaconRuleWithActions>) {
-            rule->proximity = 1;
-            rule->proximityEnd = 3;
+    template <class R = QuomiBeaconRuleWithActions>
+    auto rule(const std::string& id, std::vector<QuomiAction> actions,
+              const std::function<void(std::type_identity_t<R>&)>& change = {}) {
+        auto made = std::make_shared<R>();
+        made->ruleId = id;
+        made->trigger = kTriggerOnEntry;
+        if (!actions.empty()) made->serializeAndSetActions(actions, errors_);
+        if constexpr (std::is_same_v<R, QuomiBeaconRuleWithActions>) {
+            made->proximity = 1;
+            made->proximityEnd = 3;
         }
-        if (change) change(*rule);
-        return rule;
-    }
-    auto beaconRule(const std::string& id, std::vector<QuomiAction> actions,
-                    const std::function<void(QuomiBeaconRuleWithActions&)>& change = {}) {
-        return rule<QuomiBeaconRuleWithActions>(id, std::move(actions), change);
-    }
-    auto geofenceRule(const std::string& id, std::vector<QuomiAction> actions,
-                      const std::function<void(QuomiGeofenceRuleWithActions&)>& change = {}) {
-        return rule<QuomiGeofenceRuleWithActions>(id, std::move(actions), change);
+        if (change) change(*made);
+        return made;
     }
 
     template <class Rules>
@@ -130,15 +123,13 @@ protected:
     Place stored(Place place, const Rules& rules, const std::string& group) {
         if (!group.empty()) place->group = group;
         place->namespace_ = "shop";
-        for (const auto& rule : rules) place->addActionObject(rule);
+        for (const auto& each : rules) place->addActionObject(each);
         place->addToContext(data_->currentObjectContext());
         EXPECT_TRUE(data_->saveContext());
         return place;
     }
-    auto beaconWith(const std::shared_ptr<QuomiBeaconRuleWithActions>& rule) { return beacon("b", std::vector{rule}); }
-    auto geofenceWith(const std::shared_ptr<QuomiGeofenceRuleWithActions>& rule) {
-        return geofence("g", std::vector{rule});
-    }
+    auto beaconWith(const auto& only) { return beacon("b", std::vector{only}); }
+    auto geofenceWith(const auto& only) { return geofence("g", std::vector{only}); }
 
     /// The beacon is heard there, in metres; nothing for silence.
     void hear(std::optional<QuomiProximity> proximity, double accuracy = 1) {
