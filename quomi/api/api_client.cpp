@@ -57,13 +57,18 @@ boost::json::object ownProperties(const QuomiUser& user) {
     return properties;
 }
 
-/// The answer without what it repeats of advertising identifiers, however deep.
-boost::json::value withoutAdvertisingId(boost::json::value answer) {
+constexpr const char* kSecretKeys[] = {"advertising_id", "idfa", "push_token", "device_token", "shared_secret"};
+
+/// The answer without what it repeats of identifiers and secrets, however deep: under their keys, or as the text given.
+boost::json::value withoutSecrets(boost::json::value answer, const std::optional<std::string>& secret) {
     if (auto* array = answer.if_array()) {
-        for (auto& element : *array) element = withoutAdvertisingId(std::move(element));
+        for (auto& element : *array) element = withoutSecrets(std::move(element), secret);
     } else if (auto* object = answer.if_object()) {
-        object->stable_erase("advertising_id");
-        for (auto& member : *object) member.value() = withoutAdvertisingId(std::move(member.value()));
+        for (const char* key : kSecretKeys) object->stable_erase(key);
+        for (auto& member : *object) member.value() = withoutSecrets(std::move(member.value()), secret);
+    } else if (const auto* text = answer.if_string();
+               text != nullptr && secret && !secret->empty() && *text == *secret) {
+        answer = "…";
     }
     return answer;
 }
@@ -140,7 +145,8 @@ void QuomiAPI::setUserInformation(const QuomiUser& user, const std::string& appN
     session_.post(
         endpoint("/u_app_users/find_or_create_by_udid.json"), {{"u_app_user", userInformation(user, appNamespace)}},
         [this, success = std::move(success)](const boost::json::value& body, int) {
-            debugLog_.log("SUCCESS Send user information: {}", boost::json::serialize(withoutAdvertisingId(body)));
+            debugLog_.log("SUCCESS Send user information: {}",
+                          boost::json::serialize(withoutSecrets(body, QuomiUser::idfa(platform_.device))));
             if (success) success();
         },
         [this, failure = std::move(failure)](const HttpSessionFailure& ended) {

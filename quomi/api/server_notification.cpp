@@ -105,9 +105,10 @@ void ServerNotifications::treatFailure(const Handle& attempt, const HttpSessionF
     const bool isFinal = *failure.status >= 400 && *failure.status <= 599;
     if (!isFinal && attempt->nbOfRetryLeft > 0) return retryLater(attempt);
     debugLog_.log("Number of retry exceeded, notifying of server notification failure...");
-    forget(attempt);
     callBack(attempt->notification.failure, failure.error);
-    if (!attempt->isCancelled) callBack(attempt->notification.ended, nullptr);
+    if (attempt->isCancelled) return;
+    forget(attempt);
+    callBack(attempt->notification.ended, nullptr);
 }
 
 void ServerNotifications::retryLater(const Handle& attempt) {

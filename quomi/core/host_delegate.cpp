@@ -8,13 +8,15 @@ namespace quomi {
 
 namespace {
 
-/// The delegate's operation without its first argument; empty when it is not implemented.
+/// The delegate's operation without its first argument; empty when it is not implemented. Nothing is released while it
+/// runs.
 template <class Result, class... Parameters>
 std::function<Result(Parameters...)> withFacade(
-    QuomiSDK& facade, const std::shared_ptr<QuomiSDKDelegate>& delegate,
+    QuomiSDK& facade, const DeferredRelease& graveyard, const std::shared_ptr<QuomiSDKDelegate>& delegate,
     std::function<Result(QuomiSDK&, Parameters...)> QuomiSDKDelegate::*operation) {
     if (!((*delegate).*operation)) return {};
-    return [&facade, delegate, operation](Parameters... arguments) {
+    return [&facade, &graveyard, delegate, operation](Parameters... arguments) {
+        const DeferredRelease::Hold hold(graveyard);
         return ((*delegate).*operation)(facade, std::forward<Parameters>(arguments)...);
     };
 }
@@ -24,7 +26,7 @@ std::function<Result(Parameters...)> withFacade(
 ActionHost HostDelegate::actionHost() const {
     const auto delegate = delegate_.lock();
     if (delegate == nullptr) return {};
-    const auto operation = [this, &delegate](auto member) { return withFacade(facade_, delegate, member); };
+    const auto operation = [this, &delegate](auto member) { return withFacade(facade_, graveyard_, delegate, member); };
     ActionHost host;
     host.shouldExecuteNotificationRequestCompletionBlock =
         operation(&QuomiSDKDelegate::shouldExecuteNotificationRequestCompletionBlock);

@@ -143,13 +143,15 @@ bool QuomiSDK::abandonStart(const std::shared_ptr<Session>& session, std::option
 }
 
 void QuomiSDK::stop() {
-    if (!running_) return;
+    // A host that is called back while the SDK stops finds it stopping.
+    if (!running_ || session_ == nullptr) return;
     const auto session = std::exchange(session_, nullptr);
     session->shutDown();
     graveyard_->release(session);
     debugLog_->log("Quomi SDK stopped");
+    const auto syncs = std::exchange(syncs_, {});
     setRunning(false);
-    finishSyncs();
+    finishSyncs(syncs);
 }
 
 // What can be observed

@@ -187,13 +187,14 @@ public:
 
 private:
     struct ServerSync;
+    using Syncs = std::vector<std::shared_ptr<ServerSync>>;
 
     [[nodiscard]] std::shared_ptr<Session> makeSession();
     bool openStore(bool allowStoreDeletion, std::optional<Error>* error);
     void downloadBeaconsFor(const std::shared_ptr<ServerSync>& sync);
     void downloadGeofencesFor(const std::shared_ptr<ServerSync>& sync);
     void finishIfDone(const std::shared_ptr<ServerSync>& sync);
-    void finishSyncs();
+    void finishSyncs(const Syncs& syncs);
     bool fail(std::optional<Error>* error, Error failure);
     bool completeStart(const QuomiApplication& application, std::optional<Error>* error);
     bool abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
@@ -225,7 +226,7 @@ private:
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;
-    std::vector<std::shared_ptr<ServerSync>> syncs_;
+    Syncs syncs_;
     std::shared_ptr<Session> session_;
 };
 

@@ -23,6 +23,8 @@ struct QuomiSDK::ServerSync {
 
 namespace {
 
+constexpr int kMostStops = 3;
+
 Uuid normalBeacons(const QuomiSettings& settings) {
     return Uuid::parse(settings.beaconProximityUUIDNormal).value_or(Uuid());
 }
@@ -81,8 +83,8 @@ void QuomiSDK::finishIfDone(const std::shared_ptr<ServerSync>& sync) {
     host_->call(sync->handler, kServerSyncDone);
 }
 
-void QuomiSDK::finishSyncs() {
-    for (const auto& sync : std::exchange(syncs_, {})) host_->call(sync->handler, kServerSyncDone);
+void QuomiSDK::finishSyncs(const Syncs& syncs) {
+    for (const auto& sync : syncs) host_->call(sync->handler, kServerSyncDone);
 }
 
 void QuomiSDK::updateAllRulesData() {
@@ -131,7 +133,9 @@ bool QuomiSDK::resetCounters(std::optional<Error>* error) {
 bool QuomiSDK::removeAllData(std::optional<Error>* error) {
     debugLog_->log("Quomi SDK removeAllData");
     const bool wasRunning = running_;
-    stop();
+    // A host may start anew when it hears of the end; data is removed from a stopped SDK only.
+    for (int tries = 0; running_ && tries < kMostStops; ++tries) stop();
+    if (running_) return fail(error, errors_->errorWithCode(ErrorCode::dataRemoval));
     if (const auto session = std::exchange(session_, nullptr)) {
         session->drop();
         graveyard_->release(session);

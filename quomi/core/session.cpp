@@ -35,6 +35,15 @@ namespace quomi {
 
 namespace {
 
+/// An observer whose calls hold back what `stop` lets go of, for as long as it is held.
+struct HeldObserver {
+    HeldObserver(const DeferredRelease& graveyard, std::shared_ptr<const RuleObserver> held)
+        : hold(graveyard), observer(std::move(held)) {}
+
+    const DeferredRelease::Hold hold;
+    const std::shared_ptr<const RuleObserver> observer;
+};
+
 Uuid uuidOf(const std::string& text) {
     return Uuid::parse(text).value_or(Uuid());
 }
@@ -136,7 +145,11 @@ RuleExecutorContext Session::ruleExecutorContext() {
             [this](const boost::json::object& event) { logEvent(event); },
             [this] { return context_.user != nullptr ? context_.user->userID() : std::nullopt; },
             [this] { return QuomiUDID::udid(context_.platform.device); },
-            [this] { return context_.ruleObserver.lock(); }};
+            [this]() -> std::shared_ptr<const RuleObserver> {
+                auto observer = context_.ruleObserver.lock();
+                if (observer == nullptr) return nullptr;
+                return {std::make_shared<HeldObserver>(context_.graveyard, observer), observer.get()};
+            }};
 }
 
 RoutingContext Session::routingContext() {

@@ -1,8 +1,8 @@
 #include "quomi/diagnostics/authorization_logger.h"
 
-#include "quomi/diagnostics/authorization_rights.h"
 #include "quomi/platform/bluetooth.h"
 #include "quomi/platform/user_defaults.h"
+#include "quomi/rules/notification_rights.h"
 
 #include <utility>
 

@@ -1,11 +1,11 @@
 #include "quomi/diagnostics/authorization_manager.h"
 
-#include "quomi/diagnostics/authorization_rights.h"
 #include "quomi/platform/application.h"
 #include "quomi/platform/bluetooth.h"
 #include "quomi/platform/localization.h"
 #include "quomi/platform/run_loop.h"
 #include "quomi/platform/screens.h"
+#include "quomi/rules/notification_rights.h"
 #include "quomi/util/host_call.h"
 
 #include <optional>
@@ -117,7 +117,7 @@ bool QuomiAuthorizationManager::waitForRights(bool (*areGranted)(const Notificat
 
 void QuomiAuthorizationManager::showEnableBluetoothAlert() {
     if (isBluetoothEnabled()) return;
-    powerAlert_ = platform_.bluetooth.makeCentral(true, {});
+    powerAlert_ = platform_.bluetooth.makeCentral(true, [](BluetoothState) {});
 }
 
 void QuomiAuthorizationManager::showEnableLocationServiceUI() const {

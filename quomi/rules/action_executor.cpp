@@ -180,7 +180,7 @@ bool QuomiActionExecutor::executeOpenWebPageAction(const std::string& url, int t
 
 ActionOutcome QuomiActionExecutor::openWebPage(Url url, int triggeredBy) {
     const auto self = shared_from_this();
-    if (hasEnded_) return ActionOutcome::impossible;
+    if (hasEnded_ || url.empty()) return ActionOutcome::impossible;
     const auto decided = leaveToHost(&ActionHost::shouldExecuteOpenWebPageRequest,
                                      &ActionHost::executeOpenWebPageRequest, url, triggeredBy);
     if (decided) return *decided;

@@ -1,6 +1,7 @@
 #include "quomi/rules/notification_helpers.h"
 
 #include "quomi/platform/notification_center.h"
+#include "quomi/rules/notification_rights.h"
 
 #include <algorithm>
 #include <utility>
@@ -9,14 +10,6 @@
 namespace quomi {
 
 namespace {
-
-bool isBannerGranted(const NotificationSettings& settings) {
-    return settings.status == NotificationAuthorization::authorized && settings.alert;
-}
-
-bool isAllGranted(const NotificationSettings& settings) {
-    return isBannerGranted(settings) && settings.sound && settings.badge;
-}
 
 const NotificationCategory& yesNoCategory() {
     static const NotificationCategory category{
@@ -47,13 +40,13 @@ void QuomiNotificationHelpers::withSettings(std::function<void(const Notificatio
 
 void QuomiNotificationHelpers::areAllNotificationRightsGranted(std::function<void(bool)> completion) {
     withSettings([completion = std::move(completion)](const NotificationSettings& settings) {
-        if (completion) completion(isAllGranted(settings));
+        if (completion) completion(allNotificationRights(settings));
     });
 }
 
 void QuomiNotificationHelpers::isBannerNotificationRightGranted(std::function<void(bool)> completion) {
     withSettings([completion = std::move(completion)](const NotificationSettings& settings) {
-        if (completion) completion(isBannerGranted(settings));
+        if (completion) completion(bannerNotificationRight(settings));
     });
 }
 

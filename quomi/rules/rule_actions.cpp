@@ -4,6 +4,7 @@
 #include "quomi/rules/action_executor.h"
 #include "quomi/rules/notify_server_response.h"
 #include "quomi/rules/rule_executor.h"
+#include "quomi/util/text.h"
 
 #include <algorithm>
 #include <utility>
@@ -34,9 +35,12 @@ const QuomiAction* firstWhere(const std::vector<QuomiAction>& actions, Condition
 
 json::array typesOrderedBy(const QuomiNotifyServerResponse& answer) {
     json::array types;
-    if (!answer.notifyUserAction.empty()) types.emplace_back(kActionNotifyUser);
-    if (!answer.openURLAction.empty()) types.emplace_back(kActionOpenUrl);
-    if (!answer.openDeepLinkAction.empty()) types.emplace_back(kActionOpenDeepLink);
+    const auto add = [&types](const std::string& param, const char* type) {
+        if (!QuomiUtils::isEmpty(param)) types.emplace_back(type);
+    };
+    add(answer.notifyUserAction, kActionNotifyUser);
+    add(answer.openURLAction, kActionOpenUrl);
+    add(answer.openDeepLinkAction, kActionOpenDeepLink);
     return types;
 }
 
