@@ -112,6 +112,8 @@ bool QuomiSDK::updateLocation(std::optional<Error>* error) {
 }
 
 bool QuomiSDK::openStore(bool allowStoreDeletion, std::optional<Error>* error) {
+    // Without a session the SDK runs only while it stops, and its store is not to be opened behind its back.
+    if (running_ && session_ == nullptr) return fail(error, errors_->errorWithCode(ErrorCode::notStarted));
     if (session_ == nullptr) session_ = makeSession();
     const auto session = session_;
     std::optional<Error> failure;

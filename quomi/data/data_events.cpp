@@ -23,8 +23,8 @@ std::size_t QuomiData::getLoggedEventsCount(ErrorSlot error) {
 
 QuomiData::List<QuomiDebugLog> QuomiData::getLoggedEvents(int page, int perPage, ErrorSlot error) {
     static const Query<QuomiDebugLog> query("ORDER BY \"logTime\" DESC, \"_id\" LIMIT ? OFFSET ?");
-    const std::int64_t limit = perPage;
-    return currentObjectContext().fetch(query, {limit, limit * page}, error);
+    const std::int64_t limit = perPage > 0 ? perPage : -1;  // none
+    return currentObjectContext().fetch(query, {limit, std::int64_t{perPage} * page}, error);
 }
 
 QuomiData::List<QuomiDebugLog> QuomiData::getAllLoggedEvents(ErrorSlot error) {

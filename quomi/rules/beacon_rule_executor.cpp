@@ -78,9 +78,12 @@ bool QuomiBeaconActionExecutor::executeEvent(const Beacon& beacon, TriggerKeys t
                                              const std::optional<Move>& move, ErrorSlot error) {
     if (hasEnded()) return false;
     const auto self = shared_from_this();
-    beacon->lastSeenAt = context().platform.clock.now();
-    if (isSeenAnew && beacon->seenCount < std::numeric_limits<std::int32_t>::max()) ++beacon->seenCount;
-    if (!context().data.saveContext(error) || !isActive(*beacon, triggerKeys, error)) return false;
+    // The records of one event come in a row: what happened to the first may have replaced the others.
+    const auto seenNow = current(beacon);
+    if (seenNow == nullptr) return false;
+    seenNow->lastSeenAt = context().platform.clock.now();
+    if (isSeenAnew && seenNow->seenCount < std::numeric_limits<std::int32_t>::max()) ++seenNow->seenCount;
+    if (!context().data.saveContext(error) || !isActive(*seenNow, triggerKeys, error)) return false;
     for (const char* triggerKey : triggerKeys) {
         const auto seen = hasEnded() ? nullptr : current(beacon);
         if (seen != nullptr) executeRulesForBeacon(*seen, triggerKey, move);
@@ -91,8 +94,11 @@ bool QuomiBeaconActionExecutor::executeEvent(const Beacon& beacon, TriggerKeys t
 bool QuomiBeaconActionExecutor::isActive(QuomiBeaconData& beacon, TriggerKeys triggerKeys, ErrorSlot error) const {
     std::optional<Error> failure;
     if (beacon.isActive(context().platform.clock, context().errors, &failure)) return true;
-    for (const char* triggerKey : triggerKeys)
-        reportInactive(beacon, beacon.getActionsAndRulesSuitableForTrigger(triggerKey), *failure);
+    if (observer() != nullptr) {
+        for (const char* triggerKey : triggerKeys) {
+            reportInactive(beacon, beacon.getActionsAndRulesSuitableForTrigger(triggerKey), *failure);
+        }
+    }
     assign(error, std::move(*failure));
     return false;
 }

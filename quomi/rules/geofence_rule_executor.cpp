@@ -25,16 +25,18 @@ QuomiGeofenceActionExecutor::~QuomiGeofenceActionExecutor() = default;
 
 bool QuomiGeofenceActionExecutor::executeGeofenceEnteredActions(const Geofence& geofence, ErrorSlot error) {
     if (hasEnded()) return false;
-    if (geofence != nullptr) {
-        geofence->lastEnteredAt = context().platform.clock.now();
-        if (geofence->entryCount < std::numeric_limits<std::int32_t>::max()) ++geofence->entryCount;
+    const auto entered = geofence != nullptr ? current(geofence) : nullptr;
+    if (entered != nullptr) {
+        entered->lastEnteredAt = context().platform.clock.now();
+        if (entered->entryCount < std::numeric_limits<std::int32_t>::max()) ++entered->entryCount;
     }
     if (!context().data.saveContext(error)) return false;
-    return executeRulesAndActionsForGeofence(geofence, kTriggerOnEntry, error);
+    return executeRulesAndActionsForGeofence(entered, kTriggerOnEntry, error);
 }
 
 bool QuomiGeofenceActionExecutor::executeGeofenceExitedActions(const Geofence& geofence, ErrorSlot error) {
-    return !hasEnded() && executeRulesAndActionsForGeofence(geofence, kTriggerOnExit, error);
+    if (hasEnded()) return false;
+    return executeRulesAndActionsForGeofence(geofence != nullptr ? current(geofence) : nullptr, kTriggerOnExit, error);
 }
 
 bool QuomiGeofenceActionExecutor::executeRulesAndActionsForGeofence(const Geofence& geofence, const char* triggerKey,
@@ -44,13 +46,15 @@ bool QuomiGeofenceActionExecutor::executeRulesAndActionsForGeofence(const Geofen
         return false;
     }
     const auto self = shared_from_this();
-    auto rules = geofence->getActionsAndRulesSuitableForTrigger(triggerKey);
     std::optional<Error> failure;
     if (!geofence->isActive(context().platform.clock, context().errors, &failure)) {
-        reportInactive(*geofence, rules, *failure);
+        if (observer() != nullptr) {
+            reportInactive(*geofence, geofence->getActionsAndRulesSuitableForTrigger(triggerKey), *failure);
+        }
         assign(error, std::move(*failure));
         return false;
     }
+    auto rules = geofence->getActionsAndRulesSuitableForTrigger(triggerKey);
     const double speed = position_.currentSpeed();
     std::erase_if(rules, [&](const auto& rule) { return !isSlowEnough(*rule, *geofence, speed); });
     for (const auto& each : rules) {
@@ -125,7 +129,9 @@ void QuomiGeofenceActionExecutor::executeEnabledActions(const Run& run, const Ac
 void QuomiGeofenceActionExecutor::executeInPrivateContext(const Run& run, const Actions& actions) {
     {
         ObjectContext privateContext(context().data.mainObjectContext());
-        const auto geofence = privateContext.objectWithID<QuomiGeofence>(run->ownerObjectID);
+        auto geofence = privateContext.objectWithID<QuomiGeofence>(run->ownerObjectID);
+        // A download may have put another object in its place.
+        if (geofence == nullptr) geofence = context().data.getGeofenceById(run->owner);
         if (geofence == nullptr) return executeActions(run, {});
         run->owner = geofence->geofenceId;
         run->info["geofence_id"] = geofence->geofenceId;

@@ -185,12 +185,14 @@ void RuleExecutor::executeNotifyServerAction(const Run& run, const std::string& 
                 self.executeEnabledActions(run, remaining);
             }),
             &outcome, unlessEnded([run](RuleExecutor& self, const QuomiNotifyServerResponse* answer) {
+                std::erase(self.askingServers_, run);
                 self.reportAnswer(*run, answer);
             }));
     }
     if (hasEnded_) return;
     switch (outcome) {
         case ActionOutcome::performed:
+            askingServers_.push_back(run);
             return report(*run, RuleDecision::askServer, [&url] { return json::object{{"url", url}}; });
         case ActionOutcome::performedByHost:
             return report(*run, RuleDecision::hostAsked, [] { return json::object(); });
@@ -217,6 +219,12 @@ template <class MakeDetail>
 void RuleExecutor::report(const RuleRun& run, RuleDecision decision, const MakeDetail& makeDetail) const {
     if (const auto watcher = observer()) {
         tell(*watcher, {run.ruleId, run.owner, run.trigger}, decision, makeDetail());
+    }
+}
+
+void RuleExecutor::reportUnanswered() {
+    for (const auto& run : std::exchange(askingServers_, {})) {
+        report(*run, RuleDecision::serverFailed, [] { return json::object(); });
     }
 }
 

@@ -50,7 +50,7 @@ RuleExecutor::RuleExecutor(RuleArea area, RuleExecutorContext context)
           context_.platform.runLoop,
           [this](const Latch& latch) {
               const auto self = shared_from_this();
-              executeDelayedAction(latch);
+              if (!hasEnded_) executeDelayedAction(latch);
           },
           [this](const Latch& latch) { report(latch, RuleDecision::latchCancelled); }) {}
 
@@ -59,9 +59,10 @@ RuleExecutor::~RuleExecutor() = default;
 void RuleExecutor::end() {
     if (hasEnded_) return;
     const auto self = shared_from_this();  // who looks on may let go of it
-    clearAllPendingTimers();
     hasEnded_ = true;
     actionExecutor_ = nullptr;
+    clearAllPendingTimers();
+    reportUnanswered();
 }
 
 void RuleExecutor::setActionExecutor(std::shared_ptr<QuomiActionExecutor> actionExecutor) {

@@ -113,6 +113,8 @@ protected:
         if (const auto watcher = observer()) tell(*watcher, nameOf(rule, owner), decision, makeDetail());
     }
     void report(const Latch& latch, RuleDecision decision) const;
+    /// Of rules whose servers will not be heard any more.
+    void reportUnanswered();
     template <class Rules>
     void reportInactive(const RuleOwner& owner, const Rules& rules, const Error& why) const {
         for (const auto& rule : rules) {
@@ -152,6 +154,7 @@ private:
     const RuleExecutorContext context_;
     std::shared_ptr<QuomiActionExecutor> actionExecutor_;
     bool hasEnded_ = false;
+    std::vector<Run> askingServers_;  // whose servers have not answered
     LatchTimers delayedRulesExecutionTimers_;
 };
 

@@ -9,8 +9,11 @@
 #include "tools/quomi/visit/visit.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <ostream>
+#include <system_error>
+#include <unistd.h>
 #include <variant>
 
 #include <CLI/CLI.hpp>
@@ -38,6 +41,13 @@ void complain(std::ostream& err, const std::string& what) {
 /// Options of the format that this version does not have. Known to the parser, so that the answer can say so.
 constexpr const char* kNotYet[] = {"--map"};
 
+/// Whether the directory is there, or could be made, and files can be made in it.
+bool canKeepFiles(const std::filesystem::path& directory) {
+    std::error_code failure;
+    std::filesystem::create_directories(directory, failure);
+    return std::filesystem::is_directory(directory, failure) && ::access(directory.c_str(), W_OK | X_OK) == 0;
+}
+
 /// Either the arguments or the exit status with which there is nothing left to do.
 std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
     Arguments parsed;
@@ -63,23 +73,23 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
         return kPlayed;
     } catch (const CLI::ParseError& error) {
         complain(err, error.what());
-        return kNotValid;
+        return kFailed;
     }
     for (const char* option : kNotYet) {
         if (app.count(option) == 0) continue;
         complain(err, fmt::format("{} is not supported by this version yet", option));
-        return kNotValid;
+        return kFailed;
     }
     if (stateOption->count() != 0 && state.empty()) {
         complain(err, "--state: expected a directory's name, found an empty one");
-        return kNotValid;
+        return kFailed;
     }
     parsed.options.state = state;
     if (backofficeOption->count() == 0) return parsed;
     parsed.options.backoffice = normalizedHttpUrl(backoffice);
     if (parsed.options.backoffice) return parsed;
     complain(err, fmt::format("--backoffice: expected an http or https URL, found \"{}\"", backoffice));
-    return kNotValid;
+    return kFailed;
 }
 
 int cannotWrite(std::ostream& err, const std::string& file) {
@@ -145,6 +155,11 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;
+    }
+    const auto& state = arguments.options.state;
+    if (!state.empty() && !canKeepFiles(state)) {
+        complain(err, fmt::format("--state: {} is no directory that can be written", state.string()));
+        return kFailed;
     }
     drawing.follow(*replay);
     if (!drawing.canBeWritten()) return cannotWrite(err, *arguments.geojson);

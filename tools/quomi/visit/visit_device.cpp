@@ -49,6 +49,17 @@ std::vector<std::string> readTexts(const JsonNode& node) {
     return texts;
 }
 
+/// Schemes know no case.
+std::vector<std::string> readSchemes(const JsonNode& node) {
+    auto schemes = readTexts(node);
+    for (auto& scheme : schemes) {
+        for (char& letter : scheme) {
+            if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+        }
+    }
+    return schemes;
+}
+
 constexpr Field<DeviceConfig> kDeviceFields[] = {
     {"udid", [](const JsonNode& n, DeviceConfig& d) { d.udid = n.uuidText(); }},
     {"systemName", [](const JsonNode& n, DeviceConfig& d) { d.systemName = n.text(); }},
@@ -69,7 +80,7 @@ constexpr Field<DeviceConfig> kDeviceFields[] = {
      [](const JsonNode& n, DeviceConfig& d) {
          d.maxMonitoredRegions = static_cast<std::size_t>(n.integer(0, kLargestCount));
      }},
-    {"opensSchemes", [](const JsonNode& n, DeviceConfig& d) { d.opensSchemes = readTexts(n); }},
+    {"opensSchemes", [](const JsonNode& n, DeviceConfig& d) { d.opensSchemes = readSchemes(n); }},
     {"settingsURL", [](const JsonNode& n, DeviceConfig& d) { d.settingsURL = n.boolean(); }},
     {"state", [](const JsonNode& n, DeviceConfig& d) { d.state = n.oneOf<ApplicationState>(kApplicationStates); }},
 };
