@@ -132,6 +132,10 @@ bool QuomiSDK::removeAllData(std::optional<Error>* error) {
     debugLog_->log("Quomi SDK removeAllData");
     const bool wasRunning = running_;
     stop();
+    // A start that failed leaves downloads behind; those who wait for them wait no longer.
+    finishSyncs();
+    // The host started anew when it heard of the end.
+    if (running_) return fail(error, errors_->errorWithCode(ErrorCode::dataRemoval));
     if (const auto session = std::exchange(session_, nullptr)) {
         session->drop();
         graveyard_->release(session);
