@@ -202,7 +202,8 @@ void QuomiSDK::setBaseURL(const std::string& baseURL) {
         forwardErrorToDelegate(errors_->errorWithCode(ErrorCode::unknown, "Invalid baseURL provided"));
         return;
     }
-    settings_.baseAPIUrl = baseURL;
+    // The next start drops the downloads from the other server, and with them those who wait for their end.
+    if (std::exchange(settings_.baseAPIUrl, baseURL) != baseURL) finishSyncs(std::exchange(syncs_, {}));
 }
 
 void QuomiSDK::warn(const char* message) const {

@@ -23,8 +23,6 @@ struct QuomiSDK::ServerSync {
 
 namespace {
 
-constexpr int kMostStops = 3;
-
 Uuid normalBeacons(const QuomiSettings& settings) {
     return Uuid::parse(settings.beaconProximityUUIDNormal).value_or(Uuid());
 }
@@ -135,8 +133,10 @@ bool QuomiSDK::resetCounters(std::optional<Error>* error) {
 bool QuomiSDK::removeAllData(std::optional<Error>* error) {
     debugLog_->log("Quomi SDK removeAllData");
     const bool wasRunning = running_;
-    // A host may start anew when it hears of the end; data is removed from a stopped SDK only.
-    for (int tries = 0; running_ && tries < kMostStops; ++tries) stop();
+    stop();
+    // A start that failed leaves downloads behind; those who wait for them wait no longer.
+    finishSyncs(std::exchange(syncs_, {}));
+    // The host started anew when it heard of the end.
     if (running_) return fail(error, errors_->errorWithCode(ErrorCode::dataRemoval));
     if (const auto session = std::exchange(session_, nullptr)) {
         session->drop();

@@ -66,8 +66,9 @@ simulated::PhoneObserver SdkFixture::observer() {
     observer.response = [note](const std::string&, const simulated::ResponseOutcome& outcome) {
         std::visit([&note](const auto& how) { note(fmt::format("response {}", how)); }, outcome);
     };
-    observer.backgroundTask = [note](std::string_view what, BackgroundTaskIdentifier) {
+    observer.backgroundTask = [this, note](std::string_view what, BackgroundTaskIdentifier) {
         note(fmt::format("task {}", what));
+        if (inBackgroundTask) inBackgroundTask(what);
     };
     return observer;
 }

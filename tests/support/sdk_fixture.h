@@ -56,6 +56,8 @@ public:
     std::vector<std::string> journal;
     /// Called by the delegate's operations after they have written their line, which is handed over.
     std::function<void(const std::string& line)> inCallback;
+    /// Called when the app begins or ends a background task, from inside the app's call.
+    std::function<void(std::string_view what)> inBackgroundTask;
     /// The last error that the delegate was told.
     std::optional<Error> lastError;
 

@@ -39,8 +39,6 @@ TEST_F(ReplayCommandTest, RefusesWrongArgumentsInOneLine) {
         {{"--map=out.html", visit}, "--map is not supported by this version yet"},
         {{visit, "--state"}, "--state"},
         {{visit, "--state", ""}, "--state"},
-        {{visit, "--state", visit}, "--state"},
-        {{visit, "--state", visit + "/below"}, "--state"},
         {{visit, "--backoffice", ""}, "--backoffice"},
         {{visit, "--backoffice", "127.0.0.1:8787"}, "--backoffice: expected an http or https URL"},
         {{visit, "--backoffice", "ftp://127.0.0.1"}, "--backoffice: expected an http or https URL"},

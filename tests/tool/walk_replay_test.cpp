@@ -110,9 +110,8 @@ TEST_F(WalkReplayTest, GeoJsonTellsWhereTheDeviceWas) {
     answersOf(told).erase("POST /u_app_users/find_or_create_by_udid.json");
     EXPECT_EQ(bench_.play(told, {"--geojson", out.string()}).status, 0);
     const auto features = featuresOf(out);
-    EXPECT_THAT(kindsOf(features), testing::IsSupersetOf({std::pair<const std::string, int>{"track", 1},
-                                                          {"beacon", 1},
-                                                          {"response", 2}}));
+    EXPECT_THAT(kindsOf(features),
+                testing::IsSupersetOf({std::pair<const std::string, int>{"track", 1}, {"beacon", 1}, {"response", 2}}));
     EXPECT_EQ(features[0].at("geometry"), asJson(R"({"type": "MultiLineString", "coordinates": [
         [[179.5, -1], [180, -1.5]], [[-180, -1.5], [-179.5, -2]]]})"));
     EXPECT_EQ(features[0].at("properties").at("times"), asJson("[[1, 2], [2, 3]]"));
@@ -181,7 +180,13 @@ TEST_F(WalkReplayTest, TheTownOfTheExamplesPlays) {
     EXPECT_EQ(run.status, 0) << run.err;
     const auto features = featuresOf(out);
     EXPECT_EQ(features[0].at("geometry").at("coordinates").as_array().size(), 102U);
-    EXPECT_EQ(kindsOf(features)["delegate didFindNewBeacon"], 1);
+    auto kinds = kindsOf(features);
+    EXPECT_EQ(kinds["delegate didFindNewBeacon"], 1);
+    EXPECT_EQ(kinds["delegate didReceiveEnterRegionNotification"], 3);
+    for (const char* rule : {"rule-leaving-the-gate", "rule-dwell", "rule-window"}) {
+        EXPECT_THAT(run.out, HasSubstr(fmt::format(R"("rule":"{}","owner")", rule)));
+    }
+    EXPECT_THAT(run.out, HasSubstr(R"("decision":"latched","detail":{"seconds":60})"));
     EXPECT_EQ(bench_.run({kTown, "--json"}).out, run.out) << "the same bytes, drawn or not";
 }
 

@@ -41,13 +41,6 @@ void complain(std::ostream& err, const std::string& what) {
 /// Options of the format that this version does not have. Known to the parser, so that the answer can say so.
 constexpr const char* kNotYet[] = {"--map"};
 
-/// Whether the directory is there, or could be made, and files can be made in it.
-bool canKeepFiles(const std::filesystem::path& directory) {
-    std::error_code failure;
-    std::filesystem::create_directories(directory, failure);
-    return std::filesystem::is_directory(directory, failure) && ::access(directory.c_str(), W_OK | X_OK) == 0;
-}
-
 /// Either the arguments or the exit status with which there is nothing left to do.
 std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
     Arguments parsed;
@@ -155,11 +148,6 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;
-    }
-    const auto& state = arguments.options.state;
-    if (!state.empty() && !canKeepFiles(state)) {
-        complain(err, fmt::format("--state: {} is no directory that can be written", state.string()));
-        return kFailed;
     }
     drawing.follow(*replay);
     if (!drawing.canBeWritten()) return cannotWrite(err, *arguments.geojson);
