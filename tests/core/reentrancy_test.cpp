@@ -1,9 +1,11 @@
 #include "quomi/diagnostics/authorization_logger.h"
 #include "quomi/diagnostics/authorization_manager.h"
+#include "quomi/rules/rule_observer.h"
 #include "tests/support/sdk_fixture.h"
 
 #include <fstream>
 #include <set>
+#include <stdexcept>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -108,6 +110,17 @@ const std::vector<Operation>& operations() {
              app.sdk->start();
              EXPECT_TRUE(manager.areAllNotificationRightsGranted());
          }},
+        {"synchronise", [](SdkFixture& app) { app.sdk->performServerSync([](auto) {}); }},
+        {"reset counters", [](SdkFixture& app) { app.sdk->resetCounters(); }},
+        {"remove all data", [](SdkFixture& app) { app.sdk->removeAllData(); }},
+        {"remove all data and stop",
+         [](SdkFixture& app) {
+             app.sdk->removeAllData();
+             app.sdk->stop();
+         },
+         Afterwards::nothing},
+        {"update all rules", [](SdkFixture& app) { app.sdk->updateAllRulesData(); }},
+        {"no rule observer", [](SdkFixture& app) { app.sdk->setRuleObserver({}); }},
         {"no authorization logger", [](SdkFixture& app) { app.sdk->setAuthorizationLogger(nullptr); }},
         {"no delegate", [](SdkFixture& app) { app.sdk->setDelegate({}); }, Afterwards::ownBlocks},
         {"delegate dies", [](SdkFixture& app) { app.delegate.reset(); }, Afterwards::ownBlocks},
@@ -115,13 +128,68 @@ const std::vector<Operation>& operations() {
     return all;
 }
 
+boost::json::object ruleOf(const char* id, const char* trigger, int latchTime, boost::json::object action) {
+    return {{"id", id},
+            {"rule", {{"trigger", trigger}, {"proximity", 1}, {"proximity_end", 2}, {"latch_time", latchTime}}},
+            {"action", std::move(action)}};
+}
+
+/// A beacon whose rules do everything that rules can do.
+boost::json::object beaconsAnswer() {
+    const boost::json::array rules{
+        ruleOf("note", "on_entry", 0, {{"notify_user", "Hello"}}),
+        ruleOf("both", "on_exit", 0, {{"notify_user", "Bye"}, {"open_url", "https://shop.test/bye"}}),
+        ruleOf("page", "on_entry", 0, {{"open_url", "https://shop.test/page"}}),
+        ruleOf("link", "on_entry", 0, {{"open_deep_link", R"({"iosURL": "https://shop.test/link"})"}}),
+        ruleOf("server", "on_entry", 0, {{"notify_server", "https://shop.test/hook"}, {"notify_user", "Asked"}}),
+        ruleOf("waits", "on_entry", 1, {{"notify_user", "Still here"}}),
+        ruleOf("leaves", "on_exit", 1, {{"notify_user", "Gone"}})};
+    return {{"u_beacons", boost::json::array{{{"id", "b"},
+                                              {"proximity_uid", kShopUUID},
+                                              {"major", 1},
+                                              {"minor", 1},
+                                              {"start", "1970-01-01T00:00:00Z"},
+                                              {"end", "2100-01-01T00:00:00Z"},
+                                              {"rules_actions", rules}}}},
+            {"query_params", boost::json::object()},
+            {"valid_until", "2030-01-01T00:00:00Z"},
+            {"remove_ids", boost::json::array()}};
+}
+
+/// A host that decides about every action, and does some of them itself. Its server request fails in its hands.
+void decide(QuomiSDKDelegate& host, RunLoop& later, const std::function<void(const char*)>& tellTest) {
+    const auto allows = [tellTest](const char* what) {
+        return [tellTest, what](QuomiSDK&, const std::string&, int) { return tellTest(what), true; };
+    };
+    host.shouldExecuteNotificationRequestCompletionBlock = [tellTest, &later](QuomiSDK&, const auto&, int,
+                                                                              const auto& answer) {
+        tellTest("asksNote");
+        later.post([answer] { answer(true); });
+    };
+    host.executeNotificationRequest = [tellTest](QuomiSDK&, const auto&, int) { tellTest("doesNote"); };
+    host.shouldExecuteOpenWebPageRequest = allows("asksPage");
+    host.executeOpenWebPageRequest = [tellTest](QuomiSDK&, const auto&, int) { tellTest("doesPage"); };
+    host.shouldExecuteOpenDeepLinkRequest = allows("asksLink");
+    host.shouldExecuteServerNotificationRequest = allows("asksServer");
+    host.executeServerNotificationRequest = [tellTest](QuomiSDK&, const auto&, int, const auto&, const auto&) {
+        tellTest("doesServer");
+        throw std::runtime_error("the host cannot, and the SDK asks");
+    };
+}
+
 /// A life of the SDK in which every callback comes, whatever the host does in one of them.
 void live(SdkFixture& app) {
     app.phone.transport().answer(kLimitsRequest, {ScriptedAnswer::text("", 500)});
+    app.phone.transport().answer(kBeaconsRequest, ScriptedAnswer::json(beaconsAnswer()));
+    app.phone.transport().answer("GET https://shop.test/hook", ScriptedAnswer::json({{"decision", "enable"}}));
     const auto tellTest = [&app](const char* block) {
         app.journal.emplace_back(block);
         if (app.inCallback) app.inCallback(block);
     };
+    decide(*app.delegate, app.phone.loop(), tellTest);
+    const auto observer =
+        std::make_shared<RuleObserver>(RuleObserver{[tellTest](const RuleReport&) { tellTest("decided"); }});
+    app.sdk->setRuleObserver(observer);
     const auto tellSwitch = [tellTest](bool, bool) { tellTest("switched"); };
     const auto running = app.sdk->observe(QuomiSDKProperty::isRunning, [tellTest](bool, bool) { tellTest("running"); });
     const auto beacons = app.sdk->observe(QuomiSDKProperty::beaconsEnabled, tellSwitch);
@@ -148,7 +216,9 @@ void live(SdkFixture& app) {
     app.sdk->updateUserInformation({}, [tellTest](const Error&) { tellTest("failure"); });
     app.settle();
     app.phone.enterBeaconRegion(kShop);
+    app.settle();
     app.phone.range({{kShop, 1, 1, PlatformProximity::near, 2.0, -60}, {kShop, 1, 2, PlatformProximity::far, 9, -80}});
+    app.settle(std::chrono::seconds(2));
     app.phone.range({{kShop, 1, 2, PlatformProximity::near, 2.0, -60}, {kShop, 1, 1, PlatformProximity::far, 9, -80}});
     app.phone.background();
     app.phone.runTurns();
@@ -162,9 +232,10 @@ std::string kindOf(const std::string& line) {
     return line.substr(0, line.find(' '));
 }
 
-const std::set<std::string> kCallbacks{"error",   "event",   "entered",   "exited",  "found",   "lost",
-                                       "updated", "ping",    "success",   "failure", "held",    "refused",
-                                       "running", "service", "bluetooth", "changed", "switched"};
+const std::set<std::string> kCallbacks{
+    "error",    "event",    "entered",  "exited",     "found",    "lost",      "updated",   "ping",     "success",
+    "failure",  "held",     "refused",  "running",    "service",  "bluetooth", "changed",   "switched", "decided",
+    "asksNote", "asksPage", "asksLink", "asksServer", "doesNote", "doesPage",  "doesServer"};
 /// What the host hears of what it does itself, and of the phone through an object of its own.
 const std::set<std::string> kOwnDoing{"bluetooth", "changed", "switched", "service", "refused"};
 
@@ -221,7 +292,8 @@ TEST_P(EveryCallback, TakesEveryOperation) {
             EXPECT_THAT(heard, testing::IsEmpty());
         }
         if (operation.afterwards == Afterwards::ownBlocks) {
-            EXPECT_THAT(heard, testing::Each(testing::AnyOf("success", "failure", "held", "refused", "running")));
+            EXPECT_THAT(heard,
+                        testing::Each(testing::AnyOf("success", "failure", "held", "refused", "running", "decided")));
         }
         expectSound(app);
     }

@@ -49,7 +49,8 @@ Campaign shop() {
         "max_distance_medium_far": 12.5}, "limits": {"max_events": 3, "min_interval": 20},
         "beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}],
         "geofences": [{"id": "g", "lat": 52.5, "lng": 13.25, "radius": 0.5}],
-        "remove_beacon_ids": ["old"], "remove_geofence_ids": ["x", "y"], "valid_for": 90})");
+        "remove_beacon_ids": ["old"], "remove_geofence_ids": ["x", "y"], "valid_for": 90,
+        "answers": {"/visits/b": {"decision": "notify", "notify_user": "Hi"}}})");
 }
 
 json::object user() {
@@ -163,6 +164,15 @@ TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
                   {"remove_ids", {"x", "y"}}});
     expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop&proximity_uid=1"), 400, "\"proximity_uid\"");
     expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop&lat=1&lng=1&radius=%ff"), 400, "\"radius\"");
+}
+
+TEST_F(BackofficeTest, AnswersRulesThatAsk) {
+    const auto answer = client_.Get("/visits/b?device=U&type=beacon");
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->status, 200);
+    EXPECT_EQ(answer->body, R"({"decision":"notify","notify_user":"Hi"})");
+    expectRefusal(client_.Get("/visits/c"), 404, "no such endpoint");
+    expectRefusal(client_.Post("/visits/b", "{}", kJson), 405, "GET only");
 }
 
 TEST_F(BackofficeTest, RefusesWhatItDoesNotServe) {

@@ -44,6 +44,7 @@ const std::map<std::string, Names>& fieldsOfKinds() {
         {"webPage", {}},
         {"openURL", {}},
         {"alert", {"message"}},
+        {"rule", {"owner", "trigger", "decision", "detail"}},
         {"backgroundTask", {"id"}},
         {"console", {}},
         {"defaults", {"value"}},

@@ -255,6 +255,10 @@ Reply Backoffice::Server::dispatch(const httplib::Request& request) {
         if (route.method == method) return (this->*route.answer)(Call{request, *slot});
         allowed = route.method;
     }
+    if (const auto* own = allowed.empty() ? campaign_.answers().if_contains(request.path) : nullptr) {
+        if (method == "GET") return reply(200, own->get_object());
+        allowed = "GET";
+    }
     if (allowed.empty()) return refusal(404, "there is no such endpoint; GET / lists them");
     Reply reply = refusal(405, fmt::format("this endpoint answers {} only", allowed));
     reply.allow = allowed == "GET" ? "GET, HEAD" : allowed;

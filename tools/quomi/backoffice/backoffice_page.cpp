@@ -110,6 +110,10 @@ void writeCampaign(std::string& page, const Campaign& campaign) {
     writeRemoved(page, "beacons", campaign.removeBeaconIds());
     objectTable(page, "Geofences, their radius in kilometres", campaign.geofences(), kGeofence);
     writeRemoved(page, "geofences", campaign.removeGeofenceIds());
+    if (campaign.answers().empty()) return;
+    page += "<h3>Answers to rules that ask</h3>\n<table>\n";
+    rows(page, campaign.answers());
+    page += "</table>\n";
 }
 
 /// The beginning of a long text, cut between characters.

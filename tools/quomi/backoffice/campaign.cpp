@@ -94,6 +94,11 @@ void trigger(const JsonNode& node, Nothing&) {
     oneOfWords(node, words);
 }
 
+void decision(const JsonNode& node, Nothing&) {
+    static constexpr std::string_view words[] = {"enable", "disable", "notify"};
+    oneOfWords(node, words);
+}
+
 constexpr Key kApplication[] = {
     {"namespace_uid", namespaceName, true},
     {"normal_proximity_uuid", uuid},
@@ -216,6 +221,22 @@ void distinctObjects(const JsonNode& node, Nothing& nothing) {
     });
 }
 
+constexpr Key kAnswer[] = {
+    {"decision", decision, true}, {"notify_user", text}, {"open_url", text}, {"open_deep_link", text}};
+
+/// Paths that no endpoint has.
+bool isOwnPath(std::string_view path) {
+    return path.size() > 1 && path.starts_with('/') && !path.starts_with("/u_") &&
+           path.find_first_of("?#") == std::string_view::npos;
+}
+
+void answersByPath(const JsonNode& node, Nothing& nothing) {
+    node.eachMember("an object", [&](std::string_view path, const JsonNode& answer) {
+        if (!isOwnPath(path)) return answer.fail("a path such as \"/visits\", none below /u_, without a query");
+        object<kAnswer>(answer, nothing);
+    });
+}
+
 void identifiers(const JsonNode& node, Nothing& nothing) {
     node.eachItem("an array", [&](const JsonNode& item) { nonEmptyText(item, nothing); });
 }
@@ -224,7 +245,7 @@ constexpr Key kCampaign[] = {
     {"application", object<kApplication>, true}, {"limits", object<kLimits>},
     {"beacons", distinctObjects<kBeacon>},       {"geofences", distinctObjects<kGeofence>},
     {"remove_beacon_ids", identifiers},          {"remove_geofence_ids", identifiers},
-    {"valid_for", whole<1, kMaxCount>},
+    {"valid_for", whole<1, kMaxCount>},          {"answers", answersByPath},
 };
 
 void report(std::optional<Error>* slot, CampaignErrorCode code, std::string_view text) {
@@ -277,6 +298,7 @@ std::optional<Campaign> Campaign::parse(std::string_view text, const std::string
     result.geofences_ = array("geofences");
     result.removeBeaconIds_ = array("remove_beacon_ids");
     result.removeGeofenceIds_ = array("remove_geofence_ids");
+    if (json::value* answers = root.if_contains("answers")) result.answers_ = std::move(answers->get_object());
     if (const json::value* seconds = root.if_contains("valid_for")) {
         result.validFor_ = std::chrono::seconds(seconds->to_number<std::int64_t>());
     }

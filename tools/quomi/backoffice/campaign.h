@@ -43,6 +43,8 @@ public:
     /// Texts: identifiers of what devices shall forget.
     [[nodiscard]] const boost::json::array& removeBeaconIds() const { return removeBeaconIds_; }
     [[nodiscard]] const boost::json::array& removeGeofenceIds() const { return removeGeofenceIds_; }
+    /// What the campaign's own server says to rules that ask it: by path, the answer as in the file.
+    [[nodiscard]] const boost::json::object& answers() const { return answers_; }
     /// How long devices may keep an answer about beacons or geofences.
     [[nodiscard]] std::chrono::seconds validFor() const { return validFor_; }
 
@@ -56,6 +58,7 @@ private:
     boost::json::array geofences_;
     boost::json::array removeBeaconIds_;
     boost::json::array removeGeofenceIds_;
+    boost::json::object answers_;
     std::chrono::seconds validFor_ = std::chrono::hours(24);
 };
 
