@@ -1,12 +1,11 @@
 #include "hosts/posix/defaults.h"
 
-#include "quomi/util/json_readers.h"
-
 #include <exception>
 #include <string>
 #include <system_error>
 #include <utility>
 
+#include <boost/json/parse.hpp>
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 
@@ -15,8 +14,9 @@ namespace quomi::posix {
 JsonDefaults::JsonDefaults(Files& files)
     : files_(files), path_(files.libraryDirectory() / "Preferences" / "defaults.json") {
     std::error_code error;
-    auto value = parseJson(files_.read(path_, error).value_or("{}"));
-    if (value && value->is_object()) values_ = std::move(value->get_object());
+    boost::system::error_code broken;
+    auto value = boost::json::parse(files_.read(path_, error).value_or("{}"), broken);
+    if (!broken && value.is_object()) values_ = std::move(value.get_object());
 }
 
 std::optional<bool> JsonDefaults::boolForKey(const std::string& key) const {

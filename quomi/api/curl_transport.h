@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quomi/api/http_transport.h"
+#include "quomi/util/export.h"
 
 #include <cstdint>
 #include <memory>
@@ -57,7 +58,7 @@ struct CurlTransportOptions {
 /// otherwise method and body stay. A request that leaves its scheme, host or port (http to https at the default ports
 /// aside) keeps only `Accept`, `Accept-Language`, `Content-Type` and `User-Agent`. A redirect that is not followed, for
 /// whichever of these reasons or for a missing Location, is handed over as the answer, with status, headers and body.
-class CurlTransport final : public HttpTransport {
+class QUOMI_EXPORT CurlTransport final : public HttpTransport {
 public:
     explicit CurlTransport(RunLoop& runLoop, CurlTransportOptions options = {});
     ~CurlTransport() override;

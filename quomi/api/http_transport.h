@@ -11,6 +11,7 @@
 
 namespace quomi {
 
+/// Name and value, in order; a name may come twice.
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
 /// One request. The URL is absolute, http or https; `timeout` is the longest time from sending to the last byte of the
@@ -33,11 +34,13 @@ struct HttpResponse {
 /// Why no answer arrived. The numbers are the codes of the errors made from it.
 enum class HttpFailureKind { connection = 1, timeout = 2, tls = 3 };
 
+/// For a failure without answer; the message is for logs.
 struct HttpFailure {
     HttpFailureKind kind = HttpFailureKind::connection;
     std::string message;
 };
 
+/// What became of a request.
 using HttpResult = std::variant<HttpResponse, HttpFailure>;
 
 /// An owned request in flight. Dropping it cancels it: its completion never runs afterwards.
@@ -56,6 +59,7 @@ class HttpTransport {
 public:
     using Completion = std::function<void(HttpResult)>;
     virtual ~HttpTransport() = default;
+    /// Sends the request. Never null.
     [[nodiscard]] virtual std::unique_ptr<HttpTask> send(HttpRequest request, Completion completion) = 0;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quomi/util/error.h"
+#include "quomi/util/export.h"
 
 #include <cstdint>
 #include <optional>
@@ -62,7 +63,7 @@ enum class ErrorCode : std::int64_t {
 };
 
 /// Makes the SDK's errors, with messages in the host app's language. Any thread; no operation fails.
-class QuomiErrors {
+class QUOMI_EXPORT QuomiErrors {
 public:
     /// The localization outlives the object.
     explicit QuomiErrors(const Localization& localization) : localization_(localization) {}

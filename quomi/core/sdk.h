@@ -6,6 +6,7 @@
 #include "quomi/diagnostics/authorization_facade.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
+#include "quomi/util/export.h"
 
 #include <cstdint>
 #include <functional>
@@ -35,7 +36,7 @@ struct RuleObserver;
 /// Everything is called on the host's thread; every operation may be called in every state and from inside every
 /// callback. No operation throws. Errors that an operation reports go to its out-parameter, when one is given, and to
 /// the delegate.
-class QuomiSDK final : public AuthorizationFacade {
+class QUOMI_EXPORT QuomiSDK final : public AuthorizationFacade {
 public:
     /// An SDK on a phone. Platform and settings outlive it.
     QuomiSDK(const Platform& platform, QuomiSettings& settings);
@@ -50,8 +51,11 @@ public:
     /// The host's one SDK, made at the first call; null before `installPlatform`. Any thread for the call itself.
     [[nodiscard]] static QuomiSDK* sharedInstance();
 
+    /// What the phone can do, asked of it anew: geofences are circular regions with significant changes of position,
+    /// beacons are monitored and ranged.
     [[nodiscard]] bool deviceSupportsGeofences() const { return capabilities_.deviceSupportsGeofences(); }
     [[nodiscard]] bool deviceSupportsBeacons() const { return capabilities_.deviceSupportsBeacons(); }
+    /// `kSDKVersion`.
     [[nodiscard]] std::string SDKVersion() const;
 
     /// Opens the store, obtains the namespace's application record and begins to watch. With a stored record the result
@@ -68,8 +72,9 @@ public:
     [[nodiscard]] std::unique_ptr<Observation> observe(
         QuomiSDKProperty property, std::function<void(bool oldValue, bool newValue)> observer) override;
 
-    /// Held weakly.
+    /// Who is told and asked; held weakly, so the host keeps it. Null for nobody.
     void setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate);
+    /// Null when none was set or it has died.
     [[nodiscard]] std::shared_ptr<QuomiSDKDelegate> delegate() const;
 
     /// The app's namespace at the back office; empty text is nil. Refused with error 3 while running.
@@ -88,6 +93,8 @@ public:
     /// Which location permission is asked for when beacons start next. Geofences need the other one.
     void setRequestWhenInUseAuthorization(bool request);
     [[nodiscard]] bool requestWhenInUseAuthorization() const { return settings_.requestWhenInUseAuthorization; }
+    /// Whether coarse position updates run beside the ranging, only so that the app, and the ranging, goes on in the
+    /// background. Takes effect at once.
     void setUseExtendedBackgroundRangingTime(bool use);
     [[nodiscard]] bool useExtendedBackgroundRangingTime() const { return settings_.useExtendedBackgroundRangingTime; }
     /// Whether debug lines go to the debug log file.
@@ -183,6 +190,7 @@ public:
 
     /// The debug log's text; empty when there is none.
     [[nodiscard]] std::string getDebugFileContent() const;
+    /// Empties the debug log.
     void clearDebugFile();
 
 private:

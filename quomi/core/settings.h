@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -17,7 +19,7 @@ struct Deployment {
 };
 
 /// What the phone can do, asked of it anew at each call. Host's thread.
-class DeviceCapabilities {
+class QUOMI_EXPORT DeviceCapabilities {
 public:
     /// The platform outlives the object.
     explicit DeviceCapabilities(const LocationPlatform& location) : location_(location) {}
@@ -31,6 +33,7 @@ private:
     const LocationPlatform& location_;
 };
 
+// The defaults, by the names that the system gives them.
 inline constexpr std::uint64_t kAPIVersion = 3;
 inline constexpr double kAPIRequestTimeout = 25.0;                   // seconds
 inline constexpr double kAPIServerNotificationRequestTimeout = 5.0;  // seconds
@@ -58,7 +61,7 @@ inline constexpr std::uint64_t kBeaconSecurityModeRotatingAdvertisement = 1;
 
 /// The SDK's tunables, read by every component at each use. Plain data without logic: writes take effect where the
 /// value is next read. Host's thread.
-struct QuomiSettings {
+struct QUOMI_EXPORT QuomiSettings {
     /// Defaults as the deployment and the phone give them; the platform outlives the settings.
     QuomiSettings(Deployment deployment, const LocationPlatform& location);
 
@@ -74,32 +77,35 @@ struct QuomiSettings {
     /// What the operator of the service supplied; the host's writes do not change it.
     [[nodiscard]] const Deployment& deployment() const { return deployment_; }
 
-    std::string baseAPIUrl;  ///< absolute http or https URL
-    std::uint64_t apiVersion{};
-    double requestTimeout{};                    ///< seconds
-    double serverNotificationRequestTimeout{};  ///< seconds
-    std::uint64_t serverNotificationNumberOfRetry{};
-    double serverNotificationMaxRetryPeriod{};          ///< seconds
-    double serverNotificationRetrySlotDuration{};       ///< seconds
+    std::string baseAPIUrl;                             ///< absolute http or https URL
+    std::uint64_t apiVersion{};                         ///< sent with every request of the server's client
+    double requestTimeout{};                            ///< seconds
+    double serverNotificationRequestTimeout{};          ///< seconds
+    std::uint64_t serverNotificationNumberOfRetry{};    ///< attempts after the first
+    double serverNotificationMaxRetryPeriod{};          ///< seconds that the pauses take together at most
+    double serverNotificationRetrySlotDuration{};       ///< seconds, the unit of the pauses between attempts
     std::optional<std::string> namespace_;              ///< the app's namespace; unset until the host sets it
     std::uint64_t significantLocationUpdateInterval{};  ///< seconds; kept for hosts, no component reads it
-    bool stopUpdatingLocationAfterFirstUpdate{};
+    bool stopUpdatingLocationAfterFirstUpdate{};        ///< a position that was asked for is measured once
+    /// Where no enabled geofence is near, geofences are downloaded although the last download still holds.
     bool downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion{};
+    // Kinds of actions that rules may perform.
     bool localNotificationActionsEnabled{};
     bool serverNotificationActionsEnabled{};
     bool openWebPageActionsEnabled{};
     bool openPassBookActionsEnabled{};  ///< kept for hosts, no component reads it
     bool openDeepLinkActionsEnabled{};
-    bool beaconEnabled{};
-    std::uint64_t beaconSecurityMode{};
-    bool beaconServiceMonitorinEnabled{};  ///< the missing letter is deliberate: hosts set it by this name
-    std::string beaconProximityIdentifier;
-    std::string beaconProximityIdentifierService;
-    std::string beaconProximityUUIDNormal;   ///< UUID text
-    std::string beaconProximityUUIDSecure;   ///< UUID text
-    std::string beaconProximityUUIDService;  ///< UUID text
-    double proximityFarSplitThreshold{};     ///< metres
-    bool requestWhenInUseAuthorization{};
+    bool beaconEnabled{};                ///< read at `start`; later it is switched through the facade
+    std::uint64_t beaconSecurityMode{};  ///< kBeaconSecurityMode…
+    /// Whether service beacons are watched too. The missing letter is deliberate: hosts set it by this name.
+    bool beaconServiceMonitorinEnabled{};
+    std::string beaconProximityIdentifier;         ///< of the region under which the phone watches the beacons
+    std::string beaconProximityIdentifierService;  ///< of the region of the service beacons
+    std::string beaconProximityUUIDNormal;         ///< UUID text
+    std::string beaconProximityUUIDSecure;         ///< UUID text
+    std::string beaconProximityUUIDService;        ///< UUID text
+    double proximityFarSplitThreshold{};           ///< metres; the border between medium and far
+    bool requestWhenInUseAuthorization{};          ///< as the facade's property of that name, and so the next three
     bool useExtendedBackgroundRangingTime{};
     bool geofencingEnabled{};
     bool fileLogEnabled{};

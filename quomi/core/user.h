@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/util/export.h"
 #include "quomi/util/observers.h"
 
 #include <cstddef>
@@ -18,7 +19,7 @@ class Device;
 ///
 /// Identifier, properties and tags are replaced as a whole, and each replacement is told to whoever observes the field,
 /// with the old and the new value, after it has happened. Host's thread only.
-class QuomiUser {
+class QUOMI_EXPORT QuomiUser {
 public:
     using UserID = std::optional<std::string>;
     using Properties = std::optional<boost::json::object>;

@@ -13,7 +13,9 @@ enum class QuomiSDKProperty { isRunning, beaconsEnabled, geofencesEnabled };
 /// What the authorization manager wants to know of the SDK; the facade answers it. Host's thread only.
 class AuthorizationFacade {
 public:
+    /// Whether a start has succeeded or is under way.
     [[nodiscard]] virtual bool isRunning() const = 0;
+    /// Whether they are switched on, also while the SDK does not run.
     [[nodiscard]] virtual bool beaconsEnabled() const = 0;
     [[nodiscard]] virtual bool geofencesEnabled() const = 0;
 

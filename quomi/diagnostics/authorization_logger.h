@@ -2,6 +2,7 @@
 
 #include "quomi/platform/location.h"
 #include "quomi/platform/platform.h"
+#include "quomi/util/export.h"
 
 #include <cstdint>
 #include <functional>
@@ -22,7 +23,7 @@ enum class BluetoothState : std::int64_t;
 ///
 /// The first two when the phone reports them: once after the logger has been made, and at every change. The third when
 /// it is asked to. Host's thread only.
-class QuomiAuthorizationLogger : private LocationServiceDelegate {
+class QUOMI_EXPORT QuomiAuthorizationLogger : private LocationServiceDelegate {
 public:
     using LogEvent = std::function<void(const boost::json::object&)>;
 

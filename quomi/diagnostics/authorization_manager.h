@@ -3,6 +3,7 @@
 #include "quomi/diagnostics/authorization_facade.h"
 #include "quomi/platform/location.h"
 #include "quomi/platform/platform.h"
+#include "quomi/util/export.h"
 
 #include <functional>
 #include <memory>
@@ -29,7 +30,7 @@ struct QuomiAuthorizationDelegate {
 ///
 /// Made and owned by the host, as many as it likes. The phone reports Bluetooth and location once after the manager has
 /// been made, so the delegate hears of both unasked. Host's thread only.
-class QuomiAuthorizationManager : private LocationServiceDelegate {
+class QUOMI_EXPORT QuomiAuthorizationManager : private LocationServiceDelegate {
 public:
     /// What the platform refers to, and the facade, outlive the manager.
     QuomiAuthorizationManager(const Platform& platform, AuthorizationFacade& sdk);
@@ -47,7 +48,9 @@ public:
     [[nodiscard]] bool isQuomiGeofencesServiceEnabled() const;
     /// Whether location services are on and the app may use them, always or when in use.
     [[nodiscard]] bool isLocationServiceEnabled() const;
+    /// Whether the radio is on.
     [[nodiscard]] bool isBluetoothEnabled() const;
+    /// Whether the phone may start the app in the background.
     [[nodiscard]] bool isBackgroundRefreshEnabled() const;
 
     /// Whether the user allows notifications with alert, sound and badge.

@@ -11,6 +11,7 @@ namespace quomi {
 /// State of the host's app, as the platform numbers it.
 enum class ApplicationState : std::int64_t { active = 0, inactive = 1, background = 2 };
 
+/// What happens to the app; `willTerminate` leaves no later turn.
 enum class ApplicationEvent {
     didBecomeActive,
     willResignActive,
@@ -20,6 +21,7 @@ enum class ApplicationEvent {
     backgroundRefreshStatusDidChange,
 };
 
+/// Whether the phone starts the app in the background, as the platform numbers it.
 enum class BackgroundRefreshStatus : std::int64_t { restricted = 0, denied = 1, available = 2 };
 
 /// Names a running background task.
@@ -50,6 +52,7 @@ public:
     /// Ends the task; nothing when it has ended or is the invalid one.
     virtual void endBackgroundTask(BackgroundTaskIdentifier task) = 0;
 
+    /// The number on the app's icon; 0 for none.
     [[nodiscard]] virtual std::int64_t badgeNumber() const = 0;
     virtual void setBadgeNumber(std::int64_t badge) = 0;
 

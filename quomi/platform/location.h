@@ -16,7 +16,8 @@ namespace quomi {
 /// The phone's own words for how near a ranged beacon is.
 enum class PlatformProximity : std::int64_t { unknown = 0, immediate = 1, near = 2, far = 3 };
 
-/// The numbers are the platform's and go into logs and comparisons as they are.
+/// Whether the app may know where the device is. The numbers are the platform's and go into logs and comparisons as
+/// they are.
 enum class AuthorizationStatus : std::int64_t {
     notDetermined = 0,
     restricted = 1,
@@ -71,6 +72,7 @@ using Region = std::variant<CircularRegion, BeaconRegion>;
 /// The two kinds of region, for capability questions.
 enum class RegionClass { circular, beacon };
 
+/// The identifier of either kind.
 [[nodiscard]] inline const std::string& regionIdentifier(const Region& region) {
     return std::visit([](const auto& r) -> const std::string& { return r.identifier; }, region);
 }
@@ -97,13 +99,18 @@ class LocationServiceDelegate {
 public:
     virtual ~LocationServiceDelegate() = default;
     virtual void didChangeAuthorizationStatus(AuthorizationStatus /*status*/) {}
+    /// Positions of the updates that run, at least one.
     virtual void didUpdateLocations(const std::vector<Location>& /*oldestFirst*/) {}
     virtual void didFailWithError(const PlatformError& /*error*/) {}
+    /// The answers to `startMonitoring`; `monitoringDidFail` also when a watch broke later.
     virtual void didStartMonitoring(const Region& /*region*/) {}
     virtual void monitoringDidFail(const Region& /*region*/, const PlatformError& /*error*/) {}
+    /// Answers `requestState`; unasked when the phone learns it by itself.
     virtual void didDetermineState(RegionState /*state*/, const Region& /*region*/) {}
+    /// A monitored region was crossed.
     virtual void didEnterRegion(const Region& /*region*/) {}
     virtual void didExitRegion(const Region& /*region*/) {}
+    /// What was heard in the last second; also when that is nothing.
     virtual void didRangeBeacons(const std::vector<RangedBeacon>& /*beacons*/, const BeaconRegion& /*region*/) {}
     virtual void rangingBeaconsDidFail(const BeaconRegion& /*region*/, const PlatformError& /*error*/) {}
 };
@@ -129,10 +136,12 @@ public:
     virtual void stopMonitoring(const std::string& identifier) = 0;
     /// Answered by `didDetermineState` in a later turn, `unknown` where the phone cannot tell.
     virtual void requestState(const Region& region) = 0;
+    /// Those of the whole app, also from earlier launches.
     [[nodiscard]] virtual std::vector<Region> monitoredRegions() const = 0;
 
     /// Reports the region's beacons about once a second while it goes on, also when there are none.
     virtual void startRangingBeacons(const BeaconRegion& region) = 0;
+    /// Nothing when none of that identifier is ranged.
     virtual void stopRangingBeacons(const std::string& identifier) = 0;
     [[nodiscard]] virtual std::vector<BeaconRegion> rangedRegions() const = 0;
 

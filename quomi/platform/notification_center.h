@@ -39,6 +39,7 @@ struct NotificationAction {
     bool operator==(const NotificationAction&) const = default;
 };
 
+/// Notifications that name the category have its buttons.
 struct NotificationCategory {
     std::string identifier;
     std::vector<NotificationAction> actions;

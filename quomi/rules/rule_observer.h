@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <functional>
 #include <string>
 #include <string_view>
@@ -35,7 +37,7 @@ enum class RuleDecision {
 };
 
 /// Its name, as above.
-[[nodiscard]] std::string_view nameOf(RuleDecision decision);
+[[nodiscard]] QUOMI_EXPORT std::string_view nameOf(RuleDecision decision);
 
 /// One rule and one outcome of an event for it.
 struct RuleReport {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,7 +18,7 @@ inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription"
 inline constexpr const char* kHTTPErrorDomain = "QuomiHTTPErrorDomain";
 
 /// A failure, as a value: whose it is (`domain`), which (`code`) and what else is known of it (`userInfo`).
-struct Error {
+struct QUOMI_EXPORT Error {
     std::string domain;
     std::int64_t code = 0;
     boost::json::object userInfo;
@@ -28,7 +30,7 @@ struct Error {
 };
 
 /// One line for logs: "Error Domain=… Code=… \"…\"".
-[[nodiscard]] std::string describe(const Error& error);
+[[nodiscard]] QUOMI_EXPORT std::string describe(const Error& error);
 
 /// Stores the error where the caller asked for it.
 inline void assign(std::optional<Error>* slot, Error error) {

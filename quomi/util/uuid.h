@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -11,7 +13,7 @@ namespace quomi {
 
 /// A 128-bit identifier, held by value. Its text is the canonical 8-4-4-4-12 form in upper case, because names made of
 /// it are compared as strings across the system.
-class Uuid {
+class QUOMI_EXPORT Uuid {
 public:
     using Bytes = std::array<std::uint8_t, 16>;
 

@@ -130,6 +130,8 @@ TEST(StructureChecks, FindIncludesThatReachUp) {
         {"quomi/api/a.cpp", "quomi/data/b.h", true},
         {"quomi/core/sdk.cpp", "quomi/diagnostics/authorization_watch.h", true},
         {"quomi/core/sdk.cpp", "hosts/posix/b.h", false},
+        {"quomi/quomi.h", "quomi/core/sdk.h", true},
+        {"quomi/core/sdk.cpp", "quomi/quomi.h", false},
         {"quomi/new_room/a.h", "quomi/util/b.h", false},
         {"quomi/util/a.h", "tools/quomi/b.h", false},
         {"quomi/util/a.h", "tests/support/b.h", false},

@@ -1,0 +1,104 @@
+// A host app around the SDK: it makes the ports, starts, hears of a beacon, vetoes the page that a rule orders, lets
+// the notification through, and stops. Prints what happens; its result is 0 when all of that did.
+
+#include "small_phone.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <hosts/posix/clock.h>
+#include <hosts/posix/console.h>
+#include <hosts/posix/defaults.h>
+#include <hosts/posix/files.h>
+#include <hosts/posix/run_loop.h>
+
+namespace {
+
+const std::map<std::string, std::string> kBackOffice{
+    {"/u_applications/query.json", R"({"success": true, "namespace_uid": "corner-shop",
+        "normal_proximity_uuid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90",
+        "secure_proximity_uuid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B91",
+        "service_proximity_uuid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B92", "anti_hacking_protocol": "none"})"},
+    {"/u_applications/limits.json", R"({"success": true})"},
+    {"/u_app_users/find_or_create_by_udid.json", R"({"success": true})"},
+    {"/u_beacons/query.json", R"({"query_params": {}, "valid_until": "2099-01-01T00:00:00Z", "remove_ids": [],
+        "u_beacons": [{"id": "door", "name": "Door", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90",
+            "major": 1, "minor": 7, "start": "2020-01-01T00:00:00Z", "end": "2099-01-01T00:00:00Z",
+            "updated_at": "2020-01-01T00:00:00Z",
+            "rules_actions": [{"id": "welcome", "rule": {"trigger": "on_entry", "proximity": 1, "proximity_end": 3},
+                "action": {"notify_user": "Welcome!", "open_url": "https://shop.example/"}}]}]})"},
+};
+
+/// What the app wants to have seen in the end.
+struct Seen {
+    bool beacon = false;
+    bool vetoed = false;
+    bool notified = false;
+};
+
+}  // namespace
+
+int main() {
+    // 1. The ports. The run loop comes first: this thread is the host's thread from here on.
+    std::string directory = (std::filesystem::temp_directory_path() / "embedding-XXXXXX").string();
+    if (::mkdtemp(directory.data()) == nullptr) return 1;
+    quomi::posix::RunLoop loop;
+    quomi::posix::SystemClock clock;
+    quomi::posix::PosixFiles files(directory);
+    quomi::posix::JsonDefaults defaults(files);
+    quomi::posix::StderrConsole console;
+    shop::OneBeaconLocation location(loop);
+    shop::BluetoothOn bluetooth(loop);
+    shop::PrintedNotifications notifications(loop);
+    shop::ForegroundApplication application;
+    shop::NoScreens screens;
+    shop::DeskDevice device;
+    shop::EnglishOnly localization;
+    shop::CannedServer http(loop, kBackOffice);
+    shop::AlwaysReachable reachability;
+    const quomi::Platform platform{clock,  loop,  location, bluetooth, notifications, application, screens,
+                                   device, files, defaults, console,   localization,  http,        reachability};
+
+    // 2. Settings, then the SDK. Both refer to the ports, so they are made after them and go before them.
+    quomi::QuomiSettings settings({.apiBaseUrl = "https://backoffice.example"}, location);
+    quomi::QuomiSDK sdk(platform, settings);
+
+    // 3. The delegate: only what the app cares for. The SDK holds it weakly.
+    Seen seen;
+    const auto delegate = std::make_shared<quomi::QuomiSDKDelegate>();
+    delegate->didReceiveErrorNotification = [](quomi::QuomiSDK&, const quomi::Error& error) {
+        std::printf("error: %s\n", describe(error).c_str());
+    };
+    delegate->didFindNewBeacon = [&seen](quomi::QuomiSDK&, const std::string& name, const boost::json::object&) {
+        std::printf("beacon: %s\n", name.c_str());
+        seen.beacon = true;
+    };
+    delegate->shouldExecuteOpenWebPageRequest = [&seen](quomi::QuomiSDK&, const std::string& url, int) {
+        std::printf("vetoed: %s\n", url.c_str());
+        seen.vetoed = true;
+        return false;
+    };
+    delegate->shouldExecuteNotificationRequest = [&seen](quomi::QuomiSDK&, const quomi::NotificationRequest&, int) {
+        seen.notified = true;
+        return true;
+    };
+    sdk.setDelegate(delegate);
+
+    // 4. Start. Without a stored application record the answer comes later, as an error or as a running SDK.
+    sdk.setAppNamespace("corner-shop");
+    std::optional<quomi::Error> error;
+    if (!sdk.start(&error)) {
+        std::printf("not started: %s\n", error ? describe(*error).c_str() : "unknown security mode");
+        return 1;
+    }
+
+    // 5. The app's life: its run loop. Rules run from inside of it.
+    const bool done =
+        loop.runUntil([&seen] { return seen.beacon && seen.vetoed && seen.notified; }, std::chrono::seconds(10));
+
+    // 6. Stop: nothing calls back any more.
+    sdk.stop();
+    loop.runUntilIdle();
+    std::printf("%s\n", done ? "done" : "not everything happened");
+    std::filesystem::remove_all(directory);
+    return done ? 0 : 1;
+}
