@@ -97,8 +97,8 @@ void BeaconRouter::route(const QuomiBeacon& beacon, const Execute& operation) {
     execute(records, error, {beacon.proximityUUID(), beacon.major(), beacon.minor()}, operation);
 }
 
-void BeaconRouter::execute(const Records& records, const std::optional<Error>& lookupError,
-                           const UpdateBeacons& update, const Execute& operation) {
+void BeaconRouter::execute(const Records& records, const std::optional<Error>& lookupError, const UpdateBeacons& update,
+                           const Execute& operation) {
     if (lookupError) {
         context_.host.forwardErrorToDelegate(lookupError);
         return;

@@ -67,9 +67,8 @@ void GeofenceRouter::handleLocation(const Location& location) {
     const auto& place = location.coordinate;
     const auto closest = context_.data.findClosestGeofenceRegion(place.latitude, place.longitude);
     bool needsFullUpdate = closest == nullptr || context_.data.geofenceRegionExpired(*closest);
-    const auto nearby =
-        needsFullUpdate ? QuomiData::List<QuomiGeofence>()
-                        : context_.data.findNearbyGeofences(place.latitude, place.longitude);
+    const auto nearby = needsFullUpdate ? QuomiData::List<QuomiGeofence>()
+                                        : context_.data.findNearbyGeofences(place.latitude, place.longitude);
     if (!nearby.empty()) startMonitoringLocalRegions();
     if (ended_) return;
     if (context_.settings.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion && nearby.empty()) {
@@ -114,9 +113,8 @@ std::vector<CircularRegion> GeofenceRouter::getLocalRegions() {
     const auto forLatitude = currentCoordinate();
     const auto forLongitude = ended_ ? std::nullopt : currentCoordinate();
     if (ended_) return {};
-    return QuomiRegionTypeConverter::convertRegionsToCLRegions(
-        context_.data.findNearbyGeofences(forLatitude ? forLatitude->latitude : nowhere,
-                                          forLongitude ? forLongitude->longitude : nowhere));
+    return QuomiRegionTypeConverter::convertRegionsToCLRegions(context_.data.findNearbyGeofences(
+        forLatitude ? forLatitude->latitude : nowhere, forLongitude ? forLongitude->longitude : nowhere));
 }
 
 bool GeofenceRouter::startMonitoringLocalRegions(std::optional<Error>* error) {

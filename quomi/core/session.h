@@ -86,8 +86,8 @@ public:
     bool openData(bool allowStoreDeletion, std::optional<Error>* error);
     /// The store; null before it is opened.
     [[nodiscard]] QuomiData* data() const { return data_.get(); }
-    /// Opens the store and makes the server's client, parser, updater, executors and routers where they are missing; the
-    /// client anew when the base URL has changed. Fails with the store's error.
+    /// Opens the store and makes the server's client, parser, updater, executors and routers where they are missing;
+    /// the client anew when the base URL has changed. Fails with the store's error.
     bool open(std::optional<Error>* error);
     /// Decides what is downloaded when; null before `open`.
     [[nodiscard]] QuomiDataUpdater* dataUpdater() const { return dataUpdater_.get(); }

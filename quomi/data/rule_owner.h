@@ -73,7 +73,7 @@ struct QuomiGeofence : RuleOwner {
     std::optional<std::string> name;
     double latitude = 0;
     double longitude = 0;
-    double radius = 0;  ///< kilometres
+    double radius = 0;            ///< kilometres
     std::int32_t entryCount = 0;  ///< entries, ever
     WallTime lastEnteredAt{};
 

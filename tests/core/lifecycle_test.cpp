@@ -37,12 +37,11 @@ TEST(Start, WithoutARecordAnswersYesAndGoesOnWhenItHasArrived) {
     ASSERT_NE(app.sdk->user(), nullptr);
     app.settle();
     EXPECT_TRUE(app.sdk->isRunning());
-    EXPECT_THAT(
-        app.lines("re"),
-        ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response 200",
-                    "request GET https://api.quomi.test/u_applications/limits.json", "response 200",
-                    "request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json", "response 200",
-                    "request GET https://api.quomi.test/u_beacons/query.json", "response 200"));
+    EXPECT_THAT(app.lines("re"),
+                ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response 200",
+                            "request GET https://api.quomi.test/u_applications/limits.json", "response 200",
+                            "request POST https://api.quomi.test/u_app_users/find_or_create_by_udid.json",
+                            "response 200", "request GET https://api.quomi.test/u_beacons/query.json", "response 200"));
     EXPECT_THAT(app.lines("monitor"), ElementsAre("monitor Quomi beacon service", "monitor Quomi beacon"));
     EXPECT_EQ(app.phone.rangedRegions().size(), 1U);
     EXPECT_TRUE(storedIsStarted(app));

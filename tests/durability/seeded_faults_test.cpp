@@ -116,7 +116,8 @@ SQLite::Database connect(const Platform& platform) {
 void saveStatusInTwoChanges(const Platform& platform, int generation) {
     auto database = connect(platform);
     database.exec("DELETE FROM QuomiStatusInfo");
-    database.exec(fmt::format("INSERT INTO QuomiStatusInfo (globalTriggersCount, globalMaxEvents) VALUES ({0}, {0})", generation));
+    database.exec(fmt::format("INSERT INTO QuomiStatusInfo (globalTriggersCount, globalMaxEvents) VALUES ({0}, {0})",
+                              generation));
 }
 
 void updateEachBeacon(SQLite::Database& database, int generation) {

@@ -148,8 +148,8 @@ std::string formFault(const json::object& record) {
 std::vector<std::string> Replayed::lines(std::string_view kind) const {
     auto lines = allLines(kind);
     std::erase_if(lines, [](const std::string& line) {
-        return line.find("/u_beacons/query.json") != line.npos || line.find(R"("permission_type")") != line.npos || line.find(R"("bluetooth_state")") != line.npos ||
-               line.find("allNotificationStatus") != line.npos;
+        return line.find("/u_beacons/query.json") != line.npos || line.find(R"("permission_type")") != line.npos ||
+               line.find(R"("bluetooth_state")") != line.npos || line.find("allNotificationStatus") != line.npos;
     });
     return lines;
 }

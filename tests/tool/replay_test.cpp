@@ -1,6 +1,7 @@
 #include "tests/tool/replay_support.h"
 
 #include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
