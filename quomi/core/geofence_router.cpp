@@ -136,16 +136,20 @@ bool GeofenceRouter::startMonitoringLocalRegions(std::optional<Error>* error) {
 }
 
 /// The phone refuses the regions beyond its limit one by one; one line tells of them all.
-void GeofenceRouter::countRefusedRegion(const Region& /*region*/, const PlatformError& error) {
+void GeofenceRouter::countRefusedRegion(const Region& region, const PlatformError& error) {
     if (ended_ || error.code != kRegionMonitoringFailure) return;
-    if (++refusedRegions_ > 1) return;
+    const auto* manager = routing_.locationManager();
+    if (manager == nullptr || manager->regionIsMonitored(regionIdentifier(region))) return;
+    const bool isFirst = refusedRegions_.empty();
+    refusedRegions_.insert(regionIdentifier(region));
+    if (!isFirst) return;
     context_.platform.runLoop.post([weak = weak_from_this()] {
         const auto router = weak.lock();
         if (router == nullptr || router->ended_) return;
+        const auto count = std::exchange(router->refusedRegions_, {}).size();
         router->context_.platform.console.log(
-            fmt::format("Quomi SDK Warning: {} nearby geofences are not watched, because the phone can't watch more "
-                        "regions",
-                        std::exchange(router->refusedRegions_, 0)));
+            fmt::format("Quomi SDK Warning: {} nearby {} not watched, because the phone can't watch more regions",
+                        count, count == 1 ? "geofence is" : "geofences are"));
     });
 }
 

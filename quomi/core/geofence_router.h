@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -75,7 +76,7 @@ private:
     const GeofenceRouting routing_;
     bool ended_ = false;
     bool forceFullGeofencesUpdate_ = false;
-    std::size_t refusedRegions_ = 0;  // since they were last spoken of
+    std::set<std::string> refusedRegions_;  // since they were last spoken of
     std::vector<std::shared_ptr<Work>> works_;
 };
 

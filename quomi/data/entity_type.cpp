@@ -22,6 +22,12 @@ std::string places(std::size_t count) {
 
 }  // namespace
 
+AttributeKeys attributesNamed(std::initializer_list<std::string_view> names) {
+    AttributeKeys keys;
+    for (const auto name : names) keys.emplace_back(name, name);
+    return keys;
+}
+
 EntityType::EntityType(std::string_view name, std::vector<Field> fields, std::vector<std::string_view> indices,
                        Make maker, std::string_view owner, std::string_view ownerEntity)
     : schema_{name, {}, {}, std::move(indices)}, fields_(std::move(fields)), make_(maker) {
@@ -39,8 +45,7 @@ EntityType::EntityType(std::string_view name, std::vector<Field> fields, std::ve
     removal_ = fmt::format("DELETE FROM \"{}\" WHERE \"{}\" = ?", name, kKeyColumn);
 }
 
-boost::json::object EntityType::dictionary(
-    const ManagedObject& object, const std::vector<std::pair<std::string_view, std::string_view>>& keys) const {
+boost::json::object EntityType::dictionary(const ManagedObject& object, const AttributeKeys& keys) const {
     boost::json::object dictionary;
     for (const auto& [key, attribute] : keys) {
         const auto found = std::find_if(fields_.begin(), fields_.end(), [name = attribute](const Field& field) {

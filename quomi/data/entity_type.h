@@ -5,6 +5,7 @@
 #include "quomi/data/schema.h"
 
 #include <cstdint>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -24,6 +25,11 @@ struct Field {
     std::uint64_t (*image)(const ManagedObject&);
     boost::json::value (*json)(const ManagedObject&);
 };
+
+/// Keys of a dictionary, each with the name of the attribute that stands under it.
+using AttributeKeys = std::vector<std::pair<std::string_view, std::string_view>>;
+/// The attributes under their own names.
+[[nodiscard]] AttributeKeys attributesNamed(std::initializer_list<std::string_view> names);
 
 inline constexpr bool kRequired = false;
 inline constexpr bool kOptional = true;
@@ -83,8 +89,7 @@ public:
 
     /// The attributes' values under the given keys, in the keys' order. A pair names an attribute that goes by another
     /// key.
-    [[nodiscard]] boost::json::object dictionary(
-        const ManagedObject& object, const std::vector<std::pair<std::string_view, std::string_view>>& keys) const;
+    [[nodiscard]] boost::json::object dictionary(const ManagedObject& object, const AttributeKeys& keys) const;
 
 private:
     Entity schema_;

@@ -14,15 +14,6 @@ namespace quomi {
 
 namespace {
 
-using Keys = std::vector<std::pair<std::string_view, std::string_view>>;
-
-/// The attributes of these names, under their names.
-Keys named(std::initializer_list<std::string_view> names) {
-    Keys keys;
-    for (const auto name : names) keys.emplace_back(name, name);
-    return keys;
-}
-
 boost::json::object withActionsFirst(boost::json::array actions, const boost::json::object& attributes) {
     boost::json::object dictionary{{"actions", std::move(actions)}};
     for (const auto& [key, value] : attributes) dictionary.emplace(key, value);
@@ -104,11 +95,11 @@ std::shared_ptr<QuomiGeofence> QuomiGeofenceRuleWithActions::geofence() const {
 }
 
 boost::json::object QuomiGeofenceRuleWithActions::dictionary() const {
-    static const Keys keys =
-        named({"trigger", "minEvents", "minEventsPeriod", "maxEvents", "maxEventsPeriod", "minGroupEvents",
-               "minGroupEventsPeriod", "maxGroupEvents", "maxGroupEventsPeriod", "maxDistanceMediumFar", "latchTime",
-               "maxSpeedToNotifyUserThreshold", "triggersCount", "lastTriggerDate", "history", "underGlobalCounter",
-               "useRuleMaxMediumFar"});
+    static const AttributeKeys keys =
+        attributesNamed({"trigger", "minEvents", "minEventsPeriod", "maxEvents", "maxEventsPeriod", "minGroupEvents",
+                         "minGroupEventsPeriod", "maxGroupEvents", "maxGroupEventsPeriod", "maxDistanceMediumFar",
+                         "latchTime", "maxSpeedToNotifyUserThreshold", "triggersCount", "lastTriggerDate", "history",
+                         "underGlobalCounter", "useRuleMaxMediumFar"});
     return withActionsFirst(actionDictionaries(), entityType().dictionary(*this, keys));
 }
 
@@ -130,11 +121,11 @@ std::shared_ptr<QuomiBeaconData> QuomiBeaconRuleWithActions::beacon() const {
 }
 
 boost::json::object QuomiBeaconRuleWithActions::dictionary() const {
-    static const Keys keys =
-        named({"trigger", "proximity", "proximityEnd", "minEvents", "minEventsPeriod", "maxEvents", "maxEventsPeriod",
-               "minGroupEvents", "minGroupEventsPeriod", "maxGroupEvents", "maxGroupEventsPeriod", "priority",
-               "maxDistanceMediumFar", "latchTime", "triggersCount", "lastTriggerDate", "history", "underGlobalCounter",
-               "useRuleMaxMediumFar"});
+    static const AttributeKeys keys =
+        attributesNamed({"trigger", "proximity", "proximityEnd", "minEvents", "minEventsPeriod", "maxEvents",
+                         "maxEventsPeriod", "minGroupEvents", "minGroupEventsPeriod", "maxGroupEvents",
+                         "maxGroupEventsPeriod", "priority", "maxDistanceMediumFar", "latchTime", "triggersCount",
+                         "lastTriggerDate", "history", "underGlobalCounter", "useRuleMaxMediumFar"});
     return withActionsFirst(actionDictionaries(), entityType().dictionary(*this, keys));
 }
 

@@ -13,14 +13,6 @@ namespace quomi {
 
 namespace {
 
-using Keys = std::vector<std::pair<std::string_view, std::string_view>>;
-
-Keys named(std::initializer_list<std::string_view> names) {
-    Keys keys;
-    for (const auto name : names) keys.emplace_back(name, name);
-    return keys;
-}
-
 auto isOfTrigger(std::string_view trigger) {
     return [trigger](const RuleWithActions& rule) { return rule.trigger == trigger; };
 }
@@ -89,9 +81,9 @@ std::vector<std::shared_ptr<QuomiGeofenceRuleWithActions>> QuomiGeofence::getAct
 }
 
 boost::json::object QuomiGeofence::dictionary() {
-    static const Keys keys =
-        named({"geofenceId", "name", "latitude", "longitude", "address", "namespace", "enabled", "startDate", "endDate",
-               "entryCount", "lastEnteredAt", "groupTriggersCount", "groupHistory", "updatedAt"});
+    static const AttributeKeys keys =
+        attributesNamed({"geofenceId", "name", "latitude", "longitude", "address", "namespace", "enabled", "startDate",
+                         "endDate", "entryCount", "lastEnteredAt", "groupTriggersCount", "groupHistory", "updatedAt"});
     auto dictionary = entityType().dictionary(*this, keys);
     dictionary.emplace("actions", getActionsAsArrayOfDictionaries());
     return dictionary;
@@ -122,11 +114,11 @@ std::vector<std::shared_ptr<QuomiBeaconRuleWithActions>> QuomiBeaconData::getAct
 }
 
 boost::json::object QuomiBeaconData::dictionary() {
-    static const Keys keys =
-        named({"beaconId",     "name",      "proximityUUID", "major",     "minor",      "serialNumber",
-               "sharedSecret", "latitude",  "longitude",     "address",   "group",      "namespace",
-               "enabled",      "startDate", "endDate",       "seenCount", "lastSeenAt", "groupTriggersCount",
-               "groupHistory", "updatedAt"});
+    static const AttributeKeys keys =
+        attributesNamed({"beaconId",     "name",      "proximityUUID", "major",     "minor",      "serialNumber",
+                         "sharedSecret", "latitude",  "longitude",     "address",   "group",      "namespace",
+                         "enabled",      "startDate", "endDate",       "seenCount", "lastSeenAt", "groupTriggersCount",
+                         "groupHistory", "updatedAt"});
     auto dictionary = entityType().dictionary(*this, keys);
     dictionary.emplace("actions", getActionsAsArrayOfDictionaries());
     return dictionary;
