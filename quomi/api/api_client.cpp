@@ -163,7 +163,7 @@ void QuomiAPI::registerUdid(const std::string& udid, const std::optional<std::st
     body["udid"] = udid;
     std::string token = deviceToken;
     std::erase_if(token, [](char c) { return c == '<' || c == '>' || c == ' '; });
-    body["push_token"] = std::move(token);
+    body["push_token"] = token;
     session_.post(joinUrl(settings_.deployment().apiBaseUrl, "/u_app_users/register_push_token.json"), body,
                   withoutBody(std::move(success)), withError(std::move(failure)));
 }
