@@ -40,16 +40,16 @@ void LatchTimers::fire(const std::string& regionID, std::uint64_t number) {
 void LatchTimers::clearAll() {
     PendingByNumber all;
     for (auto& [regionID, pending] : std::exchange(delayedRulesExecutionTimers_, {})) all.merge(pending);
-    cancelTimers(std::move(all));
+    cancelTimers(all);
 }
 
 void LatchTimers::clear(const std::string& regionID) {
     auto pending = delayedRulesExecutionTimers_.extract(regionID);
-    if (!pending.empty()) cancelTimers(std::move(pending.mapped()));
+    if (!pending.empty()) cancelTimers(pending.mapped());
 }
 
-void LatchTimers::cancelTimers(PendingByNumber pending) const {
-    for (auto& [number, each] : pending) each->timer.reset();
+void LatchTimers::cancelTimers(const PendingByNumber& pending) const {
+    for (const auto& [number, each] : pending) each->timer.reset();
     if (!cancelled_) return;
     for (const auto& [number, each] : pending) cancelled_(each->latch);
 }

@@ -45,7 +45,7 @@ private:
     using PendingByNumber = std::map<std::uint64_t, std::unique_ptr<Pending>>;  // in order of starting
 
     void fire(const std::string& regionID, std::uint64_t number);
-    void cancelTimers(PendingByNumber pending) const;
+    void cancelTimers(const PendingByNumber& pending) const;
 
     RunLoop& runLoop_;
     const Handler expired_;
