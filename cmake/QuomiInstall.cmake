@@ -1,5 +1,6 @@
-# What `cmake --install` installs: component `quomi`, the shared library with the headers that quomi/quomi.h reaches, and
-# component `posix`, the parts of a POSIX host. Both are found by find_package(quomi) and by pkg-config.
+# What `cmake --install` installs: component `quomi`, the shared library with the headers that quomi/quomi.h reaches;
+# component `posix`, the parts of a POSIX host; component `simulated`, the phone made of data, which needs both. All are
+# found by find_package(quomi), the library by pkg-config too.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -32,14 +33,22 @@ endfunction()
 set(public_headers)
 quomi_collect_headers(public_headers quomi/quomi.h)
 set(posix_headers hosts/posix/clock.h hosts/posix/console.h hosts/posix/defaults.h hosts/posix/files.h hosts/posix/run_loop.h)
+set(simulated_headers)
+foreach(header simulated_phone scripted_transport world_radio packet_file)
+  quomi_collect_headers(simulated_headers hosts/simulated/${header}.h)
+endforeach()
+list(REMOVE_ITEM simulated_headers ${public_headers} ${posix_headers})
 quomi_install_headers(quomi ${public_headers})
 quomi_install_headers(posix ${posix_headers})
+quomi_install_headers(simulated ${simulated_headers})
 
 install(TARGETS quomi_shared EXPORT quomi-targets COMPONENT quomi INCLUDES DESTINATION ${headers})
-install(TARGETS quomi_posix EXPORT quomi-posix-targets COMPONENT posix)
 install(EXPORT quomi-targets NAMESPACE quomi:: DESTINATION ${package} COMPONENT quomi)
-install(EXPORT quomi-posix-targets NAMESPACE quomi:: DESTINATION ${package} COMPONENT posix)
-set_target_properties(quomi_posix PROPERTIES EXPORT_NAME posix)
+foreach(host posix simulated)
+  install(TARGETS quomi_${host} EXPORT quomi-${host}-targets COMPONENT ${host})
+  install(EXPORT quomi-${host}-targets NAMESPACE quomi:: DESTINATION ${package} COMPONENT ${host})
+  set_target_properties(quomi_${host} PROPERTIES EXPORT_NAME ${host})
+endforeach()
 target_compile_features(quomi_shared PUBLIC cxx_std_20)
 
 configure_package_config_file(cmake/quomi-config.cmake.in quomi-config.cmake INSTALL_DESTINATION ${package})

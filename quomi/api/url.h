@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,7 +14,7 @@ using QueryParameters = std::vector<std::pair<std::string, std::string>>;
 
 /// The URL in absolute form when it is an http or https URL with a host; empty for everything else. Characters that no
 /// URL may hold (blanks, controls, non-ASCII) are percent-encoded rather than refused.
-[[nodiscard]] std::optional<std::string> normalizedHttpUrl(std::string_view url);
+[[nodiscard]] QUOMI_EXPORT std::optional<std::string> normalizedHttpUrl(std::string_view url);
 
 /// The text with every character that no URL may hold (blanks, controls, braces, non-ASCII) percent-encoded.
 [[nodiscard]] std::string withoutForbiddenCharacters(std::string_view url);

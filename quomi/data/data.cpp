@@ -83,7 +83,15 @@ bool QuomiData::removeEverything() {
 
 std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfoWithoutCreateByDefault(ErrorSlot error) {
     static const Query<QuomiStatusInfo> first("LIMIT 1");
-    return currentObjectContext().fetchFirst(first, {}, error);
+    auto& context = currentObjectContext();
+    if (&context != &objectContext_) return context.fetchFirst(first, {}, error);
+    const auto version = file_->versionByOthers();
+    if (status_ == nullptr || status_->context() != &context || !version || version != statusVersion_) {
+        status_.reset();
+        status_ = context.fetchFirst(first, {}, error);
+        statusVersion_ = version;
+    }
+    return status_;
 }
 
 std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfo(ErrorSlot error) {

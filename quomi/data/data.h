@@ -201,6 +201,9 @@ private:
     const QuomiErrors& errors_;
     std::unique_ptr<StoreFile> file_;
     ObjectContext objectContext_;
+    // Asked for at every event, and so held for as long as no other process of the app has written.
+    std::shared_ptr<QuomiStatusInfo> status_;
+    std::optional<std::int64_t> statusVersion_;
     std::unique_ptr<ObjectContext> backgroundObjectContext_;
     int backgroundUsers_ = 0;
     EventUploadLoop uploadLoop_;

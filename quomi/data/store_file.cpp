@@ -262,6 +262,16 @@ bool StoreFile::wipeFreePages(std::optional<Error>* error) {
         error);
 }
 
+std::optional<std::int64_t> StoreFile::versionByOthers() const {
+    std::optional<std::int64_t> version;
+    perform([&] {
+        auto& query = statements_->prepared(*database_, "PRAGMA data_version");
+        if (query.step()) version = query.integer(0);
+        query.reset();
+    });
+    return version;
+}
+
 void StoreFile::begin() {
     if (isInTransaction_) return;
     statement("BEGIN IMMEDIATE").exec();

@@ -2,6 +2,7 @@
 
 #include "quomi/util/error.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -49,6 +50,9 @@ public:
     void commit();
     /// A point to go back to, in the open transaction or without one.
     void openSavepoint();
+
+    /// A number that is another one once another connection has changed the file. Nothing when it cannot be read.
+    [[nodiscard]] std::optional<std::int64_t> versionByOthers() const;
 
     /// Leaves nothing of removed rows in the file, its free pages and its log. Outside of transactions.
     bool wipeFreePages(std::optional<Error>* error = nullptr);

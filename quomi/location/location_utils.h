@@ -1,12 +1,13 @@
 #pragma once
 
 #include "quomi/platform/location.h"
+#include "quomi/util/export.h"
 
 namespace quomi {
 
 /// Geometry on the ground. Latitudes and longitudes in degrees on WGS 84, distances along the geodesic in metres. Any
 /// thread; nothing fails.
-struct QuomiLocationUtils {
+struct QUOMI_EXPORT QuomiLocationUtils {
     /// Whether the point is at most `regionRadius` metres from the centre. No where the distance is no number.
     [[nodiscard]] static bool pointIsInRegion(double pointLatitude, double pointLongitude, double regionCenterLatitude,
                                               double regionCenterLongitude, double regionRadius);

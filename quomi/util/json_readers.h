@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quomi/util/error.h"
+#include "quomi/util/export.h"
 #include "quomi/util/number.h"
 #include "quomi/util/time.h"
 
@@ -20,10 +21,11 @@ inline constexpr int kJSONErrorCode = 3840;
 /// Reads a JSON text, a single value such as `3` included. Empty for anything that is not exactly one JSON value in
 /// valid UTF-8: trailing text, more than 64 levels of arrays and objects, a number beyond a double's range. Never
 /// throws.
-[[nodiscard]] std::optional<boost::json::value> parseJson(std::string_view text, std::optional<Error>* error = nullptr);
+[[nodiscard]] QUOMI_EXPORT std::optional<boost::json::value> parseJson(std::string_view text,
+                                                                       std::optional<Error>* error = nullptr);
 
 /// The number that a value is: a JSON number, or a boolean as 0 or 1. Empty for anything else and for null pointers.
-[[nodiscard]] std::optional<Number> numberOf(const boost::json::value* value);
+[[nodiscard]] QUOMI_EXPORT std::optional<Number> numberOf(const boost::json::value* value);
 [[nodiscard]] boost::json::value toJson(const Number& number);
 
 /// Tolerant readers of a dictionary. A missing key gives the default, and so does a value of a type that the reader
@@ -32,7 +34,8 @@ inline constexpr int kJSONErrorCode = 3840;
 namespace QuomiUtils {
 
 /// A number's or boolean's truth. Texts, even "true", give the default.
-[[nodiscard]] bool boolForKey(const boost::json::object& dictionary, std::string_view key, bool defaultValue);
+[[nodiscard]] QUOMI_EXPORT bool boolForKey(const boost::json::object& dictionary, std::string_view key,
+                                           bool defaultValue);
 
 /// A number, or the number at the beginning of a text (`doubleOfText`: 0 when there is none). A text of blanks gives
 /// the default.
@@ -45,8 +48,9 @@ template <std::convertible_to<Number> Default>
 }
 
 /// A text; a number's text; an array or object as JSON. Null gives the default.
-[[nodiscard]] std::optional<std::string> stringForKey(const boost::json::object& dictionary, std::string_view key,
-                                                      const std::optional<std::string>& defaultValue);
+[[nodiscard]] QUOMI_EXPORT std::optional<std::string> stringForKey(const boost::json::object& dictionary,
+                                                                   std::string_view key,
+                                                                   const std::optional<std::string>& defaultValue);
 template <std::convertible_to<std::string_view> Default>
 [[nodiscard]] std::string stringForKey(const boost::json::object& dictionary, std::string_view key,
                                        const Default& defaultValue) {
@@ -54,8 +58,9 @@ template <std::convertible_to<std::string_view> Default>
 }
 
 /// The array or dictionary inside `dictionary`, as long as that lives.
-[[nodiscard]] const boost::json::array* arrayForKey(const boost::json::object& dictionary, std::string_view key,
-                                                    const boost::json::array* defaultValue = nullptr);
+[[nodiscard]] QUOMI_EXPORT const boost::json::array* arrayForKey(const boost::json::object& dictionary,
+                                                                 std::string_view key,
+                                                                 const boost::json::array* defaultValue = nullptr);
 [[nodiscard]] const boost::json::object* dictionaryForKey(const boost::json::object& dictionary, std::string_view key,
                                                           const boost::json::object* defaultValue = nullptr);
 

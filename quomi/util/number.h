@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <concepts>
 #include <cstdint>
 #include <limits>
@@ -46,7 +48,7 @@ public:
     constexpr Number(T value) : value_(store(value)) {}
     constexpr Number(double value) : value_(value) {}
 
-    [[nodiscard]] double doubleValue() const;
+    [[nodiscard]] QUOMI_EXPORT double doubleValue() const;
     /// True for anything but zero.
     [[nodiscard]] bool boolValue() const { return doubleValue() != 0; }
     /// As an integer of the type, by the rules of `saturate`.

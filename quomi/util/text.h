@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/export.h"
+
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -13,7 +15,7 @@
 namespace quomi {
 
 /// The text without leading and trailing white space and line breaks, those beyond ASCII included. Points into `text`.
-[[nodiscard]] std::string_view trimmed(std::string_view text);
+[[nodiscard]] QUOMI_EXPORT std::string_view trimmed(std::string_view text);
 
 /// The parts between the separators, empty ones included; a text without separator is one part. Point into `text`.
 [[nodiscard]] std::vector<std::string_view> componentsSeparatedBy(std::string_view text, char separator);
