@@ -77,7 +77,8 @@ std::unique_ptr<WebPage> SimulatedScreens::presentWebPage(const std::shared_ptr<
     presenter->present(std::move(container));
     auto page = std::make_shared<Page>(Page{std::move(presenter), std::move(events), {}});
     pages_.push_back(page);
-    post(page, &WebPageEvents::didAppear);
+    // At once, not in a later turn: the page is on show before what was asked for after it.
+    tell(page->events.didAppear);
     return std::make_unique<OwnedPage>(*this, std::move(page));
 }
 

@@ -51,7 +51,8 @@ public:
 
     /// Root screen of the key window; null when there is no window.
     [[nodiscard]] virtual std::shared_ptr<Screen> rootScreen() const = 0;
-    /// Presents a page screen, in a navigation container, over the given one. Null when that is not possible.
+    /// Presents a page screen, in a navigation container, over the given one. Null when that is not possible. It may
+    /// appear before this returns.
     [[nodiscard]] virtual std::unique_ptr<WebPage> presentWebPage(const std::shared_ptr<Screen>& over,
                                                                   WebPageEvents events) = 0;
     /// Shows an alert with one button over the given screen.

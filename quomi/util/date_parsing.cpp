@@ -2,6 +2,7 @@
 #include "quomi/util/text_scanner.h"
 
 #include <date/date.h>
+#include <fmt/format.h>
 
 namespace quomi::QuomiUtils {
 
@@ -88,6 +89,17 @@ std::optional<Duration> takeZone(TextScanner& scanner) {
     return takeOffset(scanner, true);
 }
 
+/// The day that log lines give with this year, that of its week. One that none would give so is the calendar's.
+std::optional<date::sys_days> dayOfWeekYear(int weekYear, int month, int dayOfMonth) {
+    const bool isNearNewYear = (month == 12 && dayOfMonth > 28) || (month == 1 && dayOfMonth < 4);
+    if (!isNearNewYear) return dayOf(weekYear, month, dayOfMonth);
+    for (const int year : {weekYear, weekYear - 1, weekYear + 1}) {
+        const auto day = dayOf(year, month, dayOfMonth);
+        if (day && logDateString(*day, "UTC").starts_with(fmt::format("{:04}-", weekYear))) return day;
+    }
+    return dayOf(weekYear, month, dayOfMonth);
+}
+
 }  // namespace
 
 std::optional<WallTime> isoDate(std::string_view text) {
@@ -118,7 +130,7 @@ std::optional<WallTime> parseLogDate(std::string_view text) {
     const auto second = scanner.takeNumber(2, 0, 59);
     if (!second || !scanner.take(' ')) return std::nullopt;
     const auto offset = takeOffset(scanner, false);
-    const auto day = dayOf(*year, *month, *dayOfMonth);
+    const auto day = dayOfWeekYear(*year, *month, *dayOfMonth);
     if (!offset || !day || !scanner.atEnd()) return std::nullopt;
     return *day + hours(*hour) + minutes(*minute) + seconds(*second) - *offset;
 }

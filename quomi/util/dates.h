@@ -61,8 +61,8 @@ struct CalendarTime {
 /// form.
 [[nodiscard]] std::string logDateString(WallTime date, std::string_view zone);
 
-/// Reads exactly what `logDateString` writes, taking the year for a calendar year. Outside the days around New Year the
-/// date comes back as it was, to the second.
+/// Reads exactly what `logDateString` writes; written again it is the same text. Of two days that are written alike
+/// around New Year it is the one in that calendar year; all others come back as they were, to the second.
 [[nodiscard]] std::optional<WallTime> parseLogDate(std::string_view text);
 
 /// A date's plain description, always UTC: "2026-11-21 03:33:48 +0000".

@@ -127,7 +127,10 @@ TEST(LogDate, WritesTheYearOfTheWeek) {
         {"2027-01-01T12:00:00Z", "UTC", "2026-01-01 12:00:00 +0000"},
         {"2024-12-29T23:30:00Z", "Europe/Berlin", "2025-12-30 00:30:00 +0100"},
     };
-    for (const auto& [date, zone, expected] : cases) EXPECT_EQ(logDateString(at(date), zone), expected);
+    for (const auto& [date, zone, expected] : cases) {
+        EXPECT_EQ(logDateString(at(date), zone), expected);
+        EXPECT_EQ(logDateString(parseLogDate(expected).value_or(WallTime()), zone), expected) << "it keeps its text";
+    }
 }
 
 TEST(LogDate, ComesBackAsItWasAwayFromNewYear) {

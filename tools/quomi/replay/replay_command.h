@@ -14,8 +14,8 @@ public:
     explicit ReplayCommand(bool colour) : colour_(colour) {}
 
     /// `args` are those after the command's name. Exit status: 0 played to the end (or help was asked for); 2 the
-    /// arguments are wrong or the visit cannot be read or is not valid, with one line on `err` and nothing played;
-    /// 1 anything else.
+    /// visit cannot be read or is not valid, with one line on `err` and nothing played; 1 anything else, wrong
+    /// arguments included.
     int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err) const;
 
 private:
