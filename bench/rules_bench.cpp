@@ -263,10 +263,11 @@ void latchTimerBeside(benchmark::State& state) {
     const auto platform = phone.platform();
     LatchTimers timers(platform.runLoop, [](const Latch&) {}, {});
     for (int number = 0; number < state.range(0); ++number) {
-        timers.start({fmt::format("b{}", number % 100), "r", kTriggerOnEntry}, 1'000'000 + number);
+        timers.start({fmt::format("b{}", number % 100), "r", kTriggerOnEntry},
+                     std::chrono::seconds(1'000'000 + number));
     }
     for (auto _ : state) {
-        timers.start({"new", "r", kTriggerOnEntry}, 1000);
+        timers.start({"new", "r", kTriggerOnEntry}, std::chrono::seconds(1000));
         timers.clear("new");
     }
 }
@@ -277,7 +278,7 @@ void hourBesideLatchTimers(benchmark::State& state) {
     const auto platform = phone.platform();
     LatchTimers timers(platform.runLoop, [](const Latch&) {}, {});
     for (int number = 0; number < state.range(0); ++number) {
-        timers.start({fmt::format("b{}", number), "r", kTriggerOnEntry}, 2'000'000'000 + number);
+        timers.start({fmt::format("b{}", number), "r", kTriggerOnEntry}, std::chrono::seconds(2'000'000'000 + number));
     }
     for (auto _ : state) phone.advanceBy(std::chrono::hours(1));
 }

@@ -44,6 +44,11 @@ Fields counterFields(AttributeType underGlobalCounter) {
             field<&R::useRuleMaxMediumFar>("useRuleMaxMediumFar", kRequired, "0")};
 }
 
+/// A whole number by its type; a column of integers keeps parts of a second too.
+Field latchTimeField() {
+    return field<&RuleWithActions::latchTime>("latchTime", kRequired, "0", AttributeType::integer32);
+}
+
 Fields validityFields() {
     using O = RuleOwner;
     return {field<&O::startDate>("startDate", kOptional), field<&O::endDate>("endDate", kOptional),
@@ -102,7 +107,7 @@ Fields geofenceRuleFields() {
     using R = QuomiGeofenceRuleWithActions;
     return Fields{field<&R::ruleId>("ruleId", kRequired), field<&R::trigger>("trigger", kRequired)} + limitFields() +
            Fields{field<&R::maxDistanceMediumFar>("maxDistanceMediumFar", kRequired, "10", AttributeType::integer16),
-                  field<&R::latchTime>("latchTime", kRequired, "0"),
+                  latchTimeField(),
                   field<&R::maxSpeedToNotifyUserThreshold>("maxSpeedToNotifyUserThreshold", kOptional)} +
            counterFields(AttributeType::number);
 }
@@ -115,7 +120,7 @@ Fields beaconRuleFields() {
            limitFields() +
            Fields{field<&R::priority>("priority", kRequired, "1"),
                   field<&R::maxDistanceMediumFar>("maxDistanceMediumFar", kRequired, "10", AttributeType::integer16),
-                  field<&R::latchTime>("latchTime", kRequired, "0")} +
+                  latchTimeField()} +
            counterFields(AttributeType::boolean);
 }
 

@@ -2,6 +2,8 @@
 
 #include "quomi/util/json_readers.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include <boost/json/array.hpp>
@@ -89,7 +91,8 @@ void readCommon(RuleWithActions& rule, const Reader& reader) {
     rule.minGroupEventsPeriod = reader.integer("min_group_events_period");
     rule.maxGroupEvents = reader.integer("max_group_events");
     rule.maxGroupEventsPeriod = reader.integer("max_group_events_period");
-    rule.latchTime = reader.integer("latch_time");
+    constexpr double longest = std::numeric_limits<std::int32_t>::max();
+    rule.latchTime = std::clamp(reader.real("latch_time"), -longest, longest);
 }
 
 void readRule(QuomiGeofenceRuleWithActions& rule, const Reader& reader) {

@@ -42,8 +42,8 @@ struct RuleWithActions : ManagedObject {
     std::int32_t maxGroupEvents = 0;
     std::int32_t maxGroupEventsPeriod = 0;
     std::int32_t maxDistanceMediumFar = 10;  ///< metres
-    std::int32_t latchTime = 0;
-    std::int32_t triggersCount = 0;  ///< events counted, ever
+    double latchTime = 0;                    ///< parts of a second count
+    std::int32_t triggersCount = 0;          ///< events counted, ever
     WallTime lastTriggerDate{};
     std::string actions;  ///< a JSON array of the actions' dictionaries; empty for none
     History history;      ///< events counted, as far back as a limit asks

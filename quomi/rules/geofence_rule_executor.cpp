@@ -81,7 +81,7 @@ void QuomiGeofenceActionExecutor::executeRule(const Rule& rule, const Geofence& 
     if (rule->latchTime <= 0) return executeActionsOfRule(*rule, *geofence);
     if (rule->trigger == kTriggerOnEntry) return startLatch(*rule, *geofence);
     const auto stayed = context().platform.clock.now() - geofence->lastEnteredAt;
-    if (stayed >= std::chrono::seconds(rule->latchTime)) return executeActionsOfRule(*rule, *geofence);
+    if (stayed >= toDuration(Seconds(rule->latchTime))) return executeActionsOfRule(*rule, *geofence);
     report(*rule, *geofence, RuleDecision::visitTooShort, [&] {
         return json::object{{"seconds", toSeconds(stayed)}, {"limit", rule->latchTime}};
     });

@@ -1,9 +1,7 @@
 #include "quomi/rules/latch_timers.h"
 
 #include "quomi/platform/run_loop.h"
-#include "quomi/util/time.h"
 
-#include <chrono>
 #include <utility>
 
 namespace quomi {
@@ -18,11 +16,10 @@ LatchTimers::LatchTimers(RunLoop& runLoop, Handler expired, Handler cancelled)
 
 LatchTimers::~LatchTimers() = default;
 
-void LatchTimers::start(Latch latch, std::int64_t seconds) {
+void LatchTimers::start(Latch latch, Duration latchTime) {
     const auto number = ++started_;
     const auto regionID = latch.latchTimeRegionID;
-    auto timer =
-        runLoop_.scheduleOnce(std::chrono::seconds(seconds), [this, regionID, number] { fire(regionID, number); });
+    auto timer = runLoop_.scheduleOnce(latchTime, [this, regionID, number] { fire(regionID, number); });
     delayedRulesExecutionTimers_[regionID].emplace(
         number, std::make_unique<Pending>(Pending{std::move(latch), std::move(timer)}));
 }

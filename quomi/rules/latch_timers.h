@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/time.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -35,7 +37,7 @@ public:
     LatchTimers& operator=(const LatchTimers&) = delete;
 
     /// Two events for one rule make two timers.
-    void start(Latch latch, std::int64_t seconds);
+    void start(Latch latch, Duration latchTime);
     void clearAll();
     void clear(const std::string& regionID);
     [[nodiscard]] std::size_t count() const;

@@ -93,7 +93,8 @@ bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner) {
 }
 
 void RuleExecutor::startLatch(const RuleWithActions& rule, const RuleOwner& owner) {
-    delayedRulesExecutionTimers_.start({owner.identifier(), rule.ruleId.value_or(""), rule.trigger}, rule.latchTime);
+    delayedRulesExecutionTimers_.start({owner.identifier(), rule.ruleId.value_or(""), rule.trigger},
+                                       toDuration(Seconds(rule.latchTime)));
     report(rule, owner, RuleDecision::latched, [&rule] { return json::object{{"seconds", rule.latchTime}}; });
 }
 

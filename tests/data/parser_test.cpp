@@ -166,7 +166,7 @@ constexpr const char* kEverythingOfAPlace = R"("id": "x", "name": "n", "lat": "1
 constexpr const char* kEverythingOfARule = R"("trigger": "on_exit", "proximity": 2, "proximity_end": 4,
     "min_events": 1, "min_events_period": 2, "max_events": 3, "max_events_period": 4, "min_group_events": 5,
     "min_group_events_period": 6, "max_group_events": 7, "max_group_events_period": 8, "priority": 9,
-    "max_distance_medium_far": 11.9, "latch_time": 12, "under_global_counter": 0, "use_rule_max_medium_far": 1)";
+    "max_distance_medium_far": 11.9, "latch_time": 12.5, "under_global_counter": 0, "use_rule_max_medium_far": 1)";
 
 TEST_F(Parser, AWholeGeofence) {
     settings.namespace_ = "shop";
@@ -182,7 +182,7 @@ TEST_F(Parser, AWholeGeofence) {
         "timeZone_utcOffset": 32767, "timeZone_dst": true})");
     expectAttributes(*geofence->rules().front(), R"({"ruleId": "r", "trigger": "on_exit", "minEvents": 1,
         "minEventsPeriod": 2, "maxEvents": 3, "maxEventsPeriod": 4, "minGroupEvents": 5, "minGroupEventsPeriod": 6,
-        "maxGroupEvents": 7, "maxGroupEventsPeriod": 8, "maxDistanceMediumFar": 10, "latchTime": 12,
+        "maxGroupEvents": 7, "maxGroupEventsPeriod": 8, "maxDistanceMediumFar": 10, "latchTime": 12.5,
         "maxSpeedToNotifyUserThreshold": null, "actions": "[{\"action_type\":\"notify_server\",\"action_param\":\"5\"},{\"action_type\":\"notify_user\",\"action_param\":\"m\"},{\"action_type\":\"open_url\",\"action_param\":\"u\"}]",
         "underGlobalCounter": true, "useRuleMaxMediumFar": false})");
     EXPECT_EQ(data->getSDKStatusInfo()->lastGeofencesDataUpdatedAt, at(1000));
@@ -203,7 +203,7 @@ TEST_F(Parser, AWholeBeacon) {
     expectAttributes(*beacon->rules().front(), R"({"ruleId": "7", "trigger": "on_exit", "proximity": 2,
         "proximityEnd": 4, "minEvents": 1, "minEventsPeriod": 2, "maxEvents": 3, "maxEventsPeriod": 4,
         "minGroupEvents": 5, "minGroupEventsPeriod": 6, "maxGroupEvents": 7, "maxGroupEventsPeriod": 8, "priority": 9,
-        "maxDistanceMediumFar": 11, "latchTime": 12, "actions": "", "underGlobalCounter": false,
+        "maxDistanceMediumFar": 11, "latchTime": 12.5, "actions": "", "underGlobalCounter": false,
         "useRuleMaxMediumFar": true})");
 }
 
@@ -251,7 +251,7 @@ TEST_F(Parser, Defaults) {
         expectAttributes(*beacon->rules().front(), R"({"ruleId": "r", "trigger": "", "proximity": -1,
             "proximityEnd": -1, "minEvents": 0, "minEventsPeriod": 0, "maxEvents": 0, "maxEventsPeriod": 0,
             "minGroupEvents": 0, "minGroupEventsPeriod": 0, "maxGroupEvents": 0, "maxGroupEventsPeriod": 0,
-            "priority": 1, "maxDistanceMediumFar": 10, "latchTime": 0, "actions": "", "underGlobalCounter": true,
+            "priority": 1, "maxDistanceMediumFar": 10, "latchTime": 0.0, "actions": "", "underGlobalCounter": true,
             "useRuleMaxMediumFar": false})");
     }
     ASSERT_TRUE(parseBeacons(beaconsAnswer(R"({"timezone": {}, "start": "soon", "rules_actions": [{"id": "q",

@@ -100,13 +100,13 @@ TEST_F(RuleTest, LatchTimeEndsWithAnotherLookAtTheBeacon) {
         const auto seen = beaconWith(rule("r", {}, [&](auto& r) {
             r.trigger = trigger;
             r.proximityEnd = 2;
-            r.latchTime = 30;
+            r.latchTime = 0.5;
         }));
         hear(proximity);
         const bool isEntry = std::string_view(trigger) == kTriggerOnEntry;
         EXPECT_TRUE(isEntry ? beacons_->executeRegionEnteredActions(seen) : beacons_->executeRegionExitedActions(seen));
-        EXPECT_THAT(taken(), ElementsAre(R"(r latched {"seconds":30})"));
-        phone_.advanceBy(seconds(30) - Duration(1));
+        EXPECT_THAT(taken(), ElementsAre(R"(r latched {"seconds":5E-1})"));
+        phone_.advanceBy(std::chrono::milliseconds(500) - Duration(1));
         EXPECT_THAT(taken(), IsEmpty());
         phone_.advanceBy(Duration(1));
         EXPECT_THAT(taken(), ElementsAre(message, outcome));

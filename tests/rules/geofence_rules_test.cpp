@@ -40,7 +40,7 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
     const auto judged = rule<GeofenceRule>("r", {kNotify}, latched);
     auto place = geofenceWith(judged);
     EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(place));
-    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r latched {"seconds":60})"));
+    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r latched {"seconds":6E1})"));
     EXPECT_EQ(judged->triggersCount, 1);
     phone_.advanceBy(seconds(60));
     EXPECT_THAT(taken(), ElementsAre("notifies Hello", kRan));
@@ -63,7 +63,7 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
     EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(place));
     phone_.advanceBy(seconds(599));
     EXPECT_TRUE(geofences_->executeGeofenceExitedActions(place));
-    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r visitTooShort {"seconds":5.99E2,"limit":600})"));
+    EXPECT_THAT(taken(), ElementsAre("trigger r", R"(r visitTooShort {"seconds":5.99E2,"limit":6E2})"));
     EXPECT_EQ(data_->getGeofenceRuleById("r")->triggersCount, 1);
     phone_.advanceBy(seconds(1));
     EXPECT_TRUE(geofences_->executeGeofenceExitedActions(place));

@@ -115,7 +115,7 @@ constexpr Key kGeofenceRule[] = {
     {"min_events_period", count},       {"max_events", count},
     {"max_events_period", count},       {"min_group_events", count},
     {"min_group_events_period", count}, {"max_group_events", count},
-    {"max_group_events_period", count}, {"latch_time", count},
+    {"max_group_events_period", count}, {"latch_time", number<0, kMaxCount>},
 };
 
 constexpr Key kOnlyBeaconRule[] = {

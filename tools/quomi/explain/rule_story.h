@@ -4,8 +4,10 @@
 #include "tools/quomi/timeline/local_clock.h"
 
 #include <cstddef>
+#include <deque>
 #include <iosfwd>
 #include <optional>
+#include <set>
 #include <string>
 
 #include <boost/json/object.hpp>
@@ -26,6 +28,10 @@ public:
 
 private:
     [[nodiscard]] std::string moment(double seconds) const;
+    [[nodiscard]] std::string reason(const boost::json::object& record) const;
+    /// Takes note of the waits that begin and end; whether the decision ends one.
+    bool endsWait(const std::string& decision);
+    void noteLimit(const std::string& decision, const boost::json::object& detail);
     [[nodiscard]] std::string next() const;
     [[nodiscard]] std::optional<std::string> whenLimitAllows() const;
 
@@ -36,9 +42,11 @@ private:
     const std::optional<double> at_;
     std::size_t outcomes_ = 0;
     std::size_t executed_ = 0;
-    bool isInWait_ = false;
-    boost::json::object last_;   // the rule's last record
-    boost::json::object limit_;  // detail of the last one that a limit stopped
+    std::deque<double> latchEnds_;  // of the latch times that run, in order
+    std::size_t unanswered_ = 0;    // requests to its server
+    boost::json::object last_;      // the rule's last record
+    boost::json::object limit_;     // detail of the limit that stopped it last, until it passes the limits again
+    std::set<std::string> others_;  // rules that events reached
 };
 
 }  // namespace quomi::tool

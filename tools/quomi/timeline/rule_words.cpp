@@ -1,5 +1,6 @@
 #include "tools/quomi/timeline/rule_words.h"
 
+#include "quomi/beacons/proximity.h"
 #include "tools/quomi/timeline/beacon_names.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
@@ -38,15 +39,20 @@ std::string inactive(const Detail& detail) {
     return code == "204" ? "its owner is outside its opening hours" : "its owner is outside its dates or opening hours";
 }
 
-std::string outOfRange(const Detail& detail) {
-    auto text =
-        fmt::format("moved from {} to {}", proximity(fieldOf(detail, "previous")), proximity(fieldOf(detail, "new")));
+/// How the beacon moved; a beacon that is found comes from nowhere, and one that is lost goes there.
+std::string movement(const Detail& detail) {
+    const auto& previous = fieldOf(detail, "previous");
+    const auto& now = fieldOf(detail, "new");
+    if (previous == QuomiProximityUndetermined) return "found " + proximity(now);
+    if (now == QuomiProximityUndetermined) return "lost when " + proximity(previous);
+    return fmt::format("moved from {} to {}", proximity(previous), proximity(now));
+}
+
+std::string outOfRange(const Detail& detail, const std::string& trigger) {
     const auto* range = fieldOf(detail, "range").if_array();
-    if (range != nullptr && range->size() == 2) {
-        text +=
-            fmt::format(", which does not cross its range, {} to {}", proximity((*range)[0]), proximity((*range)[1]));
-    }
-    return text;
+    if (range == nullptr || range->size() != 2) return movement(detail);
+    return fmt::format("{}, which does not {} its range, {} to {}", movement(detail),
+                       trigger == "on_exit" ? "leave" : "enter", proximity((*range)[0]), proximity((*range)[1]));
 }
 
 std::string span(const Detail& detail, const char* key) {
@@ -70,14 +76,13 @@ using Words = std::string (*)(const Detail&);
 const std::map<std::string_view, Words>& wordsOfDecisions() {
     static const std::map<std::string_view, Words> words = {
         {"inactive", inactive},
-        {"outOfRange", outOfRange},
         {"tooFast",
          [](const Detail& d) {
              return fmt::format("moving too fast: {} of {}", textOf(d, "speed"), textOf(d, "limit"));
          }},
         {"latched", [](const Detail& d) { return "waits " + span(d, "seconds"); }},
         {"latchBroken", [](const Detail&) -> std::string { return "no longer held after the wait"; }},
-        {"latchCancelled", [](const Detail&) -> std::string { return "its wait was ended"; }},
+        {"latchCancelled", [](const Detail&) -> std::string { return "its wait was ended by the SDK"; }},
         {"visitTooShort",
          [](const Detail& d) {
              return fmt::format("visit too short: {} of {}", span(d, "seconds"), span(d, "limit"));
@@ -93,7 +98,8 @@ const std::map<std::string_view, Words>& wordsOfDecisions() {
         {"ruleMin", [](const Detail& d) { return "counted, needs more events: " + counted(d); }},
         {"groupMin", [](const Detail& d) { return "counted, its group needs more events: " + counted(d); }},
         {"saveFailed", [](const Detail&) -> std::string { return "could not be counted"; }},
-        {"serverDisabled", [](const Detail&) -> std::string { return "asks a server, which is switched off"; }},
+        {"serverDisabled",
+         [](const Detail&) -> std::string { return "asks a server, and server notifications are off"; }},
         {"vetoed", [](const Detail& d) { return "refused by the app: " + textOf(d, "action"); }},
         {"askServer", [](const Detail& d) { return "asks its server " + clipped(textOf(d, "url"), kLongestURL); }},
         {"serverOrdered", [](const Detail& d) { return "its server ordered instead: " + listed(d, "actions"); }},
@@ -110,6 +116,7 @@ const std::map<std::string_view, Words>& wordsOfDecisions() {
 std::string ruleReason(const json::object& record) {
     const auto decision = textOf(record, "decision");
     const auto& detail = objectOf(record, "detail");
+    if (decision == "outOfRange") return outOfRange(detail, textOf(record, "trigger"));
     const auto words = wordsOfDecisions().find(decision);
     if (words != wordsOfDecisions().end()) return words->second(detail);
     return detail.empty() ? decision : decision + "  " + pairsText(detail);
