@@ -2,6 +2,7 @@
 // lookups by key in a store of the same size that holds none of them.
 
 #include "bench/bench_phone.h"
+#include "bench/measure.h"
 #include "quomi/data/schema.h"
 
 #include <vector>
@@ -86,20 +87,13 @@ void rangingReport(benchmark::State& state, std::shared_ptr<QuomiSDKDelegate> de
     bench.phone.runTurns();
 
     Lookups lookups(bench.phone.container() / "lookups.sqlite");
-    double ours = 0;
-    double floor = 0;
-    for (auto _ : state) {
-        const double elapsed = secondsOf([&] {
+    compare(
+        state, 3,
+        [&] {
             bench.phone.range(beacons);
             bench.phone.runTurns();
-        });
-        floor += secondsOf([&] { benchmark::DoNotOptimize(lookups.run(beacons)); });
-        ours += elapsed;
-        state.SetIterationTime(elapsed);
-    }
-    state.counters["floor_us"] = floor * 1e6 / static_cast<double>(state.iterations());
-    state.counters["ratio"] = ours / floor;
-    state.counters["bound"] = 3;
+        },
+        [&] { benchmark::DoNotOptimize(lookups.run(beacons)); });
 }
 
 void rangingReportHostHearsNothing(benchmark::State& state) {

@@ -3,7 +3,6 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/sdk.h"
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
 
@@ -22,13 +21,5 @@ struct BenchPhone {
     QuomiSettings settings;
     QuomiSDK sdk;
 };
-
-/// Runs the work once and gives the time that it took.
-template <class Work>
-[[nodiscard]] double secondsOf(Work&& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 }  // namespace quomi::bench

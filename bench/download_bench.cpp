@@ -3,6 +3,7 @@
 
 #include "bench/bench_phone.h"
 #include "bench/bench_store.h"
+#include "bench/measure.h"
 #include "quomi/data/schema.h"
 
 #include <cstdio>

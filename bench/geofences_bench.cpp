@@ -1,20 +1,17 @@
 // Positions in a large store, and ten hours on foot.
 
 #include "bench/bench_phone.h"
+#include "bench/bench_replay.h"
 #include "bench/bench_store.h"
+#include "bench/measure.h"
 #include "hosts/simulated/scripted_transport.h"
-#include "tools/quomi/replay/replay_command.h"
 
 #include <cmath>
-#include <ctime>
 #include <fstream>
-#include <iostream>
-#include <malloc.h>
 
 #include <benchmark/benchmark.h>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 namespace quomi::bench {
@@ -22,15 +19,6 @@ namespace {
 
 constexpr double kLatitude = 52.6;
 constexpr double kLongitude = 13.6;
-
-double processorSeconds() {
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
-std::size_t heapInUse() {
-    const auto heap = ::mallinfo2();
-    return heap.uordblks + heap.hblkhd;
-}
 
 /// 100,000 geofences, of which about 2,500 lie within a degree: 40 to a degree of latitude, 15 to one of longitude.
 void placeInCountry(int number, QuomiGeofence& geofence) {
@@ -69,26 +57,18 @@ void positionAmongManyGeofences(benchmark::State& state) {
     goTo(kLatitude);
     bench.phone.advanceBy(std::chrono::seconds(1));
     store.data = QuomiData::create(file, false, store.platform, store.errors);
-    double sum = 0;
-    double floorSum = 0;
     double step = 0;
     std::size_t found = 0;
-    for (auto _ : state) {
-        step = step > 0.0005 ? 0 : step + 0.0001;
-        floorSum += secondsOf([&] {
+    compare(
+        state, 1.5, [&] { goTo(kLatitude + step); },
+        [&] {
+            step = step > 0.0005 ? 0 : step + 0.0001;
             for (int query = 0; query < 2; ++query) {
                 found = store.data->findNearbyGeofences(kLatitude + step, kLongitude).size();
             }
         });
-        const double elapsed = secondsOf([&] { goTo(kLatitude + step); });
-        sum += elapsed;
-        state.SetIterationTime(elapsed);
-    }
     if (bench.phone.monitoredRegions().size() != 20) state.SkipWithError("the phone does not watch what it can");
     state.counters["found"] = static_cast<double>(found);
-    state.counters["floor_us"] = floorSum * 1e6 / static_cast<double>(state.iterations());
-    state.counters["ratio"] = sum / floorSum;
-    state.counters["bound"] = 1.5;
 }
 
 constexpr int kHours = 10;
@@ -134,8 +114,7 @@ boost::json::array geofencesOnTheWay() {
     return geofences;
 }
 
-std::filesystem::path writeWalk(const std::filesystem::path& folder, int hours) {
-    writeTrack(folder / "way.gpx", hours);
+boost::json::object walkPast20Geofences() {
     const boost::json::object done{{"json", {{"success", true}}}};
     const boost::json::object application{{"success", true},
                                           {"namespace_uid", "shop"},
@@ -148,48 +127,33 @@ std::filesystem::path writeWalk(const std::filesystem::path& folder, int hours) 
                                         {"query_params", area},
                                         {"valid_until", "2100-01-01T00:00:00Z"},
                                         {"remove_ids", boost::json::array()}};
-    const boost::json::object visit{
-        {"visit", 1},
-        {"start", "2026-05-09T06:00:00Z"},
-        {"app",
-         {{"namespace", "shop"},
-          {"properties", {{"beaconsEnabled", false}, {"geofencesEnabled", true}}},
-          {"settings", {{"stopUpdatingLocationAfterFirstUpdate", false}}}}},
-        {"backoffice",
-         {{"answers",
-           {{"GET /u_applications/query.json", {{"json", application}}},
-            {"GET /u_applications/limits.json", done},
-            {"GET /u_geofences/query.json", {{"json", geofences}}},
-            {"GET /u_beacons/query.json", done},
-            {"POST /u_app_users/find_or_create_by_udid.json", done},
-            {"POST /u_applications/shop/log_multi.json", done}}}}},
-        {"timeline", {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"walk", {{"gpx", "way.gpx"}}}}}}};
-    const auto path = folder / "walk.json";
-    std::ofstream(path) << boost::json::serialize(visit);
-    return path;
+    return {{"visit", 1},
+            {"start", "2026-05-09T06:00:00Z"},
+            {"app",
+             {{"namespace", "shop"},
+              {"properties", {{"beaconsEnabled", false}, {"geofencesEnabled", true}}},
+              {"settings", {{"stopUpdatingLocationAfterFirstUpdate", false}}}}},
+            {"backoffice",
+             {{"answers",
+               {{"GET /u_applications/query.json", {{"json", application}}},
+                {"GET /u_applications/limits.json", done},
+                {"GET /u_geofences/query.json", {{"json", geofences}}},
+                {"GET /u_beacons/query.json", done},
+                {"POST /u_app_users/find_or_create_by_udid.json", done},
+                {"POST /u_applications/shop/log_multi.json", done}}}}},
+            {"timeline", {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"walk", {{"gpx", "way.gpx"}}}}}}};
 }
 
-/// Played through `quomi replay --json` into a file.
 void tenHoursOnFoot(benchmark::State& state) {
     const BenchPhone directory;
-    const auto visit = writeWalk(directory.phone.container(), kHours);
-    double seconds = 0;
-    for (auto _ : state) {
-        std::ofstream trace(directory.phone.container() / "trace.jsonl");
-        const double begin = processorSeconds();
-        const int status = tool::ReplayCommand(false).run({visit.string(), "--json"}, trace, std::cerr);
-        const double elapsed = processorSeconds() - begin;
-        if (status != 0) return state.SkipWithError("the visit did not play");
-        seconds += elapsed;
-        state.SetIterationTime(elapsed);
-    }
-    std::ifstream trace(directory.phone.container() / "trace.jsonl");
+    const auto folder = directory.phone.container();
+    writeTrack(folder / "way.gpx", kHours);
+    std::ifstream trace(measureReplay(state, folder, walkPast20Geofences(), kHours * 3600.0));
     int entries = 0;
     for (std::string line; std::getline(trace, line);) {
         if (line.find("didReceiveEnterRegionNotification") != std::string::npos) ++entries;
     }
     state.counters["entries"] = entries;
-    state.counters["times_real"] = kHours * 3600.0 * static_cast<double>(state.iterations()) / seconds;
     state.counters["bound_s"] = 1;
 }
 

@@ -1,16 +1,11 @@
 // An hour with ten beacons in view, one report a second, played through `quomi replay --json` into a file.
 
 #include "bench/bench_phone.h"
-#include "tools/quomi/replay/replay_command.h"
-
-#include <ctime>
-#include <fstream>
-#include <iostream>
+#include "bench/bench_replay.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
-#include <boost/json/serialize.hpp>
 
 namespace quomi::bench {
 namespace {
@@ -20,6 +15,10 @@ constexpr int kBeacons = 10;
 
 boost::json::object hourInAShop() {
     const boost::json::object done{{"json", {{"success", true}}}};
+    const boost::json::object nothingNew{{"u_beacons", boost::json::array()},
+                                         {"query_params", boost::json::object()},
+                                         {"valid_until", "2100-01-01T00:00:00Z"},
+                                         {"remove_ids", boost::json::array()}};
     const boost::json::object application{{"json",
                                            {{"success", true},
                                             {"namespace_uid", "shop"},
@@ -43,31 +42,16 @@ boost::json::object hourInAShop() {
              {{"answers",
                {{"GET /u_applications/query.json", application},
                 {"GET /u_applications/limits.json", done},
+                {"GET /u_beacons/query.json", {{"json", nothingNew}}},
                 {"POST /u_app_users/find_or_create_by_udid.json", done},
                 {"POST /u_applications/shop/log_multi.json", done}}}}},
             {"timeline",
              {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"every", 1}, {"until", kSeconds}, {"range", beacons}}}}};
 }
 
-double processorSeconds() {
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 void replayOfAnHour(benchmark::State& state) {
     const BenchPhone directory;
-    const auto visit = directory.phone.container() / "hour.json";
-    std::ofstream(visit) << boost::json::serialize(hourInAShop());
-    double seconds = 0;
-    for (auto _ : state) {
-        std::ofstream trace(directory.phone.container() / "trace.jsonl");
-        const double begin = processorSeconds();
-        const int status = tool::ReplayCommand(false).run({visit.string(), "--json"}, trace, std::cerr);
-        const double elapsed = processorSeconds() - begin;
-        if (status != 0) return state.SkipWithError("the visit did not play");
-        seconds += elapsed;
-        state.SetIterationTime(elapsed);
-    }
-    state.counters["times_real"] = kSeconds * static_cast<double>(state.iterations()) / seconds;
+    measureReplay(state, directory.phone.container(), hourInAShop(), kSeconds);
     state.counters["bound_s"] = 0.4;
 }
 

@@ -2,6 +2,7 @@
 
 #include "bench/bench_phone.h"
 #include "bench/bench_store.h"
+#include "bench/measure.h"
 #include "hosts/simulated/scripted_transport.h"
 #include "quomi/api/api_client.h"
 #include "quomi/diagnostics/debug_log.h"
@@ -121,21 +122,6 @@ private:
                             "UPDATE QuomiBeaconRuleWithActions SET triggersCount = triggersCount + "
                             "1, lastTriggerDate = lastTriggerDate + 1 WHERE ruleId = 'r0'"};
 };
-
-template <class Ours, class Floor>
-void compare(benchmark::State& state, double bound, Ours&& ours, Floor&& floor) {
-    double sum = 0;
-    double floorSum = 0;
-    for (auto _ : state) {
-        floorSum += secondsOf(floor);
-        const double elapsed = secondsOf(ours);
-        sum += elapsed;
-        state.SetIterationTime(elapsed);
-    }
-    state.counters["floor_us"] = floorSum * 1e6 / static_cast<double>(state.iterations());
-    state.counters["ratio"] = sum / floorSum;
-    state.counters["bound"] = bound;
-}
 
 void foundBeaconWithTwentyRules(benchmark::State& state) {
     RuleBench bench(20, fivePass);

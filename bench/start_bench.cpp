@@ -2,9 +2,9 @@
 
 #include "bench/bench_phone.h"
 #include "bench/bench_store.h"
+#include "bench/measure.h"
 
 #include <filesystem>
-#include <malloc.h>
 
 #include <benchmark/benchmark.h>
 
@@ -58,16 +58,12 @@ BENCHMARK(startOfAFullStore)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 /// What a thousand starts and stops of one SDK leave on the heap.
 void memoryOfAThousandStarts(benchmark::State& state) {
-    const auto inUse = [] {
-        const auto heap = ::mallinfo2();
-        return static_cast<double>(heap.uordblks + heap.hblkhd);
-    };
     for (auto _ : state) {
         BenchPhone app;
         for (int i = 0; i < 20; ++i) startAndStop(app);
-        const double before = inUse();
+        const auto before = static_cast<double>(heapInUse());
         for (int i = 0; i < 1000; ++i) startAndStop(app);
-        state.counters["grown_bytes"] = inUse() - before;
+        state.counters["grown_bytes"] = static_cast<double>(heapInUse()) - before;
     }
     state.counters["bound_bytes"] = 1 << 20;
 }

@@ -2,6 +2,7 @@
 
 #include "bench/bench_phone.h"
 #include "bench/bench_store.h"
+#include "bench/measure.h"
 
 #include <vector>
 
@@ -12,22 +13,6 @@ namespace {
 
 WallTime dateOf(double seconds) {
     return WallTime(toDuration(Seconds(seconds)));
-}
-
-/// Time of our work and of its floor, in turns, so that both meet the same machine.
-template <class Ours, class Floor>
-void compare(benchmark::State& state, double bound, Ours&& ours, Floor&& floor) {
-    double sum = 0;
-    double floorSum = 0;
-    for (auto _ : state) {
-        floorSum += secondsOf(floor);
-        const double elapsed = secondsOf(ours);
-        sum += elapsed;
-        state.SetIterationTime(elapsed);
-    }
-    state.counters["floor_us"] = floorSum * 1e6 / static_cast<double>(state.iterations());
-    state.counters["ratio"] = sum / floorSum;
-    state.counters["bound"] = bound;
 }
 
 /// Places on a grid of a town: about 2,500 of 100,000 lie in a box of a fifth of a degree.

@@ -57,6 +57,12 @@ std::vector<std::shared_ptr<Place>> placesInGroup(ObjectContext& context, const 
     return context.fetch(query, {group}, error);
 }
 
+template <class Rule>
+std::shared_ptr<Rule> ruleById(ObjectContext& context, const std::string& id, std::optional<Error>* error) {
+    static const Query<Rule> query("WHERE \"ruleId\" = ? ORDER BY \"ruleId\", \"_id\"");
+    return context.fetchFirst(query, {id}, error);
+}
+
 template <class Place>
 std::vector<std::shared_ptr<Place>> allPlaces(ObjectContext& context, std::optional<Error>* error) {
     static const Query<Place> query(PlaceQueries<Place>::all);
@@ -185,8 +191,7 @@ std::shared_ptr<QuomiGeofence> QuomiData::getGeofenceById(const std::string& id,
 }
 
 std::shared_ptr<QuomiGeofenceRuleWithActions> QuomiData::getGeofenceRuleById(const std::string& id, ErrorSlot error) {
-    static const Query<QuomiGeofenceRuleWithActions> query("WHERE \"ruleId\" = ? ORDER BY \"ruleId\", \"_id\"");
-    return currentObjectContext().fetchFirst(query, {id}, error);
+    return ruleById<QuomiGeofenceRuleWithActions>(currentObjectContext(), id, error);
 }
 
 QuomiData::List<QuomiGeofence> QuomiData::getGeofencesInGroup(const std::string& group, ErrorSlot error) {
@@ -290,8 +295,7 @@ std::shared_ptr<QuomiBeaconData> QuomiData::getBeaconById(const std::string& id,
 }
 
 std::shared_ptr<QuomiBeaconRuleWithActions> QuomiData::getBeaconRuleById(const std::string& id, ErrorSlot error) {
-    static const Query<QuomiBeaconRuleWithActions> query("WHERE \"ruleId\" = ? ORDER BY \"ruleId\", \"_id\"");
-    return currentObjectContext().fetchFirst(query, {id}, error);
+    return ruleById<QuomiBeaconRuleWithActions>(currentObjectContext(), id, error);
 }
 
 QuomiData::List<QuomiBeaconData> QuomiData::getBeaconsInGroup(const std::string& group, ErrorSlot error) {

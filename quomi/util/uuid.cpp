@@ -39,12 +39,12 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
 
 std::string Uuid::string() const {
     static constexpr char digits[] = "0123456789ABCDEF";
-    std::string text;
-    text.reserve(36);
-    for (std::size_t i = 0; i < bytes_.size(); ++i) {
-        if (isDashPosition(text.size())) text += '-';
-        text += digits[bytes_[i] >> 4];
-        text += digits[bytes_[i] & 0xF];
+    std::string text(36, '-');
+    std::size_t at = 0;
+    for (const auto byte : bytes_) {
+        if (isDashPosition(at)) ++at;
+        text[at++] = digits[byte >> 4];
+        text[at++] = digits[byte & 0xF];
     }
     return text;
 }

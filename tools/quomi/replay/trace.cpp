@@ -3,6 +3,8 @@
 #include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
 
+#include <algorithm>
+
 #include <boost/json/serialize.hpp>
 #include <boost/json/string.hpp>
 #include <fmt/format.h>
@@ -44,6 +46,18 @@ json::array categoryActions(const NotificationCategory& category) {
     return actions;
 }
 
+/// A trace is mostly texts, and hardly any of them needs escaping.
+void appendText(std::string& text, std::string_view plain) {
+    const auto special = std::count_if(plain.begin(), plain.end(), [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
+    });
+    if (special > 0) {
+        text += json::serialize(json::string_view(plain));
+    } else {
+        ((text += '"') += plain) += '"';
+    }
+}
+
 void appendJson(std::string& text, const json::value& value);
 
 void appendObject(std::string& text, const json::object& object) {
@@ -52,7 +66,7 @@ void appendObject(std::string& text, const json::object& object) {
     for (const auto& member : object) {
         if (!first) text += ',';
         first = false;
-        text += json::serialize(member.key());
+        appendText(text, member.key());
         text += ':';
         appendJson(text, member.value());
     }
@@ -76,8 +90,12 @@ void appendJson(std::string& text, const json::value& value) {
         appendObject(text, *object);
     } else if (const auto* array = value.if_array()) {
         appendArray(text, *array);
+    } else if (const auto* words = value.if_string()) {
+        appendText(text, *words);
     } else if (const auto* number = value.if_double()) {
         fmt::format_to(std::back_inserter(text), "{}", *number);
+    } else if (const auto* integer = value.if_int64()) {
+        fmt::format_to(std::back_inserter(text), "{}", *integer);
     } else {
         text += json::serialize(value);
     }

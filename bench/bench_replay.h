@@ -1,0 +1,15 @@
+#pragma once
+
+#include <filesystem>
+
+#include <benchmark/benchmark.h>
+#include <boost/json/fwd.hpp>
+
+namespace quomi::bench {
+
+/// Plays a visit of so many seconds through `quomi replay --json` into a file of its folder, as often as the benchmark
+/// asks, and measures processor time. The folder holds what the visit names. Gives the trace's path.
+std::filesystem::path measureReplay(benchmark::State& state, const std::filesystem::path& folder,
+                                    const boost::json::object& visit, double visitSeconds);
+
+}  // namespace quomi::bench
