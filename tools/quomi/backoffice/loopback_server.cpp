@@ -97,10 +97,21 @@ void onlyReuseAddress(socket_t socket) {
 }
 
 /// Leaves no request to features that nobody asked for: a compressed body would be unpacked without bound (as it is, it
-/// is refused as not being JSON), and no answer is given in parts.
+/// is refused as not being JSON), no answer is given in parts, and a request that announces no body has none (the
+/// library would wait for one).
 void makePlain(httplib::Request& request) {
     request.headers.erase("Content-Encoding");
     request.ranges.clear();
+    const bool hasBody = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
+    if (!hasBody) request.set_header("Content-Length", "0");
+}
+
+const char* whyRefused(int status) {
+    constexpr int kBodyTooLarge = 413;
+    constexpr int kUrlTooLong = 414;
+    if (status == kBodyTooLarge) return R"({"success":false,"error":"the body is too large"})";
+    if (status == kUrlTooLong) return R"({"success":false,"error":"the URL is too long"})";
+    return R"({"success":false,"error":"the request was not understood"})";
 }
 
 }  // namespace
@@ -123,7 +134,7 @@ void LoopbackServer::answerWith(Handler answer, Handler report) {
         if (response.status == kWithoutRoute) {
             answer(request, response);
         } else {
-            response.set_content(R"({"success":false,"error":"the request was not understood"})", "application/json");
+            response.set_content(whyRefused(response.status), "application/json");
         }
         report(request, response);
     });
