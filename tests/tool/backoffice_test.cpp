@@ -156,7 +156,7 @@ TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
                   {"query_params",
                    {{"lat", 52.5},
                     {"lng", 13.25},
-                    {"radius", 100.0},
+                    {"radius", 100},
                     {"namespace", "shop"},
                     {"api_version", 3},
                     {"updated_at", "2031-05-01T00:00:00.000Z"}}},
