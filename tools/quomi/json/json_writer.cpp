@@ -1,6 +1,6 @@
 #include "tools/quomi/json/json_writer.h"
 
-#include <iterator>
+#include <cmath>
 
 #include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
@@ -44,7 +44,7 @@ void appendJson(std::string& text, const json::value& value) {
     } else if (const auto* array = value.if_array()) {
         appendArray(text, *array);
     } else if (const auto* number = value.if_double()) {
-        fmt::format_to(std::back_inserter(text), "{}", *number);
+        text += std::isfinite(*number) ? fmt::format("{}", *number) : "null";
     } else {
         text += json::serialize(value);
     }
