@@ -279,6 +279,8 @@ TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
 
 TEST_F(BackofficeTest, BoundsBodiesAndDoesNotUnpackThem) {
     expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody + 1, ' '), kJson), 413, "too large");
+    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody, ' '), "application/x-www-form-urlencoded"),
+                  400, "JSON");
     static constexpr char gzipped[] =
         "\037\213\010\000\000\000\000\000\002\003\253\126\052\115\311\114\121\262\122\012\125\322\121\112\111\054\111"
         "\005\062\123\224\152\001\000\307\145\132\027\000\000\000";

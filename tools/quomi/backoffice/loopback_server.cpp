@@ -97,10 +97,11 @@ void onlyReuseAddress(socket_t socket) {
 }
 
 /// Leaves no request to features that nobody asked for: a compressed body would be unpacked without bound (as it is, it
-/// is refused as not being JSON), no answer is given in parts, and a request that announces no body has none (the
-/// library would wait for one).
+/// is refused as not being JSON), one that calls itself a form, as curl's do, would be taken apart and bounded by 8
+/// KiB, no answer is given in parts, and a request that announces no body has none (the library would wait for one).
 void makePlain(httplib::Request& request) {
     request.headers.erase("Content-Encoding");
+    request.headers.erase("Content-Type");
     request.ranges.clear();
     const bool hasBody = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
     if (!hasBody) request.set_header("Content-Length", "0");
