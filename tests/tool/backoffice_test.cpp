@@ -299,6 +299,9 @@ TEST_F(BackofficeTest, AnswersWhatIsNoRequestAndRequestsSentInOneGo) {
                                       "GET /u_applications/limits.json?namespace=shop HTTP/1.1\r\n\r\n");
     EXPECT_THAT(two, StartsWith("HTTP/1.1 400 "));
     EXPECT_THAT(two, HasSubstr("\"max_events\":3"));
+    const std::string last = exchanged(backoffice_.port(), "GET / HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_THAT(last, StartsWith("HTTP/1.1 200 "));
+    EXPECT_THAT(last, AllOf(HasSubstr("Connection: close"), Not(HasSubstr("HTTP/1.1 400"))));
 }
 
 TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {

@@ -105,6 +105,11 @@ void makePlain(httplib::Request& request) {
     request.ranges.clear();
     const bool hasBody = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
     if (!hasBody) request.set_header("Content-Length", "0");
+    // The library would take the body that it does not read for the next request.
+    constexpr std::array methodsWithBody{"POST", "PUT", "PATCH"};
+    if (!hasBody || std::ranges::find(methodsWithBody, request.method) != methodsWithBody.end()) return;
+    request.headers.erase("Connection");
+    request.set_header("Connection", "close");
 }
 
 const char* whyRefused(int status) {
@@ -193,7 +198,12 @@ bool LoopbackServer::process_and_close_socket(socket_t socket) {
     Connection connection(socket, closing_);
     while (goesOn && !closing_ && connection.is_readable()) {
         bool wantsClose = false;
-        goesOn = process_request(connection, false, wantsClose, makePlain) && !wantsClose;
+        bool isLast = false;
+        const auto prepare = [&isLast](httplib::Request& request) {
+            makePlain(request);
+            isLast = request.get_header_value("Connection") == "close";
+        };
+        goesOn = process_request(connection, false, wantsClose, prepare) && !wantsClose && !isLast;
     }
     dismiss(socket);
     return goesOn;
