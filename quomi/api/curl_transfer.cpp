@@ -153,6 +153,7 @@ void CurlTransfer::setLimits(Setup& setup) {
     setup.set(CURLOPT_ERRORBUFFER, message_.data());
     body_.clear();
     headerBytes_ = 0;
+    headersEnded_ = false;
     bodyTooLong_ = false;
     message_.fill('\0');
 }
@@ -217,14 +218,19 @@ std::size_t CurlTransfer::onBody(const char* data, std::size_t size, std::size_t
     return length;
 }
 
-std::size_t CurlTransfer::onHeader(const char*, std::size_t size, std::size_t count, void* self) {
+std::size_t CurlTransfer::onHeader(const char* data, std::size_t size, std::size_t count, void* self) {
     auto& transfer = *static_cast<CurlTransfer*>(self);
-    transfer.headerBytes_ += size * count;
+    const std::string_view line(data, size * count);
+    if (line.starts_with("HTTP/")) transfer.headersEnded_ = false;
+    if (line == "\r\n" || line == "\n") transfer.headersEnded_ = true;
+    transfer.headerBytes_ += line.size();
     return transfer.headerBytes_ > kMaxHeaderBytes ? 0 : size * count;
 }
 
 std::optional<HttpResult> CurlTransfer::finish(int code) {
     if (code != CURLE_OK) return failure(code);
+    // libcurl takes an answer that ends within its headers for one without a body.
+    if (!headersEnded_) return connectionFailure("The answer ended within its headers");
     HttpResponse response = takeResponse();
     if (followRedirect(response)) return std::nullopt;
     return response;

@@ -68,6 +68,7 @@ private:
 
     std::string body_;
     std::size_t headerBytes_ = 0;
+    bool headersEnded_ = false;
     bool bodyTooLong_ = false;
     std::array<char, 256> message_{};
     std::unique_ptr<curl_slist, Free> headers_;

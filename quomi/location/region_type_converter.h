@@ -2,7 +2,9 @@
 
 #include "quomi/platform/location.h"
 
+#include <algorithm>
 #include <concepts>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -20,10 +22,13 @@ concept GeofenceRecord = requires(const Record& record) {
 /// Turns stored geofences into regions that the phone can watch, and records into dictionaries. Arrays hold records or
 /// pointers to records, none of them null; results are in the order of the input.
 struct QuomiRegionTypeConverter {
-    /// The circle around the same centre, with the radius in metres, however large, and the geofence's identifier.
+    /// The circle around the same centre, with the radius in metres, however large but finite, and the geofence's
+    /// identifier.
     template <GeofenceRecord Record>
     [[nodiscard]] static CircularRegion convertQuomiRegionToCLRegion(const Record& record) {
-        return {record.geofenceId, {record.latitude, record.longitude}, record.radius * 1000.0};
+        constexpr double largest = std::numeric_limits<double>::max();
+        const double radius = std::clamp(record.radius * 1000.0, -largest, largest);
+        return {record.geofenceId, {record.latitude, record.longitude}, radius};
     }
 
     template <class Records>

@@ -114,6 +114,7 @@ TEST(CurlTransport, BrokenAnswersAreConnectionFailures) {
     const std::vector<std::pair<std::string, std::string>> answers{
         {"nothing", ""},
         {"truncated head", "HTTP/1.1 200 O"},
+        {"truncated headers", "HTTP/1.1 200 OK\r\nContent-Type: appl"},
         {"truncated body", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"a\":"},
         {"truncated chunks", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n"},
         {"no chunks", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nhello\r\n0\r\n\r\n"},

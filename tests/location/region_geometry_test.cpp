@@ -116,10 +116,11 @@ struct StoredGeofence {
 };
 
 TEST(RegionTypeConverter, MakesMetresOfKilometresInTheOrderOfTheInput) {
-    const std::vector<StoredGeofence> stored{{"shop", 53.48, -2.24, 0.1}, {"country", 54, -3, 5000}, {"", 0, 0, 0}};
+    const std::vector<StoredGeofence> stored{{"shop", 53.48, -2.24, 0.1}, {"country", 54, -3, 5000}, {"", 0, 0, 1e308}};
     const auto regions = QuomiRegionTypeConverter::convertRegionsToCLRegions(stored);
-    EXPECT_THAT(regions, ElementsAre(CircularRegion{"shop", {53.48, -2.24}, 100},
-                                     CircularRegion{"country", {54, -3}, 5e6}, CircularRegion{}));
+    EXPECT_THAT(regions,
+                ElementsAre(CircularRegion{"shop", {53.48, -2.24}, 100}, CircularRegion{"country", {54, -3}, 5e6},
+                            CircularRegion{"", {}, std::numeric_limits<double>::max()}));
     EXPECT_THAT(QuomiRegionTypeConverter::convertRegionsToNSDictinaries(stored),
                 ElementsAre("dictionary of shop", "dictionary of country", "dictionary of "));
     EXPECT_THAT(QuomiRegionTypeConverter::convertRegionsToCLRegions(std::vector<StoredGeofence>{}), IsEmpty());

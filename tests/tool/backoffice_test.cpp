@@ -156,7 +156,7 @@ TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
                   {"query_params",
                    {{"lat", 52.5},
                     {"lng", 13.25},
-                    {"radius", 100.0},
+                    {"radius", 100},
                     {"namespace", "shop"},
                     {"api_version", 3},
                     {"updated_at", "2031-05-01T00:00:00.000Z"}}},
@@ -208,7 +208,7 @@ TEST_F(BackofficeTest, KeepsUsersAndEvents) {
     std::vector<std::string> events;
     for (std::size_t i = 1; i < all.size(); ++i)
         events.push_back(all[i].udid + "|" + all[i].date + "|" + all[i].content);
-    EXPECT_THAT(events, ElementsAre("U|2031-05-04 09:30:00 +0000|{\"type\":\"view\"}", "V|1.5E0|null", "W|d1|{\"n\":1}",
+    EXPECT_THAT(events, ElementsAre("U|2031-05-04 09:30:00 +0000|{\"type\":\"view\"}", "V|1.5|null", "W|d1|{\"n\":1}",
                                     "W|d2|null"));
     EXPECT_EQ(backoffice_.inbox().counts().events, 4U);
 }
@@ -278,7 +278,9 @@ TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
 }
 
 TEST_F(BackofficeTest, BoundsBodiesAndDoesNotUnpackThem) {
-    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody + 1, ' '), kJson), 413, "");
+    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody + 1, ' '), kJson), 413, "too large");
+    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody, ' '), "application/x-www-form-urlencoded"),
+                  400, "JSON");
     static constexpr char gzipped[] =
         "\037\213\010\000\000\000\000\000\002\003\253\126\052\115\311\114\121\262\122\012\125\322\121\112\111\054\111"
         "\005\062\123\224\152\001\000\307\145\132\027\000\000\000";
@@ -292,10 +294,14 @@ TEST_F(BackofficeTest, AnswersWhatIsNoRequestAndRequestsSentInOneGo) {
     EXPECT_THAT(refusal, StartsWith("HTTP/1.1 400 "));
     EXPECT_THAT(refusal, HasSubstr(R"({"success":false)"));
     const std::string two = exchanged(backoffice_.port(),
+                                      "POST /u_applications/shop/log.json HTTP/1.1\r\n\r\n"
                                       "POST /u_applications/shop/log.json HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}"
                                       "GET /u_applications/limits.json?namespace=shop HTTP/1.1\r\n\r\n");
     EXPECT_THAT(two, StartsWith("HTTP/1.1 400 "));
     EXPECT_THAT(two, HasSubstr("\"max_events\":3"));
+    const std::string last = exchanged(backoffice_.port(), "GET / HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}");
+    EXPECT_THAT(last, StartsWith("HTTP/1.1 200 "));
+    EXPECT_THAT(last, AllOf(HasSubstr("Connection: close"), Not(HasSubstr("HTTP/1.1 400"))));
 }
 
 TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {

@@ -4,6 +4,7 @@
 #include "tools/quomi/backoffice/backoffice_page.h"
 #include "tools/quomi/backoffice/backoffice_query.h"
 #include "tools/quomi/backoffice/loopback_server.h"
+#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -16,7 +17,6 @@
 #include <utility>
 #include <vector>
 
-#include <boost/json/serialize.hpp>
 #include <boost/json/value.hpp>
 #include <fmt/format.h>
 
@@ -37,7 +37,7 @@ struct Reply {
 };
 
 Reply reply(int status, const json::object& answer) {
-    return {status, json::serialize(answer), kJson, {}};
+    return {status, jsonText(answer), kJson, {}};
 }
 
 Reply refusal(int status, const std::string& error) {
@@ -177,7 +177,7 @@ std::span<const Backoffice::Server::Route> Backoffice::Server::routes() {
         {"GET", "/", &Server::showPage, "This page."},
         {"GET", "/u_applications/query.json", &Server::giveApplication, "The application record.",
          "namespace={namespace}"},
-        {"GET", "/u_applications/limits.json", &Server::giveLimits, "The limits of the application's notifications.",
+        {"GET", "/u_applications/limits.json", &Server::giveLimits, "The limits of all rules together.",
          "namespace={namespace}"},
         {"GET", "/u_beacons/query.json", &Server::giveBeacons,
          "The beacons of a UUID with their rules. Also major, minor; updated_at for those that changed after it.",

@@ -1,11 +1,11 @@
 #include "tools/quomi/backoffice/backoffice_body.h"
 
 #include "tools/quomi/json/json_reader.h"
+#include "tools/quomi/json/json_writer.h"
 
 #include <algorithm>
 #include <utility>
 
-#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -38,12 +38,12 @@ void eventUdid(const JsonNode& node, Received& event) {
 void eventDate(const JsonNode& node, Received& event) {
     const json::value date = node.raw();
     if (!node.isText() && !date.is_number()) return node.fail("a date, as text or number");
-    event.date = node.isText() ? node.text() : json::serialize(date);
+    event.date = node.isText() ? node.text() : jsonText(date);
 }
 
 void eventData(const JsonNode& node, Received& event) {
     if (!node.isObject()) return node.fail("an object");
-    event.content = json::serialize(node.raw());
+    event.content = jsonText(node.raw());
 }
 
 constexpr Field<Received> kBatchedEvent[] = {{"date", eventDate, true}, {"data", eventData}};
@@ -110,7 +110,7 @@ constexpr Field<User> kUser[] = {
 
 void userRecord(const JsonNode& node, User& user) {
     readObject<User>(node, kUser, user);
-    user.content = json::serialize(node.raw());
+    user.content = jsonText(node.raw());
 }
 
 constexpr Field<User> kUserBody[] = {{"u_app_user", userRecord, true}};
@@ -155,7 +155,7 @@ constexpr Field<Notice> kBatteryAlert[] = {
 ReceivedBody readNotice(const JsonNode& node, ReceivedKind kind, std::span<const Field<Notice>> fields) {
     Notice notice;
     readObject<Notice>(node, fields, notice);
-    Received entry{kind, {}, std::move(notice.udid), {}, json::serialize(notice.content)};
+    Received entry{kind, {}, std::move(notice.udid), {}, jsonText(notice.content)};
     return {{std::move(entry)}, std::move(notice.namespaceUid)};
 }
 

@@ -54,7 +54,9 @@ private:
 
 /// The exit status, when the arguments already decide it.
 std::optional<int> read(std::vector<std::string> args, Options& options, std::ostream& out, std::ostream& err) {
-    CLI::App app("Serves a campaign file to SDKs on this machine until it is interrupted.", "quomi backoffice");
+    CLI::App app(
+        "Serves a campaign file to SDKs on this machine until it is interrupted. Its page at / explains the endpoints.",
+        "quomi backoffice");
     app.add_option("campaign", options.campaign, "The campaign file")->required()->type_name("CAMPAIGN.json");
     app.add_option("--port", options.port, "The port of 127.0.0.1 to listen on, 0 for any free one")
         ->type_name("N")

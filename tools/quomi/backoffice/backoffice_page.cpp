@@ -4,6 +4,7 @@
 #include "quomi/util/uuid.h"
 #include "tools/quomi/backoffice/campaign.h"
 #include "tools/quomi/backoffice/inbox.h"
+#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -13,7 +14,6 @@
 #include <vector>
 
 #include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -58,7 +58,7 @@ std::string shown(std::string_view text) {
 std::string shownText(const boost::json::value* value) {
     if (value == nullptr) return "–";
     if (value->is_string()) return shown(std::string_view(value->get_string()));
-    return shown(value->is_double() ? fmt::format("{}", value->get_double()) : serialize(*value));
+    return shown(jsonText(*value));
 }
 
 void row(std::string& page, std::string_view name, std::string_view value) {

@@ -97,10 +97,27 @@ void onlyReuseAddress(socket_t socket) {
 }
 
 /// Leaves no request to features that nobody asked for: a compressed body would be unpacked without bound (as it is, it
-/// is refused as not being JSON), and no answer is given in parts.
+/// is refused as not being JSON), one that calls itself a form, as curl's do, would be taken apart and bounded by 8
+/// KiB, no answer is given in parts, and a request that announces no body has none (the library would wait for one).
 void makePlain(httplib::Request& request) {
     request.headers.erase("Content-Encoding");
+    request.headers.erase("Content-Type");
     request.ranges.clear();
+    const bool hasBody = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
+    if (!hasBody) request.set_header("Content-Length", "0");
+    // The library would take the body that it does not read for the next request.
+    constexpr std::array methodsWithBody{"POST", "PUT", "PATCH"};
+    if (!hasBody || std::ranges::find(methodsWithBody, request.method) != methodsWithBody.end()) return;
+    request.headers.erase("Connection");
+    request.set_header("Connection", "close");
+}
+
+const char* whyRefused(int status) {
+    constexpr int kBodyTooLarge = 413;
+    constexpr int kUrlTooLong = 414;
+    if (status == kBodyTooLarge) return R"({"success":false,"error":"the body is too large"})";
+    if (status == kUrlTooLong) return R"({"success":false,"error":"the URL is too long"})";
+    return R"({"success":false,"error":"the request was not understood"})";
 }
 
 }  // namespace
@@ -123,7 +140,7 @@ void LoopbackServer::answerWith(Handler answer, Handler report) {
         if (response.status == kWithoutRoute) {
             answer(request, response);
         } else {
-            response.set_content(R"({"success":false,"error":"the request was not understood"})", "application/json");
+            response.set_content(whyRefused(response.status), "application/json");
         }
         report(request, response);
     });
@@ -181,7 +198,12 @@ bool LoopbackServer::process_and_close_socket(socket_t socket) {
     Connection connection(socket, closing_);
     while (goesOn && !closing_ && connection.is_readable()) {
         bool wantsClose = false;
-        goesOn = process_request(connection, false, wantsClose, makePlain) && !wantsClose;
+        bool isLast = false;
+        const auto prepare = [&isLast](httplib::Request& request) {
+            makePlain(request);
+            isLast = request.get_header_value("Connection") == "close";
+        };
+        goesOn = process_request(connection, false, wantsClose, prepare) && !wantsClose && !isLast;
     }
     dismiss(socket);
     return goesOn;

@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/circle_watch.h"
 #include "quomi/location/location_utils.h"
+#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/replay/trace.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
@@ -33,7 +34,8 @@ json::object geometry(std::string_view type, json::array coordinates) {
 }
 
 std::string feature(json::value shape, json::object properties) {
-    return traceLine({{"type", "Feature"}, {"geometry", std::move(shape)}, {"properties", std::move(properties)}});
+    return jsonText(
+        json::object{{"type", "Feature"}, {"geometry", std::move(shape)}, {"properties", std::move(properties)}});
 }
 
 /// The point at so many metres on a sphere; `bearing` in radians, clockwise from north.

@@ -1,6 +1,7 @@
 #include "tools/quomi/replay/replay_command.h"
 
 #include "quomi/api/url.h"
+#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/replay/geojson.h"
 #include "tools/quomi/replay/replay.h"
 #include "tools/quomi/replay/visit_labels.h"
@@ -139,7 +140,7 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
         return timeline.emplace(out, colour_,
                                 Timeline::Options{visit->name, visit->start, visit->timeZone, labelsOf(*visit)});
     };
-    TraceSink sink = [&out](const boost::json::object& record) { out << traceLine(record) << '\n'; };
+    TraceSink sink = [&out](const boost::json::object& record) { out << jsonText(record) << '\n'; };
     if (!arguments.json) sink = [&shown](const boost::json::object& record) { shown().record(record); };
     Drawing drawing(*visit, arguments.geojson);
     auto options = arguments.options;

@@ -3,9 +3,6 @@
 #include "quomi/util/dates.h"
 #include "quomi/util/json_readers.h"
 
-#include <algorithm>
-
-#include <boost/json/serialize.hpp>
 #include <boost/json/string.hpp>
 #include <fmt/format.h>
 
@@ -46,61 +43,6 @@ json::array categoryActions(const NotificationCategory& category) {
     return actions;
 }
 
-/// A trace is mostly texts, and hardly any of them needs escaping.
-void appendText(std::string& text, std::string_view plain) {
-    const auto special = std::count_if(plain.begin(), plain.end(), [](char c) {
-        return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
-    });
-    if (special > 0) {
-        text += json::serialize(json::string_view(plain));
-    } else {
-        ((text += '"') += plain) += '"';
-    }
-}
-
-void appendJson(std::string& text, const json::value& value);
-
-void appendObject(std::string& text, const json::object& object) {
-    text += '{';
-    bool first = true;
-    for (const auto& member : object) {
-        if (!first) text += ',';
-        first = false;
-        appendText(text, member.key());
-        text += ':';
-        appendJson(text, member.value());
-    }
-    text += '}';
-}
-
-void appendArray(std::string& text, const json::array& array) {
-    text += '[';
-    bool first = true;
-    for (const auto& element : array) {
-        if (!first) text += ',';
-        first = false;
-        appendJson(text, element);
-    }
-    text += ']';
-}
-
-/// Boost writes 12.5 as 1.25E1, which is JSON but not for people.
-void appendJson(std::string& text, const json::value& value) {
-    if (const auto* object = value.if_object()) {
-        appendObject(text, *object);
-    } else if (const auto* array = value.if_array()) {
-        appendArray(text, *array);
-    } else if (const auto* words = value.if_string()) {
-        appendText(text, *words);
-    } else if (const auto* number = value.if_double()) {
-        fmt::format_to(std::back_inserter(text), "{}", *number);
-    } else if (const auto* integer = value.if_int64()) {
-        fmt::format_to(std::back_inserter(text), "{}", *integer);
-    } else {
-        text += json::serialize(value);
-    }
-}
-
 }  // namespace
 
 void Trace::write(std::string_view record, json::value value, json::object fields) const {
@@ -109,12 +51,6 @@ void Trace::write(std::string_view record, json::value value, json::object field
     line.emplace(record, std::move(value));
     for (auto& field : fields) line.emplace(field.key(), std::move(field.value()));
     sink_(line);
-}
-
-std::string traceLine(const json::object& record) {
-    std::string text;
-    appendObject(text, record);
-    return text;
 }
 
 json::object traceRule(const RuleReport& report) {

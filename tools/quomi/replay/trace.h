@@ -45,7 +45,4 @@ private:
 /// ISO 8601 in UTC with milliseconds.
 [[nodiscard]] std::string traceDate(WallTime date);
 
-/// The record as one line of JSON without its line break; numbers in the fewest digits that read back the same.
-[[nodiscard]] std::string traceLine(const boost::json::object& record);
-
 }  // namespace quomi::tool

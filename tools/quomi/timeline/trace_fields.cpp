@@ -1,12 +1,12 @@
 #include "tools/quomi/timeline/trace_fields.h"
 
 #include "quomi/util/error.h"
+#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
 #include <array>
 
-#include <boost/json/serialize.hpp>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -78,16 +78,15 @@ double numberOf(const json::object& record, std::string_view key, double otherwi
 std::string textOf(const json::value& value) {
     if (value.is_null()) return {};
     if (value.is_string()) return neutralised(value.get_string());
-    if (value.is_double()) return fmt::format("{}", value.get_double());
     if (value.is_array()) {
         std::string text;
         for (const auto& element : value.get_array()) {
-            if (element.is_structured()) return neutralised(json::serialize(value));
+            if (element.is_structured()) return neutralised(jsonText(value));
             text += (text.empty() ? "" : " ") + textOf(element);
         }
         return text;
     }
-    return neutralised(json::serialize(value));
+    return neutralised(jsonText(value));
 }
 
 std::string textOf(const json::object& record, std::string_view key) {
