@@ -44,9 +44,12 @@ struct VirtualLoop::Events {
         Duration interval;  // not above zero: runs once
         Task task;
         bool waits = true;
+
+        [[nodiscard]] bool isTurn() const { return key.kind == Kind::turn || key.kind == Kind::driversTurn; }
     };
     struct Posted {
         MonotonicTime time;
+        Kind kind;
         Task task;
     };
     using Queue = std::map<Key, std::shared_ptr<Event>>;
@@ -67,7 +70,7 @@ struct VirtualLoop::Events {
         }
         for (auto& turn : taken) {
             insert(std::make_shared<Event>(
-                Event{{turn.time, Kind::turn, ++order}, Owner::app, Duration::zero(), std::move(turn.task)}));
+                Event{{turn.time, turn.kind, ++order}, Owner::app, Duration::zero(), std::move(turn.task)}));
         }
     }
 
@@ -146,7 +149,7 @@ std::optional<MonotonicTime> VirtualLoop::nextEvent() const {
     if (!suspended_) {
         // Turns lie before the events of their instant, and there are few of them between two calls of a driver.
         const auto found = std::find_if(events_->app.begin(), events_->app.end(),
-                                        [](const auto& entry) { return entry.first.kind != Kind::turn; });
+                                        [](const auto& entry) { return !entry.second->isTurn(); });
         if (found != events_->app.end() && (!next || found->first.time < *next)) next = found->first.time;
     }
     return next ? std::optional(std::max(*next, monotonicNow())) : std::nullopt;
@@ -190,7 +193,7 @@ void VirtualLoop::clear() {
 
 std::size_t VirtualLoop::pendingEvents() const {
     const auto turns = std::count_if(events_->app.begin(), events_->app.end(),
-                                     [](const auto& entry) { return entry.first.kind == Kind::turn; });
+                                     [](const auto& entry) { return entry.second->isTurn(); });
     return events_->app.size() + events_->phone.size() - static_cast<std::size_t>(turns);
 }
 
@@ -274,10 +277,12 @@ std::string VirtualLoop::timeZone() const {
 }
 
 void VirtualLoop::post(Task task) {
-    const auto time = isHostThread() ? events_->cause.value_or(monotonicNow()) : monotonicNow();
+    const bool isHost = isHostThread();
+    const auto time = isHost ? events_->cause.value_or(monotonicNow()) : monotonicNow();
+    const bool isDrivers = isHost && suspended_ && !events_->cause;
     {
         const std::lock_guard lock(events_->mutex);
-        events_->posted.push_back({time, std::move(task)});
+        events_->posted.push_back({time, isDrivers ? Kind::driversTurn : Kind::turn, std::move(task)});
     }
     events_->arrived.notify_one();
 }

@@ -58,7 +58,8 @@ public:
     bool advanceBy(Duration span) { return advanceTo(monotonicNow() + span); }
 
     /// The app's process stands still: time passes, no turn, timer or answer runs. After `resume`, the next `runTurns`
-    /// runs what came due meanwhile, in the order in which it came due.
+    /// runs what came due meanwhile, in the order in which it came due; what the driver did at an instant comes after
+    /// the timers and answers of that instant, as it does while the app runs.
     void suspend();
     void resume();
     [[nodiscard]] bool isSuspended() const { return suspended_; }
@@ -109,7 +110,7 @@ private:
     struct Events;
     class OwnedTimer;
     class OwnedQueue;
-    enum class Kind { turn, timer, answer };
+    enum class Kind { turn, timer, answer, driversTurn };
     enum class Owner { app, phone };
 
     [[nodiscard]] std::unique_ptr<Timer> schedule(Owner owner, Kind kind, Duration delay, Duration interval, Task task);

@@ -100,7 +100,9 @@ void QuomiGeofenceActionExecutor::executeDelayedAction(const Latch& latch) {
         context().platform.console.log("Quomi SDK: Geofence (null) has been exited, rule won't be executed.");
     }
     if (geofence == nullptr || rule == nullptr) return report(latch, RuleDecision::latchBroken);
-    executeActionsOfRule(*rule, *geofence);
+    const auto run = makeRun(*rule, *geofence);
+    run->trigger = latch.trigger;  // the event's, though a download may have given the rule another
+    execute(run, *rule, *geofence);
 }
 
 // Actions

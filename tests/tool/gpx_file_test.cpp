@@ -34,7 +34,8 @@ TEST(GpxFileTest, ReadsThePointsOfAllTracksAndSegments) {
         "<g:trkpt lat='-9e1' lon='1.5'><g:extensions><x:time xmlns:x='x'>no time</x:time></g:extensions></g:trkpt>"
         "</g:trkseg></g:trk>"
         "<g:rte><g:rtept lat='2' lon='2'/></g:rte>"
-        "<g:trk><g:trkseg><g:trkpt lat='0' lon='0'><g:time><![CDATA[2021-09-02T07:10:19.250]]></g:time></g:trkpt>"
+        "<g:trk><g:trkseg><g:trkpt lat='0' lon='0'><g:time><![CDATA[2021-09-02]]><!-- UTC "
+        "-->T07:10:19.250</g:time></g:trkpt>"
         "<g:trkpt lat='0' lon='1'><g:time/></g:trkpt></g:trkseg></g:trk></g:gpx>",
         "t.gpx");
     ASSERT_TRUE(read);

@@ -41,6 +41,15 @@ std::string_view localName(const pugi::xml_node& node) {
     return name.substr(name.find(':') + 1);  // from 0 where there is no colon
 }
 
+/// What stands between the tags; a comment or a CDATA section cuts it into several nodes.
+std::string contentOf(const pugi::xml_node& element) {
+    std::string content;
+    for (const auto& part : element.children()) {
+        if (part.type() == pugi::node_pcdata || part.type() == pugi::node_cdata) content += part.value();
+    }
+    return content;
+}
+
 std::optional<double> readNumber(std::string_view text) {
     if (text.starts_with('+')) text.remove_prefix(1);
     double value = 0;
@@ -84,7 +93,8 @@ private:
 
     void readTracks() {
         const auto root = document_.document_element();
-        const std::string_view version = root.attribute("version").value();
+        // Tracks made by hand often say no version.
+        const std::string_view version = root.attribute("version").as_string("1.1");
         if (localName(root) != "gpx") {
             fail(root, fmt::format("expected the element gpx, found {}", shown(root.name())));
         } else if (version != "1.1" && version != "1.0") {
@@ -126,7 +136,8 @@ private:
 
     /// An element without content is as good as none.
     std::optional<WallTime> readTime(const pugi::xml_node& node) {
-        const auto text = trimmed(node.child_value());
+        const auto content = contentOf(node);
+        const auto text = trimmed(content);
         const auto time = QuomiUtils::isoDate(text);
         if (!time && !text.empty()) {
             fail(node, fmt::format("time: expected an ISO 8601 instant such as \"2026-11-21T09:30:00Z\", found {}",

@@ -12,9 +12,9 @@ namespace quomi::tool {
 /// Domain of the errors of this reader. Codes: 1 the file cannot be read, 2 its content is not what it must be.
 inline constexpr const char* kGpxFileErrorDomain = "QuomiGpxFileErrorDomain";
 
-/// Reads the tracks of a GPX file (1.1, and 1.0, whose tracks are the same), UTF-8: the points of all tracks and
-/// segments one after the other, as `simulated::trackOf` plays them. Routes, waypoints, elevations and extensions are
-/// ignored.
+/// Reads the tracks of a GPX file (1.1 or no version given, and 1.0, whose tracks are the same), UTF-8: the points of
+/// all tracks and segments one after the other, as `simulated::trackOf` plays them. Routes, waypoints, elevations and
+/// extensions are ignored.
 ///
 /// Refused: what is no well-formed XML, a document type declaration (a track has none, and it is where entities come
 /// from), another root, no point, no point with a time, a coordinate out of its range, a time that is none, more than
