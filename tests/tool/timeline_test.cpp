@@ -176,7 +176,9 @@ TEST(Timeline, AWalkIsShownInStepsOfAHundredMetresAndAddedUp) {
     }
     EXPECT_EQ(places, "52.00000 52.00100 51.99950 ");
     EXPECT_NE(text.find("entered geofence The gate  at"), std::string::npos) << text;
-    EXPECT_NE(text.find("  way       5 positions, 0.4 km; geofences: 2 entered, 1 left\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  way       5 positions, 0.4 km; geofences told to the host: 2 entered, 1 left\n"),
+              std::string::npos)
+        << text;
 }
 
 TEST(Timeline, SurvivesRecordsOfTheWrongShape) {

@@ -140,8 +140,8 @@ private:
     void printWay() {
         const auto& way = summary_.way();
         if (way.positions + way.entered + way.left == 0) return;
-        print(fmt::format("  way       {} positions, {:.1f} km; geofences: {} entered, {} left", way.positions,
-                          way.metres / 1000, way.entered, way.left));
+        print(fmt::format("  way       {} positions, {:.1f} km; geofences told to the host: {} entered, {} left",
+                          way.positions, way.metres / 1000, way.entered, way.left));
     }
 
     void printRequests() {
