@@ -83,15 +83,7 @@ bool QuomiData::removeEverything() {
 
 std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfoWithoutCreateByDefault(ErrorSlot error) {
     static const Query<QuomiStatusInfo> first("LIMIT 1");
-    auto& context = currentObjectContext();
-    if (&context != &objectContext_) return context.fetchFirst(first, {}, error);
-    const auto version = file_->versionByOthers();
-    if (status_ == nullptr || status_->context() != &context || !version || version != statusVersion_) {
-        status_.reset();
-        status_ = context.fetchFirst(first, {}, error);
-        statusVersion_ = version;
-    }
-    return status_;
+    return currentObjectContext().fetchFirst(first, {}, error);
 }
 
 std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfo(ErrorSlot error) {
@@ -119,6 +111,16 @@ bool QuomiData::setSdkIsStarted(bool isStarted) {
 bool QuomiData::sdkIsStarted() {
     const auto status = getSDKStatusInfo();
     return status != nullptr && status->isStarted;
+}
+
+QuomiData::UpdateDates QuomiData::lastUpdateDates() {
+    if (!updateDates_ || file_->version() != updateDatesVersion_) {
+        const auto status = getSDKStatusInfo();
+        if (status == nullptr) return {};
+        updateDates_ = {status->lastBeaconsDataUpdatedAt, status->lastGeofencesDataUpdatedAt};
+        updateDatesVersion_ = file_->version();
+    }
+    return *updateDates_;
 }
 
 bool QuomiData::setLastGeofencesDataUpdateDate(WallTime date, ErrorSlot error) {

@@ -74,6 +74,13 @@ public:
     bool removeSDKStatusInfo(ErrorSlot error = nullptr);  // saved
     bool setSdkIsStarted(bool isStarted);                 // saved
     [[nodiscard]] bool sdkIsStarted();
+    /// When downloads were last stored; 1970 when never, or when that cannot be read. Cheap, since every event asks:
+    /// what another process of the app writes is noticed no later than at the event after.
+    struct UpdateDates {
+        WallTime beacons{};
+        WallTime geofences{};
+    };
+    [[nodiscard]] UpdateDates lastUpdateDates();
     bool setLastGeofencesDataUpdateDate(WallTime date, ErrorSlot error = nullptr);  // saved
     bool setLastBeaconsDataUpdateDate(WallTime date, ErrorSlot error = nullptr);    // saved
     /// Counts no device-wide events any more. Saved.
@@ -201,10 +208,9 @@ private:
     const QuomiErrors& errors_;
     std::unique_ptr<StoreFile> file_;
     ObjectContext objectContext_;
-    // Asked for at every event, and so held for as long as no other process of the app has written.
-    std::shared_ptr<QuomiStatusInfo> status_;
-    std::optional<std::int64_t> statusVersion_;
     std::unique_ptr<ObjectContext> backgroundObjectContext_;
+    std::optional<UpdateDates> updateDates_;  // as they were when the file was of that version
+    std::uint32_t updateDatesVersion_ = 0;
     int backgroundUsers_ = 0;
     EventUploadLoop uploadLoop_;
     Uploader* apiClient_ = nullptr;

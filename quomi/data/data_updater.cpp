@@ -21,13 +21,11 @@ QuomiDataUpdater::QuomiDataUpdater(QuomiData& data, RulesSource& apiClient,
       settings_(settings) {}
 
 WallTime QuomiDataUpdater::lastBeaconUpdate() {
-    const auto status = data_.getSDKStatusInfo();
-    return status != nullptr ? status->lastBeaconsDataUpdatedAt : WallTime();
+    return data_.lastUpdateDates().beacons;
 }
 
 WallTime QuomiDataUpdater::lastGeofenceUpdate() {
-    const auto status = data_.getSDKStatusInfo();
-    return status != nullptr ? status->lastGeofencesDataUpdatedAt : WallTime();
+    return data_.lastUpdateDates().geofences;
 }
 
 bool QuomiDataUpdater::isDue(WallTime lastUpdate) const {

@@ -262,13 +262,9 @@ bool StoreFile::wipeFreePages(std::optional<Error>* error) {
         error);
 }
 
-std::optional<std::int64_t> StoreFile::versionByOthers() const {
-    std::optional<std::int64_t> version;
-    perform([&] {
-        auto& query = statements_->prepared(*database_, "PRAGMA data_version");
-        if (query.step()) version = query.integer(0);
-        query.reset();
-    });
+std::uint32_t StoreFile::version() const {
+    unsigned version = 0;
+    sqlite3_file_control(database_->getHandle(), "main", SQLITE_FCNTL_DATA_VERSION, &version);
     return version;
 }
 

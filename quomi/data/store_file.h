@@ -51,8 +51,9 @@ public:
     /// A point to go back to, in the open transaction or without one.
     void openSavepoint();
 
-    /// A number that is another one once another connection has changed the file. Nothing when it cannot be read.
-    [[nodiscard]] std::optional<std::int64_t> versionByOthers() const;
+    /// A number that is another one once the file has changed, whoever changed it, as this connection's latest
+    /// statement found the file.
+    [[nodiscard]] std::uint32_t version() const;
 
     /// Leaves nothing of removed rows in the file, its free pages and its log. Outside of transactions.
     bool wipeFreePages(std::optional<Error>* error = nullptr);
