@@ -7,22 +7,13 @@
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/platform.h"
 #include "tests/support/loopback_server.h"
+#include "tests/support/prelude.h"
 
-#include <algorithm>
 #include <atomic>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {
 
-using namespace std::chrono_literals;
 using quomi::testing::LoopbackServer;
 using quomi::testing::RawServer;
 using quomi::testing::ReceivedRequest;
@@ -94,35 +85,6 @@ TEST(ApiOverHttp, WhatArrivesAtTheServer) {
     EXPECT_EQ(seen.method + " " + seen.target, "POST /u_applications/my%20shop/log_multi.json");
     EXPECT_EQ(seen.header("content-type"), "application/json");
     EXPECT_EQ(boost::json::parse(seen.body).at("logs").at(0).at("data").at("n"), 1);
-}
-
-TEST(ApiOverHttp, OneAtATimeInOrderAndNoneAfterCancelling) {
-    std::atomic<int> present{0};
-    std::atomic<int> most{0};
-    std::atomic<int> served{0};
-    LoopbackServer server([&](const ReceivedRequest&) {
-        most = std::max(most.load(), ++present);
-        std::this_thread::sleep_for(5ms);
-        --present;
-        ++served;
-        return HttpResponse{200, {}, ""};
-    });
-    RealClient client;
-    QuomiAPI api(server.url(""), client.platform, client.settings, client.debugLog);
-    std::vector<int> order;
-    for (int number = 0; number < 10; ++number) {
-        api.setUserInformation({}, "shop",
-                               [&, number] {
-                                   order.push_back(number);
-                                   if (number == 6) api.cancelAllRequests();
-                               },
-                               {});
-    }
-    EXPECT_FALSE(client.loop.runUntil([&] { return order.size() > 7; }, 200ms));
-    EXPECT_EQ(order, (std::vector{0, 1, 2, 3, 4, 5, 6}));
-    EXPECT_EQ(most, 1);
-    EXPECT_EQ(served, 7);
-    EXPECT_EQ(api.getRequestQueueCount(), 0U);
 }
 
 }  // namespace

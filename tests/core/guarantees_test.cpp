@@ -3,19 +3,11 @@
 #include "quomi/quomi.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <fstream>
 #include <malloc.h>
-#include <stdexcept>
 #include <sys/stat.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using std::chrono::seconds;
 
 /// A beacon 1-1 whose rule notifies, shows a page and opens a link.
 const char* const kBeacons = R"({"query_params": {}, "valid_until": "2099-01-01T00:00:00Z", "remove_ids": [],

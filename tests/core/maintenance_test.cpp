@@ -1,22 +1,7 @@
 #include "tests/core/town_fixture.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 const boost::json::array kWell{geofenceOf("well", {ruleOf("in", "on_entry")})};
 

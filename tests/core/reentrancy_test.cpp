@@ -3,17 +3,8 @@
 #include "quomi/rules/rule_observer.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <fstream>
-#include <set>
-#include <stdexcept>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
 
 const Uuid kShop = *Uuid::parse(kShopUUID);
 
@@ -22,7 +13,7 @@ enum class Afterwards { everything, ownBlocks, nothing };
 
 struct Operation {
     const char* name;
-    std::function<void(SdkFixture&)> run;
+    std::function<void(SdkFixture&, QuomiSDK&)> run;
     Afterwards afterwards = Afterwards::everything;
 };
 
@@ -33,98 +24,57 @@ void runTheLoop(SdkFixture& app) {
 }
 
 const std::vector<Operation>& operations() {
+    constexpr const char* kElsewhere = "https://other.test";
     static const std::vector<Operation> all{
-        {"stop", [](SdkFixture& app) { app.sdk->stop(); }, Afterwards::nothing},
-        {"start", [](SdkFixture& app) { app.sdk->start(); }},
-        {"stop and start",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->start();
-         }},
-        {"stop, start, stop",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->start();
-             app.sdk->stop();
-         },
-         Afterwards::nothing},
+        {"stop", [](auto&, auto& sdk) { sdk.stop(); }, Afterwards::nothing},
+        {"start", [](auto&, auto& sdk) { sdk.start(); }},
+        {"stop and start", [](auto&, auto& sdk) { sdk.stop(), sdk.start(); }},
+        {"stop, start, stop", [](auto&, auto& sdk) { sdk.stop(), sdk.start(), sdk.stop(); }, Afterwards::nothing},
         {"stop, move, start",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->setAppNamespace("other");
-             app.sdk->setBaseURL("https://other.test");
-             app.sdk->start();
-         }},
-        {"beacons off", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(false); }},
-        {"beacons on", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(true); }},
-        {"beacons off and on",
-         [](SdkFixture& app) {
-             app.sdk->setBeaconsEnabled(false);
-             app.sdk->setBeaconsEnabled(true);
-         }},
+         [](auto&, auto& sdk) { sdk.stop(), sdk.setAppNamespace("other"), sdk.setBaseURL(kElsewhere), sdk.start(); }},
+        {"beacons off", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(false); }},
+        {"beacons on", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(true); }},
+        {"beacons off and on", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(false), sdk.setBeaconsEnabled(true); }},
         {"geofences off and on",
-         [](SdkFixture& app) {
-             app.sdk->setGeofencesEnabled(false);
-             app.sdk->setGeofencesEnabled(true);
-         }},
+         [](auto&, auto& sdk) { sdk.setGeofencesEnabled(false), sdk.setGeofencesEnabled(true); }},
         {"other setters",
-         [](SdkFixture& app) {
-             app.sdk->setRequestWhenInUseAuthorization(true);
-             app.sdk->setUseExtendedBackgroundRangingTime(true);
-             app.sdk->setFileLogEnabled(false);
-             app.sdk->setEventLogsEnabled(false);
-             app.sdk->setEnableIDFACollection(true);
-             app.sdk->clearDebugFile();
+         [](auto&, auto& sdk) {
+             sdk.setRequestWhenInUseAuthorization(true), sdk.setUseExtendedBackgroundRangingTime(true);
+             sdk.setFileLogEnabled(false), sdk.setEventLogsEnabled(false), sdk.setEnableIDFACollection(true);
+             sdk.clearDebugFile();
          }},
-        {"namespace", [](SdkFixture& app) { app.sdk->setAppNamespace("other"); }},
-        {"base URL", [](SdkFixture& app) { app.sdk->setBaseURL("https://other.test"); }},
+        {"namespace", [](auto&, auto& sdk) { sdk.setAppNamespace("other"); }},
+        {"base URL", [](auto&, auto& sdk) { sdk.setBaseURL(kElsewhere); }},
         {"event",
-         [](SdkFixture& app) {
-             app.sdk->logEvent({{"again", 1}});
+         [](auto&, auto& sdk) {
+             sdk.logEvent(boost::json::object{{"again", 1}});
          }},
         {"error",
-         [](SdkFixture& app) {
-             app.sdk->forwardErrorToDelegate(Error{"again", 1, {}});
+         [](auto&, auto& sdk) {
+             sdk.forwardErrorToDelegate(Error{"again", 1, {}});
          }},
-        {"user", [](SdkFixture& app) { app.sdk->updateUserInformation(); }},
-        {"other user", [](SdkFixture& app) { app.sdk->setUser(std::make_shared<QuomiUser>("another")); }},
-        {"no user", [](SdkFixture& app) { app.sdk->setUser(nullptr); }},
-        {"run the loop", runTheLoop},
-        {"stop and run the loop",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             runTheLoop(app);
-         },
-         Afterwards::nothing},
-        {"beacons off and run the loop",
-         [](SdkFixture& app) {
-             app.sdk->setBeaconsEnabled(false);
-             runTheLoop(app);
-         }},
+        {"user", [](auto&, auto& sdk) { sdk.updateUserInformation(); }},
+        {"other user", [](auto&, auto& sdk) { sdk.setUser(std::make_shared<QuomiUser>("another")); }},
+        {"no user", [](auto&, auto& sdk) { sdk.setUser(nullptr); }},
+        {"run the loop", [](auto& app, auto&) { runTheLoop(app); }},
+        {"stop and run the loop", [](auto& app, auto& sdk) { sdk.stop(), runTheLoop(app); }, Afterwards::nothing},
+        {"beacons off and run the loop", [](auto& app, auto& sdk) { sdk.setBeaconsEnabled(false), runTheLoop(app); }},
         {"stop, move, start and ask for rights",
-         [](SdkFixture& app) {
+         [](auto& app, auto& sdk) {
              const auto platform = app.phone.platform();
-             const QuomiAuthorizationManager manager(platform, *app.sdk);
-             app.sdk->stop();
-             app.sdk->setBaseURL("https://other.test");
-             app.sdk->start();
+             const QuomiAuthorizationManager manager(platform, sdk);
+             sdk.stop(), sdk.setBaseURL(kElsewhere), sdk.start();
              EXPECT_TRUE(manager.areAllNotificationRightsGranted());
          }},
-        {"synchronise", [](SdkFixture& app) { app.sdk->performServerSync([](auto) {}); }},
-        {"reset counters", [](SdkFixture& app) { app.sdk->resetCounters(); }},
-        {"remove all data", [](SdkFixture& app) { app.sdk->removeAllData(); }},
-        {"remove all data and stop",
-         [](SdkFixture& app) {
-             app.sdk->removeAllData();
-             app.sdk->stop();
-         },
-         Afterwards::nothing},
-        {"update all rules", [](SdkFixture& app) { app.sdk->updateAllRulesData(); }},
-        {"no rule observer", [](SdkFixture& app) { app.sdk->setRuleObserver({}); }},
-        {"no authorization logger", [](SdkFixture& app) { app.sdk->setAuthorizationLogger(nullptr); }},
-        {"no delegate", [](SdkFixture& app) { app.sdk->setDelegate({}); }, Afterwards::ownBlocks},
-        {"delegate dies", [](SdkFixture& app) { app.delegate.reset(); }, Afterwards::ownBlocks},
-    };
+        {"synchronise", [](auto&, auto& sdk) { sdk.performServerSync([](auto) {}); }},
+        {"reset counters", [](auto&, auto& sdk) { sdk.resetCounters(); }},
+        {"remove all data", [](auto&, auto& sdk) { sdk.removeAllData(); }},
+        {"remove all data and stop", [](auto&, auto& sdk) { sdk.removeAllData(), sdk.stop(); }, Afterwards::nothing},
+        {"update all rules", [](auto&, auto& sdk) { sdk.updateAllRulesData(); }},
+        {"no rule observer", [](auto&, auto& sdk) { sdk.setRuleObserver({}); }},
+        {"no authorization logger", [](auto&, auto& sdk) { sdk.setAuthorizationLogger(nullptr); }},
+        {"no delegate", [](auto&, auto& sdk) { sdk.setDelegate({}); }, Afterwards::ownBlocks},
+        {"delegate dies", [](auto& app, auto&) { app.delegate.reset(); }, Afterwards::ownBlocks}};
     return all;
 }
 
@@ -248,7 +198,7 @@ std::vector<std::string> liveWith(SdkFixture& app, const std::string& callback, 
             if (!kOwnDoing.contains(kindOf(line))) heardAfterwards.push_back(line);
         } else if (kindOf(line) == callback) {
             ran = true;
-            operation.run(app);
+            operation.run(app, *app.sdk);
             heardAfterwards.clear();  // what the operation itself led to
         }
     };
@@ -334,7 +284,7 @@ TEST(Reentrancy, StartThatFailsTakesEveryOperation) {
             app.inCallback = [&](const std::string& line) {
                 if (!line.starts_with("error")) return;
                 app.inCallback = {};
-                operation.run(app);
+                operation.run(app, *app.sdk);
             };
             EXPECT_FALSE(app.sdk->start());
             app.settle();

@@ -2,14 +2,8 @@
 
 #include "tests/support/sdk_fixture.h"
 
-#include <chrono>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
-#include <boost/json/array.hpp>
 
 namespace quomi::test {
 

@@ -2,8 +2,6 @@
 #include "tests/data/store_support.h"
 
 #include <SQLiteCpp/Statement.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {

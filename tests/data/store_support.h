@@ -5,15 +5,7 @@
 #include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/platform/files.h"
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/prelude.h"
 
 #include <SQLiteCpp/Database.h>
 
@@ -40,8 +32,8 @@ inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace,
     return application;
 }
 
-inline WallTime at(double seconds) {
-    return WallTime(toDuration(Seconds(seconds)));
+inline WallTime at(double since1970) {
+    return WallTime(toDuration(Seconds(since1970)));
 }
 
 template <class Rule>

@@ -3,21 +3,13 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "tests/durability/scenarios.h"
-#include "tests/durability/traced_process.h"
 #include "tests/support/temporary_directory.h"
 
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using testing::IsEmpty;
 
 // With the shadow memory of the address sanitizer a fork takes ten times as long.
 #if defined(__SANITIZE_ADDRESS__)

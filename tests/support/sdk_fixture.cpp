@@ -2,16 +2,7 @@
 
 #include "quomi/data/data.h"
 
-#include <algorithm>
-#include <sstream>
-#include <utility>
-
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-
 namespace quomi::test {
-
-using simulated::ScriptedAnswer;
 
 boost::json::object applicationAnswer() {
     return {{"success", true},

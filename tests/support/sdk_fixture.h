@@ -4,19 +4,12 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/sdk.h"
 #include "quomi/core/settings.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <boost/json/object.hpp>
-
 namespace quomi::test {
+
+using simulated::ScriptedAnswer;
 
 inline constexpr const char* kApplicationRequest = "GET /u_applications/query.json";
 inline constexpr const char* kLimitsRequest = "GET /u_applications/limits.json";

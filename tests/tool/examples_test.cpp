@@ -1,14 +1,6 @@
 #include "tests/tool/replay_support.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 // The visits of the examples give the traces that lie beside them, byte for byte. With QUOMI_RENEW_TRACES in the
 // environment those are written anew (docs/traces.md).

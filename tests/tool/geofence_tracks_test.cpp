@@ -1,17 +1,7 @@
 #include "quomi/location/location_utils.h"
 #include "tests/tool/replay_support.h"
 
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
 #include <span>
-#include <sstream>
-
-#include <boost/json/array.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {

@@ -1,23 +1,18 @@
 #include "tools/quomi/backoffice/inbox.h"
 
 #include "quomi/util/error.h"
+#include "tests/support/prelude.h"
 #include "tools/quomi/backoffice/backoffice.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <thread>
 #include <unistd.h>
 
 #include <SQLiteCpp/Database.h>
-#include <gmock/gmock.h>
 #include <httplib.h>
 
 namespace quomi::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 constexpr auto kPrivate = fs::perms::owner_read | fs::perms::owner_write;
 

@@ -1,18 +1,8 @@
 #include "quomi/core/settings.h"
 #include "tests/tool/replay_support.h"
 
-#include <fstream>
-#include <iterator>
-
-#include <boost/json/serialize.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 const char* const kBeacons = R"({"query_params": {}, "valid_until": "2099-01-01T00:00:00Z", "remove_ids": [],
     "u_beacons": [{"id": "door", "name": "Door", "proximity_uid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2", "major": 1,

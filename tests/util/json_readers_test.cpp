@@ -1,12 +1,7 @@
 #include "quomi/util/json_readers.h"
 
+#include "tests/support/prelude.h"
 #include "tests/util/random_text.h"
-
-#include <string>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {
@@ -18,10 +13,7 @@ boost::json::object dictionary(std::string_view text) {
 }
 
 TEST(ParseJson, TakesExactlyOneValue) {
-    const struct {
-        std::string text;
-        bool isValid;
-    } cases[] = {
+    const Table<std::string, bool> cases = {
         {"{\"a\":[1,2.5,null,true]}", true},
         {" 3 ", true},
         {"\"text\"", true},
@@ -114,16 +106,6 @@ TEST(Readers, ContainersAndDatesKeepToTheirTypes) {
     EXPECT_EQ(isoDateForKey(values, "bad", spareDate), std::nullopt);
     EXPECT_EQ(isoDateForKey(values, "n", spareDate), spareDate);
     EXPECT_EQ(isoDateForKey(values, "missing", std::nullopt), std::nullopt);
-}
-
-TEST(Readers, EmptyMeansNoTextOrOnlyBlanks) {
-    const boost::json::value zero = 0;
-    const boost::json::value blanks = " \n";
-    const boost::json::value text = " x";
-    EXPECT_TRUE(isEmpty(static_cast<const boost::json::value*>(nullptr)));
-    EXPECT_TRUE(isEmpty(&zero));
-    EXPECT_TRUE(isEmpty(&blanks));
-    EXPECT_FALSE(isEmpty(&text));
 }
 
 TEST(ReplaceNSNull, EntersDictionariesButNotArrays) {

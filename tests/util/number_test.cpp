@@ -1,11 +1,8 @@
 #include "quomi/util/number.h"
 
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <string>
+#include "tests/support/prelude.h"
 
-#include <gtest/gtest.h>
+#include <cmath>
 
 namespace quomi {
 namespace {
@@ -23,10 +20,7 @@ TEST(Saturate, KeepsWhatFitsAndCutsTheRestToTheBounds) {
 
 TEST(DoubleOfText, ReadsTheNumberAtTheBeginning) {
     const double largest = std::numeric_limits<double>::max();
-    const struct {
-        std::string text;
-        double expected;
-    } cases[] = {
+    const Table<std::string, double> cases = {
         {"12.5", 12.5},
         {"  \t-3", -3},
         {"+7e2x", 700},
