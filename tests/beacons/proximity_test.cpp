@@ -89,15 +89,10 @@ TEST(Beacon, BeginsUndeterminedAndTakesOverReports) {
     EXPECT_EQ(beacon.proximity(), QuomiProximityMediumFar);
     EXPECT_EQ(beacon.lastSeenAt(), seen);
 
-    const boost::json::object expected{{"name", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90/0-65535"},
-                                       {"proximityUUID", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"},
-                                       {"major", 0},
-                                       {"minor", 65535},
-                                       {"proximity", 4},
-                                       {"accuracy", 10.0},
-                                       {"rssi", -80},
-                                       {"isSecure", false}};
-    EXPECT_EQ(beacon.dictionary(), expected);
+    EXPECT_EQ(boost::json::serialize(beacon.dictionary()),
+              R"({"name":"5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90/0-65535",)"
+              R"("proximityUUID":"5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90","major":0,"minor":65535,"proximity":4,)"
+              R"("accuracy":1E1,"rssi":-80,"isSecure":false})");
 }
 
 }  // namespace

@@ -158,30 +158,18 @@ TEST(Guarantees, AThousandStartsAndStopsKeepNothing) {
 
 /// Every operation of the facade that others do not call in all states.
 void callEverything(QuomiSDK& sdk) {
-    sdk.stop();
-    sdk.setAuthorizationLogger(nullptr);
-    sdk.setPresentationViewController(nullptr);
+    sdk.stop(), sdk.setAuthorizationLogger(nullptr), sdk.setPresentationViewController(nullptr);
     EXPECT_EQ(sdk.presentationViewController(), nullptr);
     sdk.executeNotificationRequestActions({});
-    sdk.openWebPageForUrl("https://shop.test/");
-    sdk.openDeepLinkForURL("shop://");
-    sdk.setServerNotificationRequestHeader("X-A", "1");
-    sdk.setServerNotificationRequestHeader("X-A", std::nullopt);
-    sdk.updateAllRulesData();
-    sdk.triggerLocationUpdate();
-    sdk.updateLocation();
-    sdk.resetCounters();
-    sdk.removeAllData();
-    sdk.performServerSync({});
-    sdk.performServerSync([](std::uint64_t) {});
-    sdk.forwardErrorToDelegate(std::nullopt);
-    sdk.logEvent({});
+    sdk.openWebPageForUrl("https://shop.test/"), sdk.openDeepLinkForURL("shop://");
+    sdk.setServerNotificationRequestHeader("X-A", "1"), sdk.setServerNotificationRequestHeader("X-A", std::nullopt);
+    sdk.updateAllRulesData(), sdk.triggerLocationUpdate(), sdk.updateLocation();
+    sdk.resetCounters(), sdk.removeAllData();
+    sdk.performServerSync({}), sdk.performServerSync([](std::uint64_t) {});
+    sdk.forwardErrorToDelegate(std::nullopt), sdk.logEvent({});
     static_cast<void>(sdk.getDebugFileContent());
-    sdk.clearDebugFile();
-    sdk.registerCloudMessagingPushNotificationsDeviceToken("");
-    sdk.setUser(nullptr);
-    sdk.setBaseURL("");
-    sdk.start();
+    sdk.clearDebugFile(), sdk.registerCloudMessagingPushNotificationsDeviceToken("");
+    sdk.setUser(nullptr), sdk.setBaseURL(""), sdk.start();
 }
 
 TEST(Guarantees, EveryOperationInEveryState) {

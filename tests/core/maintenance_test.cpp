@@ -9,10 +9,7 @@ const boost::json::array kWell{geofenceOf("well", {ruleOf("in", "on_entry")})};
 ScriptedAnswer beaconsAnswer(const char* name) {
     const boost::json::object beacon{{"id", name}, {"name", name}, {"proximity_uid", kShopUUID},
                                      {"major", 1}, {"minor", 1},   {"rules_actions", {ruleOf(name, "on_entry")}}};
-    return ScriptedAnswer::json({{"u_beacons", {beacon}},
-                                 {"query_params", boost::json::object()},
-                                 {"valid_until", "2030-01-01T00:00:00Z"},
-                                 {"remove_ids", boost::json::array()}});
+    return rulesAnswer("u_beacons", {beacon});
 }
 
 // Synchronisation

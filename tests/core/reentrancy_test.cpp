@@ -85,7 +85,7 @@ boost::json::object ruleOf(const char* id, const char* trigger, int latchTime, b
 }
 
 /// A beacon whose rules do everything that rules can do.
-boost::json::object beaconsAnswer() {
+ScriptedAnswer beaconsAnswer() {
     const boost::json::array rules{
         ruleOf("note", "on_entry", 0, {{"notify_user", "Hello"}}),
         ruleOf("both", "on_exit", 0, {{"notify_user", "Bye"}, {"open_url", "https://shop.test/bye"}}),
@@ -94,16 +94,10 @@ boost::json::object beaconsAnswer() {
         ruleOf("server", "on_entry", 0, {{"notify_server", "https://shop.test/hook"}, {"notify_user", "Asked"}}),
         ruleOf("waits", "on_entry", 1, {{"notify_user", "Still here"}}),
         ruleOf("leaves", "on_exit", 1, {{"notify_user", "Gone"}})};
-    return {{"u_beacons", boost::json::array{{{"id", "b"},
-                                              {"proximity_uid", kShopUUID},
-                                              {"major", 1},
-                                              {"minor", 1},
-                                              {"start", "1970-01-01T00:00:00Z"},
-                                              {"end", "2100-01-01T00:00:00Z"},
-                                              {"rules_actions", rules}}}},
-            {"query_params", boost::json::object()},
-            {"valid_until", "2030-01-01T00:00:00Z"},
-            {"remove_ids", boost::json::array()}};
+    auto beacon = boost::json::parse(R"({"id": "b", "proximity_uid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "major": 1,
+        "minor": 1, "start": "1970-01-01T00:00:00Z", "end": "2100-01-01T00:00:00Z"})");
+    beacon.as_object()["rules_actions"] = rules;
+    return rulesAnswer("u_beacons", {beacon});
 }
 
 /// A host that decides about every action, and does some of them itself. Its server request fails in its hands.
@@ -130,7 +124,7 @@ void decide(QuomiSDKDelegate& host, RunLoop& later, const std::function<void(con
 /// A life of the SDK in which every callback comes, whatever the host does in one of them.
 void live(SdkFixture& app) {
     app.phone.transport().answer(kLimitsRequest, {ScriptedAnswer::text("", 500)});
-    app.phone.transport().answer(kBeaconsRequest, ScriptedAnswer::json(beaconsAnswer()));
+    app.phone.transport().answer(kBeaconsRequest, beaconsAnswer());
     app.phone.transport().answer("GET https://shop.test/hook", ScriptedAnswer::json({{"decision", "enable"}}));
     const auto tellTest = [&app](const char* block) {
         app.journal.emplace_back(block);

@@ -77,17 +77,6 @@ TEST_F(Contexts, ASaveThatIsRefusedDropsEverything) {
     EXPECT_TRUE(context.save()) << "one bad answer does not poison the saves after it";
 }
 
-TEST_F(Contexts, ABusyStoreLosesNothing) {
-    const auto made = geofence("a");
-    context.insert(made);
-    auto other = host.connect();
-    other.exec("BEGIN IMMEDIATE");
-    EXPECT_FALSE(context.save(&error));
-    other.exec("ROLLBACK");
-    EXPECT_TRUE(context.save());
-    EXPECT_EQ(saved("geofenceId"), "a");
-}
-
 TEST_F(Contexts, AChildChangesNothingOutsideBeforeItsSave) {
     context.insert(geofence("a", {"r1"}));
     context.insert(geofence("b"));

@@ -22,6 +22,10 @@ inline constexpr const char* kShopUUID = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
 /// The back office's answer for the namespace "shop": security "none", split distance 12 m. Tests change what they
 /// need.
 [[nodiscard]] boost::json::object applicationAnswer();
+/// An answer with places and their rules; the key is "u_beacons" or "u_geofences".
+[[nodiscard]] ScriptedAnswer rulesAnswer(std::string_view key, const boost::json::array& places,
+                                         const boost::json::array& removed = {}, const boost::json::object& area = {},
+                                         const char* validUntil = "2030-01-01T00:00:00Z");
 
 /// A host app on a simulated phone: phone, settings, one SDK with the namespace "shop" set and not started, and a
 /// delegate that implements every operation. Answers for application record, limits and user are scripted; others are

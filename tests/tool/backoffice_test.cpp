@@ -42,16 +42,10 @@ Campaign shop() {
 }
 
 json::object user() {
-    return {{"udid", "U"},
-            {"properties", {{"ext_id", "ann"}}},
-            {"u_application_uid", "shop"},
-            {"advertising_tracking_mode_enabled", false},
-            {"system_name", "iOS"},
-            {"system_version", "17.1"},
-            {"sdk_name", "sdk"},
-            {"sdk_version", "1"},
-            {"model", "iPhone"},
-            {"language", nullptr}};
+    return json::parse(R"({"udid": "U", "properties": {"ext_id": "ann"}, "u_application_uid": "shop",
+        "advertising_tracking_mode_enabled": false, "system_name": "iOS", "system_version": "17.1", "sdk_name": "sdk",
+        "sdk_version": "1", "model": "iPhone", "language": null})")
+        .as_object();
 }
 
 std::string userBody(const json::object& record) {
@@ -119,28 +113,17 @@ protected:
 
 TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
     backoffice_.setNow([] { return *QuomiUtils::isoDate("2031-05-04T23:59:00Z"); });
-    const json::object beacon{{"id", "b"}, {"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}};
-    expectAnswer(
-        client_.Get("/u_beacons/query.json?api_version=3&proximity_uid=5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90"
-                    "&udid=U&namespace=shop"),
-        {{"u_beacons", json::array{beacon}},
-         {"query_params",
-          {{"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}, {"namespace", "shop"}, {"api_version", 3}}},
-         {"valid_until", "2031-05-05T00:00:30.000Z"},
-         {"remove_ids", {"old"}}});
-    const json::object geofence{{"id", "g"}, {"lat", 52.5}, {"lng", 13.25}, {"radius", 0.5}};
+    expectAnswer(client_.Get("/u_beacons/query.json?api_version=3&proximity_uid=5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90"
+                             "&udid=U&namespace=shop"),
+                 json::parse(R"({"u_beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}],
+                     "query_params": {"proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90", "namespace": "shop",
+                     "api_version": 3}, "valid_until": "2031-05-05T00:00:30.000Z", "remove_ids": ["old"]})"));
     expectAnswer(client_.Get("/u_geofences/query.json?api_version=3&lat=52.500000&lng=13.250000&radius=100.000000"
                              "&udid=U&namespace=shop&updated_at=2031-05-01T00:00:00.000Z"),
-                 {{"u_geofences", json::array{geofence}},
-                  {"query_params",
-                   {{"lat", 52.5},
-                    {"lng", 13.25},
-                    {"radius", 100.0},
-                    {"namespace", "shop"},
-                    {"api_version", 3},
-                    {"updated_at", "2031-05-01T00:00:00.000Z"}}},
-                  {"valid_until", "2031-05-05T00:00:30.000Z"},
-                  {"remove_ids", {"x", "y"}}});
+                 json::parse(R"({"u_geofences": [{"id": "g", "lat": 52.5, "lng": 13.25, "radius": 0.5}],
+                     "query_params": {"lat": 52.5, "lng": 13.25, "radius": 100.0, "namespace": "shop",
+                     "api_version": 3, "updated_at": "2031-05-01T00:00:00.000Z"},
+                     "valid_until": "2031-05-05T00:00:30.000Z", "remove_ids": ["x", "y"]})"));
     expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop&proximity_uid=1"), 400, "\"proximity_uid\"");
     expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop&lat=1&lng=1&radius=%ff"), 400, "\"radius\"");
 }

@@ -13,29 +13,26 @@ boost::json::object dictionary(std::string_view text) {
 }
 
 TEST(ParseJson, TakesExactlyOneValue) {
-    const Table<std::string, bool> cases = {
-        {"{\"a\":[1,2.5,null,true]}", true},
-        {" 3 ", true},
-        {"\"text\"", true},
-        {"", false},
-        {"{} x", false},
-        {"{}{}", false},
-        {"{\"a\":1,}", false},
-        {"[1e999]", false},
-        {"{\"a\":{\"b\":[-1e400]}}", false},
-        {"1e99999999999", false},
-        {"1e308", true},
-        {"NaN", false},
-        {"\"\xff\"", false},
-        {"\"\\ud800\"", false},
-        {std::string(64, '[') + std::string(64, ']'), true},
-        {std::string(65, '[') + std::string(65, ']'), false},
-        {std::string(100'000, '['), false},
-    };
-    for (const auto& [text, isValid] : cases) {
-        std::optional<Error> error;
-        EXPECT_EQ(parseJson(text, &error).has_value(), isValid) << text.substr(0, 40);
-        EXPECT_NE(error.has_value(), isValid) << text.substr(0, 40);
+    const auto deep = [](std::size_t levels) { return std::string(levels, '[') + std::string(levels, ']'); };
+    const Strings good{"{\"a\":[1,2.5,null,true]}", " 3 ", "\"text\"", "1e308", deep(64)};
+    const Strings bad{"",
+                      "{} x",
+                      "{}{}",
+                      "{\"a\":1,}",
+                      "[1e999]",
+                      "{\"a\":{\"b\":[-1e400]}}",
+                      "1e99999999999",
+                      "NaN",
+                      "\"\xff\"",
+                      "\"\\ud800\"",
+                      deep(65),
+                      std::string(100'000, '[')};
+    for (const auto* texts : {&good, &bad}) {
+        for (const auto& text : *texts) {
+            std::optional<Error> error;
+            EXPECT_EQ(parseJson(text, &error).has_value(), texts == &good) << text.substr(0, 40);
+            EXPECT_EQ(error.has_value(), texts == &bad) << text.substr(0, 40);
+        }
     }
 }
 
