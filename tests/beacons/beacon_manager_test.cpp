@@ -22,14 +22,6 @@ TEST(BeaconManager, ABeaconTwiceInOneReportIsFoundAndThenUpdated) {
                 ElementsAre("found 7 at 2", "ping 7", "updated 7 from 2 2 to 1 0.5", "ping 7"));
 }
 
-TEST(BeaconManager, TellsBeaconsApartByMajorAndMinor) {
-    const auto bench = ManagerBench::started();
-    auto swapped = heard(2);
-    std::swap(swapped.major, swapped.minor);
-    EXPECT_THAT(bench->report({heard(2), swapped}), ElementsAre("found 2 at 2", "ping 2", "found 1 at 2", "ping 1"));
-    EXPECT_EQ(bench->manager->getNearbyBeacons().at(1)->name(), kShop.string() + "/2-1");
-}
-
 TEST(BeaconManager, UnknownReportsNeitherFindNorKeepABeacon) {
     const auto bench = ManagerBench::started();
     EXPECT_THAT(bench->report({heard(1, kUnknown, -1), heard(2)}), ElementsAre("found 2 at 2", "ping 2"));

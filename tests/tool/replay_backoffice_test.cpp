@@ -131,12 +131,6 @@ TEST_F(ReplayBackofficeTest, ACampaignIsServedOverRealHttpWhileTheClockStandsSti
     EXPECT_THAT(replayed.out, Not(HasSubstr("127.0.0.1")));
 }
 
-TEST_F(ReplayBackofficeTest, UnknownPathsAndNamespacesOfACampaignAreNotFound) {
-    auto visit = campaignVisit(bench, R"([{"at": 0, "call": "start"}])");
-    visit["app"].as_object()["namespace"] = "another";
-    EXPECT_THAT(bench.play(visit).lines("delegate"), ElementsAre("0 delegate didReceiveErrorNotification error 404"));
-}
-
 TEST_F(ReplayBackofficeTest, RequestsToTheDefaultHostGoToTheCampaignToo) {
     auto visit = campaignVisit(bench, R"([{"at": 0, "call": "setBaseURL", "with": "https://api.quomi.test"},
                                           {"at": 0, "call": "start"}])");

@@ -14,46 +14,38 @@ constexpr std::string_view kUUIDStart = "6B6E1B5A-0C0D-4A6E-9E62-0000000000";
 /// Fields of each kind of record; those that may be left out end in a question mark.
 const std::map<std::string, std::string>& fieldsOfKinds() {
     static const std::map<std::string, std::string> table = [] {
-        std::map<std::string, std::string> all{
-            {"call", "result error"},
-            {"callback", "outcome error"},
-            {"request", "url headers body?"},
-            {"response", "url"},
-            {"monitor", "region"},
-            {"unmonitor", "region"},
-            {"range", "region"},
-            {"unrange", "region"},
-            {"updates", "on"},
-            {"openURL", ""},
-            {"alert", "message"},
-            {"authorizationRequest", ""},
-            {"notificationRightsRequest", ""},
-            {"category", "actions"},
-            {"webPage", ""},
-            {"rule", "owner trigger decision detail"},
-            {"backgroundTask", "id"},
-            {"console", ""},
-            {"defaults", "value"},
-            {"notification", "title? subtitle? body? badge sound category? userInfo attachments"}};
-        for (const auto& [fields, names] : Table<std::string, std::string>{
-                 {"error", "didReceiveErrorNotification"},
-                 {"event time", "didLogEvent"},
-                 {"uuid userInfo", "didEnterBeaconRegion | didExitBeaconRegion"},
-                 {"beacon userInfo",
-                  "didFindNewBeacon | didLoseBeaconSignal | didUpdateBeacon | didReceivePingFromBeacon"},
-                 {"value",
+        std::map<std::string, std::string> all;
+        for (const auto& [prefix, fields, kinds] : Table<std::string, std::string, std::string>{
+                 {"", "result error", "call"},
+                 {"", "outcome error", "callback"},
+                 {"", "url headers body?", "request"},
+                 {"", "url", "response"},
+                 {"", "region", "monitor | unmonitor | range | unrange"},
+                 {"", "on", "updates"},
+                 {"", "", "openURL | webPage | console | authorizationRequest | notificationRightsRequest"},
+                 {"", "message", "alert"},
+                 {"", "actions", "category"},
+                 {"", "title? subtitle? body? badge sound category? userInfo attachments", "notification"},
+                 {"", "owner trigger decision detail", "rule"},
+                 {"", "id", "backgroundTask"},
+                 {"", "value", "defaults"},
+                 {"delegate:did", "error", "ReceiveErrorNotification"},
+                 {"delegate:did", "event time", "LogEvent"},
+                 {"delegate:did", "uuid userInfo", "EnterBeaconRegion | ExitBeaconRegion"},
+                 {"delegate:did", "beacon userInfo",
+                  "FindNewBeacon | LoseBeaconSignal | UpdateBeacon | ReceivePingFromBeacon"},
+                 {"delegate:did", "location", "ReceiveLocationChange"},
+                 {"delegate:did", "region", "ReceiveEnterRegionNotification | ReceiveExitRegionNotification"},
+                 {"delegate:", "value",
                   "bluetoothStatusDidChange | locationServiceStatusDidChange | backgroundRefreshStatusDidChange | "
                   "quomiBeaconsServiceStatusDidChange | quomiGeofencesServiceStatusDidChange"},
-                 {"location", "didReceiveLocationChange"},
-                 {"region", "didReceiveEnterRegionNotification | didReceiveExitRegionNotification"},
-                 {"notification triggeredBy answer", "shouldExecuteNotificationRequest"},
-                 {"notification triggeredBy", "executeNotificationRequest"},
-                 {"url triggeredBy answer",
-                  "shouldExecuteOpenWebPageRequest | shouldExecuteOpenDeepLinkRequest | "
-                  "shouldExecuteServerNotificationRequest"},
-                 {"url triggeredBy",
-                  "executeOpenWebPageRequest | executeOpenDeepLinkRequest | executeServerNotificationRequest"}}) {
-            for (const auto& name : parts(names)) all["delegate:" + name] = fields;
+                 {"delegate:should", "notification triggeredBy answer", "ExecuteNotificationRequest"},
+                 {"delegate:execute", "notification triggeredBy", "NotificationRequest"},
+                 {"delegate:should", "url triggeredBy answer",
+                  "ExecuteOpenWebPageRequest | ExecuteOpenDeepLinkRequest | ExecuteServerNotificationRequest"},
+                 {"delegate:execute", "url triggeredBy",
+                  "OpenWebPageRequest | OpenDeepLinkRequest | ServerNotificationRequest"}}) {
+            for (const auto& kind : parts(kinds)) all[prefix + kind] = fields;
         }
         return all;
     }();
