@@ -84,6 +84,16 @@ TEST(BeaconAuthorization, LocationServicesThatAreOffAreOnlyAWarning) {
     EXPECT_THAT(both.news(), ElementsAre(kDisabled, kDenied, kGone));
 }
 
+TEST(BeaconAuthorization, ASecondStartFailsAndChangesNothing) {
+    const auto bench = ManagerBench::started();
+    bench->report({heard(1)});
+    std::optional<Error> error;
+    EXPECT_FALSE(bench->manager->start(&error));
+    EXPECT_EQ(error.value().code, 1001);
+    EXPECT_THAT(bench->news(), IsEmpty());
+    EXPECT_THAT(bench->after(5s), ElementsAre("lost 1")) << "there is still one timer";
+}
+
 TEST(BeaconAuthorization, APhoneThatMonitorsNoBeaconRegionsFailsAndCreatesNothing) {
     ManagerBench bench({.supportsBeacons = false, .locationServices = false});
     std::optional<Error> error;

@@ -97,5 +97,18 @@ TEST_F(BeaconManagerPorts, AsksTheLocationServiceInThisOrder) {
     EXPECT_THAT(location.news(), ElementsAre("gone"));
 }
 
+TEST_F(BeaconManagerPorts, SkipsBeaconsOfOtherUUIDsInItsReports) {
+    ASSERT_TRUE(manager->start());
+    auto foreign = heard(1);
+    foreign.proximityUUID = kOther;
+    location.delegate->didRangeBeacons({foreign, heard(2), foreign}, {"Quomi beacon", kShop});
+    location.delegate->didRangeBeacons({heard(3)}, {"Quomi beacon", kOther});
+    ASSERT_EQ(manager->getNearbyBeacons().size(), 1U);
+    EXPECT_EQ(manager->getNearbyBeacons()[0]->minor(), 2);
+    manager->stop();
+    location.available = std::nullopt;
+    EXPECT_FALSE(manager->start()) << "a system that does not offer the question";
+}
+
 }  // namespace
 }  // namespace quomi::test

@@ -134,17 +134,12 @@ TEST(Updates, OfAllRulesAndOfThePosition) {
 
 // The store
 
-std::string bytesOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// The store file and what SQLite lays beside it.
 std::string bytesOfStore(Town& town) {
     std::string bytes;
     for (const auto& entry : std::filesystem::directory_iterator(town.storeFile().parent_path())) {
         if (entry.path().filename().string().starts_with(town.storeFile().filename().string())) {
-            bytes += bytesOf(entry.path());
+            bytes += contentOf(entry.path());
         }
     }
     return bytes;

@@ -3,16 +3,6 @@
 namespace quomi::test {
 namespace {
 
-void write(const std::filesystem::path& file, const std::string& bytes) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << bytes;
-}
-
-std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// Starts and expects this error in the out-parameter and, once, at the delegate; the SDK does not run afterwards.
 void expectFailure(SdkFixture& app, std::int64_t code, const std::string& description, bool runningWhenTold) {
     app.journal.clear();

@@ -11,16 +11,6 @@
 
 namespace quomi::test {
 
-inline std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-inline void write(const std::filesystem::path& file, const std::string& bytes) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << bytes;
-}
-
 inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace, double threshold = 7.5) {
     auto application = std::make_shared<QuomiApplication>();
     application->appNamespace = appNamespace;

@@ -56,8 +56,7 @@ TEST_F(Durability, AKilledCallIsNotMadeAndACutWriteIsCut) {
                 return call.bytes() > 0 && ++writes == 2 ? decision : Decision{};
             });
         EXPECT_EQ(ending, decision.kind == Decision::goOn ? Ending::finished : Ending::killed);
-        std::ifstream stream(path, std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), expected);
+        EXPECT_EQ(contentOf(path), expected);
     }
 }
 

@@ -210,6 +210,9 @@ TEST_F(LocationManagerTest, ForgetsWhereItWas) {
 
 TEST_F(UnaskedLocationManagerTest, AsksForPermissionUntilItIsGiven) {
     std::optional<Error> error;
+    EXPECT_FALSE(manager->addRegion(std::nullopt, &error));
+    EXPECT_EQ(std::exchange(error, std::nullopt).value().code, 800);
+    EXPECT_FALSE(manager->regionMonitoringStarted());
     EXPECT_TRUE(manager->startRegionMonitoring(&error));
     EXPECT_TRUE(manager->startRegionMonitoring());
     EXPECT_THAT(news(), ElementsAre("ask always", "ask always"));

@@ -63,8 +63,7 @@ TEST_F(AttachmentDownloadsTest, KeepsTheBytesInAFolderOfItsOwnThatIsTheOwnersAlo
     phone_.advanceBy(std::chrono::seconds(1));
     ASSERT_THAT(names_, ElementsAre("Library/Caches/QuomiAttachments/QuomiAttachment+a.png"));
     const auto path = phone_.container() / names_.front();
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator(file), {}), bytes);
+    EXPECT_EQ(contentOf(path), bytes);
     EXPECT_EQ(status(path.parent_path()).permissions(), std::filesystem::perms::owner_all);
 }
 

@@ -1,6 +1,7 @@
 #include "hosts/simulated/simulated_phone.h"
 
 #include "hosts/simulated/temporary_directory.h"
+#include "quomi/platform/screens.h"
 #include "quomi/platform/user_defaults.h"
 #include "tests/support/prelude.h"
 
@@ -232,6 +233,16 @@ TEST_F(SimulatedPhoneTest, ARelaunchedAppFindsItsMonitoredRegions) {
     }
     std::ofstream(config.container / "phone.json") << R"({"monitoredRegions": [7, {"identifier": "x"}]})";
     EXPECT_THAT(SimulatedPhone(config).monitoredRegions(), IsEmpty());
+}
+
+TEST_F(SimulatedPhoneTest, AScreenPresentsOneOtherAtATime) {
+    auto& screens = phone_.platform().screens;
+    const auto root = screens.rootScreen();
+    const auto page = screens.presentWebPage(root, {});
+    phone_.runTurns();
+    ASSERT_TRUE(page && root->presentedScreen());
+    EXPECT_EQ(screens.presentWebPage(root, {}), nullptr);
+    EXPECT_TRUE(screens.presentWebPage(root->presentedScreen()->visibleChild(), {}));
 }
 
 TEST_F(SimulatedPhoneTest, WhatTheAppLeftWaitingGoesWhileThePhoneIsThere) {

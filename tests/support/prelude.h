@@ -57,6 +57,18 @@ using Strings = std::vector<std::string>;
 template <class... Columns>
 using Table = std::vector<std::tuple<Columns...>>;
 
+/// The whole file; empty when it cannot be read.
+inline std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Makes the file, with its directories.
+inline void write(const std::filesystem::path& file, const std::string& bytes) {
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << bytes;
+}
+
 /// The parts of a text between " | ".
 inline Strings parts(std::string_view text) {
     Strings found;

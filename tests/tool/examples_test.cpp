@@ -9,11 +9,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::vector<fs::path> visitsOfTheExamples() {
     std::vector<fs::path> visits;
     for (const auto& file : fs::recursive_directory_iterator(QUOMI_SOURCE_DIR "/examples")) {

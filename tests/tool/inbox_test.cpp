@@ -31,11 +31,6 @@ protected:
     InboxTest() { fs::create_directories(folder_); }
     ~InboxTest() override { fs::remove_all(folder_); }
 
-    static std::string contentOf(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
     const fs::path folder_ = fs::temp_directory_path() / ("quomi #inbox?%41_" + std::to_string(::getpid()));
     const fs::path file_ = folder_ / "inbox.sqlite";
 };

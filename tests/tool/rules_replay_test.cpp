@@ -133,6 +133,8 @@ TEST_F(RulesReplayTest, ActionsInFrontAndBehind) {
              {both, "background", "", "2 ran | 7 webPage https://shop.test/page"},
              {link, "active", "", "2 r executed {actions:[open_deep_link]} | 2 openURL https://shop.test/link"},
              {link, "background", "", "2 r executed {actions:[open_deep_link]} | 2 openURL https://shop.test/link"},
+             {R"("notify_user": "Hi", "open_deep_link": "{\"iosURL\": \"https://shop.test/link\"}")", "background", "",
+              "2 ran | 7 openURL https://shop.test/link"},
              {both, "active", R"("shouldExecuteNotificationRequest": false, "shouldExecuteOpenWebPageRequest": false)",
               "2 asked Notification | 2 delegate shouldExecuteOpenWebPageRequest https://shop.test/page | "
               "2 r vetoed {action:notify_user}"},

@@ -49,8 +49,7 @@ TEST(Guarantees, NoLogHoldsASecret) {
     std::string stored;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(bench.state())) {
         if (!entry.is_regular_file()) continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        const auto bytes = contentOf(entry.path());
         const bool isStore = entry.path().filename().string().starts_with(kQuomiSQLiteStoreFile);
         if (isStore) stored += bytes;
         EXPECT_THAT(bytes, Not(HasSubstr("CANARYtoken"))) << entry.path();

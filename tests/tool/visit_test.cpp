@@ -194,6 +194,23 @@ std::string everyKindOfStep() {
         {"at": 8, "call": "getDebugFileContent"}, {"at": 8, "call": "updateUserInformation"})");
 }
 
+TEST_F(VisitTest, ReadsThePhone) {
+    const auto visit = parse(root(R"(, "device": {"authorization": "whenInUse", "bluetooth": "off", "badge": 3,
+        "state": "background", "backgroundRefresh": "denied", "maxMonitoredRegions": 7, "supportsGeofences": false,
+        "notificationRights": {"status": "denied", "alert": false}})"));
+    ASSERT_TRUE(visit) << error_.text();
+    const auto& device = visit->device;
+    EXPECT_EQ(device.authorization, AuthorizationStatus::authorizedWhenInUse);
+    EXPECT_EQ(device.bluetooth, BluetoothState::poweredOff);
+    EXPECT_EQ(device.state, ApplicationState::background);
+    EXPECT_EQ(device.backgroundRefresh, BackgroundRefreshStatus::denied);
+    EXPECT_EQ(device.badge, 3);
+    EXPECT_EQ(device.maxMonitoredRegions, 7U);
+    EXPECT_FALSE(device.supportsGeofences);
+    EXPECT_EQ(device.notificationRights.status, NotificationAuthorization::denied);
+    EXPECT_TRUE(!device.notificationRights.alert && device.notificationRights.sound);
+}
+
 TEST_F(VisitTest, RefusesFilesThatAreNone) {
     EXPECT_FALSE(Visit::load(folder_ / "no\nthing", &error_));
     EXPECT_EQ(error_.path, "$");

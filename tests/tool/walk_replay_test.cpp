@@ -12,13 +12,8 @@ namespace json = boost::json;
 const std::filesystem::path kTracks = QUOMI_SHARED_DATA_DIR "/tracks";
 const std::string kTown = QUOMI_SOURCE_DIR "/examples/town/visit.json";
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 json::array featuresOf(const std::filesystem::path& path) {
-    const auto collection = json::parse(readFile(path));
+    const auto collection = json::parse(contentOf(path));
     EXPECT_EQ(collection.at("type"), "FeatureCollection");
     return collection.at("features").as_array();
 }
@@ -124,9 +119,9 @@ TEST_F(WalkReplayTest, AGeoJsonFileThatCannotBeWrittenIsAFailureAndLeavesWhatWas
         EXPECT_THAT(run.err, HasSubstr("cannot be written"));
     }
     EXPECT_EQ(bench_.run({(bench_.folder() / "no.json").string(), "--geojson", old.string()}).status, 2);
-    EXPECT_EQ(readFile(old), "old");
+    EXPECT_EQ(contentOf(old), "old");
     EXPECT_EQ(bench_.run({file, "--geojson", (bench_.folder() / "link").string()}).status, 0);
-    EXPECT_THAT(readFile(old), HasSubstr("FeatureCollection")) << "what the link names is replaced";
+    EXPECT_THAT(contentOf(old), HasSubstr("FeatureCollection")) << "what the link names is replaced";
     EXPECT_TRUE(std::filesystem::is_symlink(bench_.folder() / "link"));
     EXPECT_FALSE(std::filesystem::exists(old.string() + ".tmp"));
 }
