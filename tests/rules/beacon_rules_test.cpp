@@ -85,8 +85,8 @@ TEST_F(RuleTest, LatchTimeEndsWithAnotherLookAtTheBeacon) {
              {kTriggerOnExit, kFar, "r executed {\"actions\":[]}", "trigger r"},
              {kTriggerOnExit, std::nullopt, "r executed {\"actions\":[]}", "trigger r"},
              {kTriggerOnExit, kImmediate, "r latchBroken {}", back}}) {
-        const auto seen = beaconWith(rule("r", {}, [&](auto& r) {
-            r.trigger = trigger;
+        const auto seen = beaconWith(rule("r", {}, [&, on = trigger](auto& r) {
+            r.trigger = on;
             r.proximityEnd = 2;
             r.latchTime = 30;
         }));
