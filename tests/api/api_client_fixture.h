@@ -6,18 +6,11 @@
 #include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/platform.h"
-
-#include <memory>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
-
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
+
+using simulated::ScriptedAnswer;
 
 /// A client of https://a.test on a simulated phone, whose service lives at https://push.test. Answers take 0.05 s.
 class ApiClientFixture : public testing::Test {
@@ -41,7 +34,8 @@ protected:
     }
     [[nodiscard]] QuomiAPI::Failure noteError(const std::string& word = "failed") {
         return [this, word](const Error& error) {
-            journal.push_back(fmt::format("{} {} {}", word, error.domain, error.code));
+            journal.push_back(
+                fmt::format("{} {} {}", word, error.domain == kHTTPErrorDomain ? "http" : "sdk", error.code));
         };
     }
     /// The journal since the last call, `span` later.

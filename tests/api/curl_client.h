@@ -2,14 +2,9 @@
 
 #include "hosts/posix/run_loop.h"
 #include "quomi/api/curl_transport.h"
+#include "tests/support/prelude.h"
 
-#include <optional>
-#include <ostream>
-#include <string>
-#include <utility>
 #include <variant>
-
-#include <gtest/gtest.h>
 
 namespace quomi {
 

@@ -1,21 +1,12 @@
-#include "quomi/api/curl_transport.h"
 #include "tests/api/curl_client.h"
 #include "tests/support/loopback_server.h"
 
 #include <condition_variable>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {
 
-using namespace std::chrono_literals;
 using quomi::testing::LoopbackServer;
 using quomi::testing::RawServer;
 using quomi::testing::ReceivedRequest;

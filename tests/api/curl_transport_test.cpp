@@ -5,25 +5,14 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {
 
-using namespace std::chrono_literals;
 using quomi::testing::LoopbackServer;
 using quomi::testing::RawServer;
 using quomi::testing::ReceivedRequest;
 using quomi::testing::unusedPort;
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::Pair;
 
 /// "banana " three hundred times over, in gzip.
 std::string zippedBananas() {
@@ -188,18 +177,17 @@ TEST(CurlTransport, FollowsRedirectsWithinBounds) {
     });
     CurlClient client;
     EXPECT_EQ(bodyOf(client.get(server.url("/start/relative"))), "/end?a+b");
-    struct Case {
-        const char* path;
-        int status;
-        int requests;
-    };
-    for (const Case& expected : {Case{"/loop", 302, 6}, Case{"/file", 302, 1}, Case{"/ftp", 302, 1},
-                                 Case{"/unusable", 302, 1}, Case{"/nowhere", 302, 1}, Case{"/choice", 300, 1}}) {
+    for (const auto& [path, status, count] : Table<const char*, int, int>{{"/loop", 302, 6},
+                                                                          {"/file", 302, 1},
+                                                                          {"/ftp", 302, 1},
+                                                                          {"/unusable", 302, 1},
+                                                                          {"/nowhere", 302, 1},
+                                                                          {"/choice", 300, 1}}) {
         requests = 0;
-        const HttpResult result = client.get(server.url(expected.path));
-        EXPECT_EQ(outcome(result), expected.status) << expected.path << messageOf(result);
-        EXPECT_EQ(bodyOf(result), "moved") << expected.path;
-        EXPECT_EQ(requests, expected.requests) << expected.path;
+        const HttpResult result = client.get(server.url(path));
+        EXPECT_EQ(outcome(result), status) << path << messageOf(result);
+        EXPECT_EQ(bodyOf(result), "moved") << path;
+        EXPECT_EQ(requests, count) << path;
     }
 }
 
@@ -219,24 +207,23 @@ TEST(CurlTransport, RedirectsCarryOnlyWhatTheyMay) {
     CurlClient client;
     const HttpHeaders headers{
         {"Content-Type", "text/plain"}, {"Accept", "text/html"}, {"X-Key", "secret"}, {"Authorization", "Basic QQ=="}};
-    struct Case {
-        const char* method;
-        const char* path;
-        const char* nextMethod;
-        bool keepsSecrets;
-    };
-    for (const Case& expected : {Case{"POST", "/stay/301", "GET", true}, Case{"POST", "/stay/302", "GET", true},
-                                 Case{"POST", "/stay/303", "GET", true}, Case{"POST", "/stay/307", "POST", true},
-                                 Case{"PUT", "/stay/302", "PUT", true}, Case{"PUT", "/stay/303", "GET", true},
-                                 Case{"GET", "/leave/302", "GET", false}, Case{"POST", "/leave/308", "POST", false}}) {
-        const bool hasBody = std::string_view(expected.nextMethod) != "GET";
-        const std::string body = std::string_view(expected.method) == "GET" ? "" : "body";
-        EXPECT_EQ(outcome(client.fetch({expected.method, server.url(expected.path), headers, body})), 200);
-        EXPECT_EQ(seen.method, expected.nextMethod) << expected.path;
-        EXPECT_EQ(seen.body, hasBody ? "body" : "") << expected.path;
-        EXPECT_EQ(seen.header("accept"), "text/html") << expected.path;
-        EXPECT_EQ(seen.header("x-key"), expected.keepsSecrets ? "secret" : "") << expected.path;
-        EXPECT_EQ(seen.header("authorization"), expected.keepsSecrets ? "Basic QQ==" : "") << expected.path;
+    for (const auto& [method, path, nextMethod, keepsSecrets] :
+         Table<std::string, const char*, std::string, bool>{{"POST", "/stay/301", "GET", true},
+                                                            {"POST", "/stay/302", "GET", true},
+                                                            {"POST", "/stay/303", "GET", true},
+                                                            {"POST", "/stay/307", "POST", true},
+                                                            {"PUT", "/stay/302", "PUT", true},
+                                                            {"PUT", "/stay/303", "GET", true},
+                                                            {"GET", "/leave/302", "GET", false},
+                                                            {"POST", "/leave/308", "POST", false}}) {
+        const bool hasBody = nextMethod != "GET";
+        const std::string body = method == "GET" ? "" : "body";
+        EXPECT_EQ(outcome(client.fetch({method, server.url(path), headers, body})), 200);
+        EXPECT_EQ(seen.method, nextMethod) << path;
+        EXPECT_EQ(seen.body, hasBody ? "body" : "") << path;
+        EXPECT_EQ(seen.header("accept"), "text/html") << path;
+        EXPECT_EQ(seen.header("x-key"), keepsSecrets ? "secret" : "") << path;
+        EXPECT_EQ(seen.header("authorization"), keepsSecrets ? "Basic QQ==" : "") << path;
     }
 }
 

@@ -3,11 +3,6 @@
 #include "tests/support/loopback_server.h"
 
 #include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {

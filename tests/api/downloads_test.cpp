@@ -3,19 +3,8 @@
 #include "quomi/util/uuid.h"
 #include "tests/api/api_client_fixture.h"
 
-#include <array>
-#include <limits>
-#include <optional>
-
-#include <gmock/gmock.h>
-
 namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using simulated::ScriptedAnswer;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kGeofences = "GET /u_geofences/query.json";
 constexpr const char* kBeacons = "GET /u_beacons/query.json";
@@ -80,13 +69,11 @@ TEST_F(Downloads, ParametersOfGeofences) {
     const char* const kRadius = "API request parameters error. Radius cannot be less than 1";
     const char* const kLatitude = "API request parameters error. Latitude cannot be outside of (-90,90) range";
     const char* const kLongitude = "API request parameters error. Longitude cannot be outside of (-180,180) range";
-    const struct {
-        double lat, lng, radius;
-        const char* refusal;
-    } cases[] = {{0, 0, 0.5, kRadius},          {0, 0, 0.9999999, kRadius}, {91, 181, 0, kRadius},
-                 {90.0000001, 0, 1, kLatitude}, {-90.5, 181, 1, kLatitude}, {0, 180.0000001, 1, kLongitude},
-                 {0, -181, 1, kLongitude},      {0, 0, 1.0, nullptr},       {90, -180, 1, nullptr},
-                 {-90, 180, 1, nullptr}};
+    const Table<double, double, double, const char*> cases = {
+        {0, 0, 0.5, kRadius},          {0, 0, 0.9999999, kRadius}, {91, 181, 0, kRadius},
+        {90.0000001, 0, 1, kLatitude}, {-90.5, 181, 1, kLatitude}, {0, 180.0000001, 1, kLongitude},
+        {0, -181, 1, kLongitude},      {0, 0, 1.0, nullptr},       {90, -180, 1, nullptr},
+        {-90, 180, 1, nullptr}};
     for (const auto& [lat, lng, radius, refusal] : cases) {
         std::optional<Error> error;
         EXPECT_EQ(geofences(lat, lng, radius, &error), refusal == nullptr);
@@ -105,8 +92,7 @@ TEST_F(Downloads, ParametersOfGeofences) {
 TEST_F(Downloads, OneOfGeofencesAtATime) {
     phone.transport().answer(kGeofences, {ScriptedAnswer::json({1}), ScriptedAnswer::text("", 503),
                                           ScriptedAnswer::text("", 204), ScriptedAnswer::text("<html>")});
-    for (const char* outcome : {"got [1]", "failed QuomiHTTPErrorDomain 503", "failed QuomiErrorDomain 404",
-                                "failed QuomiHTTPErrorDomain 4"}) {
+    for (const char* outcome : {"got [1]", "failed http 503", "failed sdk 404", "failed http 4"}) {
         std::optional<Error> error;
         EXPECT_TRUE(geofences());
         EXPECT_FALSE(geofences(0, 0, 0, &error));
@@ -135,22 +121,20 @@ TEST_F(Downloads, StaleFlagBlocksOnlyWhileSomethingElseWaits) {
     std::optional<Error> error;
     EXPECT_FALSE(geofences(&error));
     EXPECT_EQ(error.value().code, 403);
-    EXPECT_THAT(after(1s), ElementsAre("got QuomiHTTPErrorDomain 404"));
+    EXPECT_THAT(after(1s), ElementsAre("got http 404"));
     EXPECT_TRUE(geofences());
-    EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 404"));
+    EXPECT_THAT(after(1s), ElementsAre("failed http 404"));
 }
 
 TEST_F(Downloads, DataAtURL) {
-    const struct {
-        ScriptedAnswer answer;
-        const char* told;
-    } cases[] = {{ScriptedAnswer::json({{"a", 1}}), R"(got {"a":1})"},
-                 {ScriptedAnswer::text(""), "got null"},
-                 {ScriptedAnswer::json({{"a", 1}}, 201), R"(QuomiErrorDomain 404 {"responseCode":201} 201 {"a":1})"},
-                 {ScriptedAnswer::text("", 204), R"(QuomiErrorDomain 404 {"responseCode":204} 204 null)"},
-                 {ScriptedAnswer::text("no", 204), "QuomiHTTPErrorDomain 4 - 204 null"},
-                 {ScriptedAnswer::text("", 302), "QuomiHTTPErrorDomain 302 - 302 null"},
-                 {ScriptedAnswer::failure(HttpFailureKind::tls), "QuomiHTTPErrorDomain 3 - 0 null"}};
+    const Table<ScriptedAnswer, const char*> cases = {
+        {ScriptedAnswer::json({{"a", 1}}), R"(got {"a":1})"},
+        {ScriptedAnswer::text(""), "got null"},
+        {ScriptedAnswer::json({{"a", 1}}, 201), R"(QuomiErrorDomain 404 {"responseCode":201} 201 {"a":1})"},
+        {ScriptedAnswer::text("", 204), R"(QuomiErrorDomain 404 {"responseCode":204} 204 null)"},
+        {ScriptedAnswer::text("no", 204), "QuomiHTTPErrorDomain 4 - 204 null"},
+        {ScriptedAnswer::text("", 302), "QuomiHTTPErrorDomain 302 - 302 null"},
+        {ScriptedAnswer::failure(HttpFailureKind::tls), "QuomiHTTPErrorDomain 3 - 0 null"}};
     for (const auto& [answer, told] : cases) {
         phone.transport().answer("GET https://b.test/x", answer);
         api->getDataAtURL(
@@ -205,7 +189,7 @@ TEST_F(Downloads, WhoJoinedIsDroppedWithTheOthers) {
         api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [end](const Error&) { end(); });
         beacons(1, "third");
         phone.network(true);
-        EXPECT_THAT(after(1min), ElementsAre("first QuomiHTTPErrorDomain 404"));
+        EXPECT_THAT(after(1min), ElementsAre("first http 404"));
     }
 }
 
@@ -214,7 +198,7 @@ TEST_F(Downloads, CallbackThatThrowsHoldsNobodyUp) {
     beacons(1, "first");
     api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [](const Error&) { throw 2; });
     beacons(1, "third");
-    EXPECT_THAT(after(1min), ElementsAre("first QuomiHTTPErrorDomain 404", "third QuomiHTTPErrorDomain 404"));
+    EXPECT_THAT(after(1min), ElementsAre("first http 404", "third http 404"));
 }
 
 // Single records
@@ -227,7 +211,7 @@ protected:
         phone.transport().answer(key, {ScriptedAnswer::text("", 500), ScriptedAnswer::text("", 201)});
         operation(note("done"), noteError());
         operation(note("done"), noteError());
-        EXPECT_THAT(after(1s), ElementsAre("failed QuomiHTTPErrorDomain 500", "done"));
+        EXPECT_THAT(after(1s), ElementsAre("failed http 500", "done"));
         EXPECT_EQ(requests.size(), 2U);
         return requests[0].method + " " + requests[0].url + " " + requests[0].body;
     }
@@ -235,11 +219,7 @@ protected:
 
 TEST_F(Records, SingleEvents) {
     const WallTime time = QuomiUtils::isoDate("2027-01-01T12:00:00Z").value();
-    const struct {
-        std::optional<WallTime> time;
-        std::optional<std::string> data;
-        const char* body;
-    } cases[] = {
+    const Table<std::optional<WallTime>, std::optional<std::string>, const char*> cases = {
         {time, R"({"b":1,"a":"x"})", R"({"udid":"U-1","date":"2026-01-01 13:00:00 +0100","data":{"b":1,"a":"x"}})"},
         {time, "{broken}", R"({"udid":"U-1","date":"2026-01-01 13:00:00 +0100"})"},
         {{}, "{}", R"({"udid":"U-1","data":{}})"},

@@ -5,20 +5,9 @@
 #include "tests/api/api_client_fixture.h"
 
 #include <cmath>
-#include <cstdint>
-#include <limits>
-
-#include <boost/json/parse.hpp>
-#include <gmock/gmock.h>
 
 namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using simulated::ScriptedAnswer;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Pointwise;
 
 constexpr const char* kUrl = "https://hook.test/x?rule=1";
 constexpr const char* kKey = "GET https://hook.test/x";
@@ -73,68 +62,42 @@ protected:
     std::shared_ptr<Performer> performer = std::make_shared<Performer>(journal);
 };
 
-TEST_F(ServerNotificationTest, Intervals) {
-    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(0, 2), 2);
-    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(3, 2), 16);
-    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(1, 20), 30);
-    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(std::numeric_limits<std::uint64_t>::max(), 2), 30);
-    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(std::numeric_limits<std::uint64_t>::max(), 0), 0);
-}
-
-TEST_F(ServerNotificationTest, Scales) {
+TEST_F(ServerNotificationTest, ScalesAndIntervalsOfManyRetries) {
     const auto most = std::numeric_limits<std::uint64_t>::max();
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 40, 2), 1);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 30, 2), 1);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 15, 2), 0.5);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(3, 5, 2), 5.0 / 14);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(2, 25, 20), 0.5) << "20 and 30";
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(0, 0, 2), 1);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 0, 0), 1);
-    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 0, 2), 0);
     EXPECT_NEAR(computeRetryScaleForNumberOfRetry(1'000'000, 30, 2) * 1'000'000, 1, 1e-4) << "nearly all are 30";
     EXPECT_GT(computeRetryScaleForNumberOfRetry(most, 40, 2), 0) << "and does not take for ever";
+    EXPECT_EQ(computeRetryScaleForNumberOfRetry(4, 0, 2), 0);
+    EXPECT_EQ(computeNextRetryIntervalForRetryNumber(most, 2), 30);
 }
 
 TEST_F(ServerNotificationTest, RetriesBeginAfterTheAnswerAndDouble) {
-    struct Case {
-        const char* what;
-        std::uint64_t retries;
-        double period, slot;
-        ScriptedAnswer answer;
-        std::vector<double> waits;
-        std::vector<std::string> told;
-    };
-    const std::vector<Case> cases{
-        {"no JSON", 4, 40, 2, ScriptedAnswer::text("<html>"), {2, 4, 8, 16}, {"failed QuomiHTTPErrorDomain 4"}},
-        {"302", 4, 40, 2, ScriptedAnswer::text("", 302), {2, 4, 8, 16}, {"failed QuomiHTTPErrorDomain 302"}},
-        {"399", 1, 40, 2, ScriptedAnswer::text("", 399), {2}, {"failed QuomiHTTPErrorDomain 399"}},
-        {"600", 1, 40, 2, ScriptedAnswer::text("", 600), {2}, {"failed QuomiHTTPErrorDomain 600"}},
-        {"400", 4, 40, 2, ScriptedAnswer::text("", 400), {}, {"failed QuomiHTTPErrorDomain 400"}},
-        {"503", 4, 40, 2, ScriptedAnswer::text("", 503), {}, {"failed QuomiHTTPErrorDomain 503"}},
-        {"599", 4, 40, 2, ScriptedAnswer::text("", 599), {}, {"failed QuomiHTTPErrorDomain 599"}},
-        {"no answer", 4, 40, 2, ScriptedAnswer::failure(HttpFailureKind::connection), {}, {}},
-        {"too late", 4, 40, 2, ScriptedAnswer::failure(HttpFailureKind::timeout), {}, {}},
-        {"scaled",
-         3,
-         5,
-         2,
-         ScriptedAnswer::text("", 302),
-         {1, 20.0 / 14, 40.0 / 14},
-         {"failed QuomiHTTPErrorDomain 302"}},
-        {"capped", 2, 100, 20, ScriptedAnswer::text("", 302), {20, 30}, {"failed QuomiHTTPErrorDomain 302"}},
-        {"none wanted", 0, 40, 2, ScriptedAnswer::text("", 302), {}, {"failed QuomiHTTPErrorDomain 302"}},
-        {"no slot", 2, 40, 0, ScriptedAnswer::text("", 302), {1, 1}, {"failed QuomiHTTPErrorDomain 302"}},
-        {"a senseless slot", 2, 40, NAN, ScriptedAnswer::text("", 302), {1, 1}, {"failed QuomiHTTPErrorDomain 302"}},
-        {"refused as understood", 4, 40, 2, ScriptedAnswer::text("[]"), {}, {"failed QuomiErrorDomain 405"}},
-    };
-    for (const auto& [what, retries, period, slot, given, expected, told] : cases) {
+    const auto no = HttpFailureKind::connection;
+    const auto late = HttpFailureKind::timeout;
+    const auto status = [](int code) { return ScriptedAnswer::text("", code); };
+    for (const auto& [what, retries, period, slot, given, expected, told] :
+         Table<const char*, std::uint64_t, double, double, ScriptedAnswer, std::vector<double>, const char*>{
+             {"no JSON", 4, 40, 2, ScriptedAnswer::text("<html>"), {2, 4, 8, 16}, "failed http 4"},
+             {"302", 4, 40, 2, status(302), {2, 4, 8, 16}, "failed http 302"},
+             {"399", 1, 40, 2, status(399), {2}, "failed http 399"},
+             {"600", 1, 40, 2, status(600), {2}, "failed http 600"},
+             {"400", 4, 40, 2, status(400), {}, "failed http 400"},
+             {"503", 4, 40, 2, status(503), {}, "failed http 503"},
+             {"599", 4, 40, 2, status(599), {}, "failed http 599"},
+             {"no answer", 4, 40, 2, ScriptedAnswer::failure(no), {}, ""},
+             {"too late", 4, 40, 2, ScriptedAnswer::failure(late), {}, ""},
+             {"scaled", 3, 5, 2, status(302), {1, 20.0 / 14, 40.0 / 14}, "failed http 302"},
+             {"capped", 2, 100, 20, status(302), {20, 30}, "failed http 302"},
+             {"none wanted", 0, 40, 2, status(302), {}, "failed http 302"},
+             {"no slot", 2, 40, 0, status(302), {1, 1}, "failed http 302"},
+             {"a senseless slot", 2, 40, NAN, status(302), {1, 1}, "failed http 302"},
+             {"refused as understood", 4, 40, 2, ScriptedAnswer::text("[]"), {}, "failed sdk 405"}}) {
         SCOPED_TRACE(what);
         settings.serverNotificationNumberOfRetry = retries;
         settings.serverNotificationMaxRetryPeriod = period;
         settings.serverNotificationRetrySlotDuration = slot;
         answer({given});
-        EXPECT_THAT(waits(), Pointwise(testing::DoubleNear(1e-5), expected));
-        EXPECT_EQ(std::exchange(journal, {}), told);
+        EXPECT_THAT(waits(), Pointwise(DoubleNear(1e-5), expected));
+        EXPECT_EQ(std::exchange(journal, {}), parts(told));
     }
 }
 
@@ -163,42 +126,26 @@ TEST_F(ServerNotificationTest, CustomHeadersAreKept) {
 }
 
 TEST_F(ServerNotificationTest, Decisions) {
-    const std::string info = R"({"rule_id":7})";
-    const std::vector<std::pair<const char*, std::vector<std::string>>> cases{
-        {R"({"decision":"enable","notify_user":"n"})", {"success", "enable"}},
-        {R"({"decision":"disable","notify_user":"n"})", {"success"}},
-        {R"({"open_deep_link":"l","open_url":"u","notify_user":"n","decision":"notify"})",
-         {"success", "notify n " + info + " 2", "page u 2", "link l 2"}},
-        {R"({"decision":"notify","notify_user":"","open_url":" ","open_deep_link":"l"})", {"success", "link l 2"}},
-        {R"({"decision":"notify","notify_user":{"alertBody":"b"}})",
-         {"success", R"(notify {"alertBody":"b"} )" + info + " 2"}},
-        {R"({"decision":"notify","open_passbook":"p"})", {"failed QuomiErrorDomain 405"}},
-        {R"({"decision":"notify"})", {"failed QuomiErrorDomain 405"}},
-        {R"({"decision":"Enable"})", {"failed QuomiErrorDomain 405"}},
-        {R"({"decision":0})", {"failed QuomiErrorDomain 405"}},
-        {"{}", {"failed QuomiErrorDomain 405"}},
-        {"", {"failed QuomiErrorDomain 405"}},
-        {"3", {"failed QuomiErrorDomain 405"}},
-    };
-    for (const auto& [json, told] : cases) {
+    const char* const refused = "failed sdk 405";
+    for (const auto& [json, told] : Table<const char*, const char*>{
+             {R"({"decision":"enable","notify_user":"n"})", "success | enable"},
+             {R"({"decision":"disable","notify_user":"n"})", "success"},
+             {R"({"open_deep_link":"l","open_url":"u","notify_user":"n","decision":"notify"})",
+              R"(success | notify n {"rule_id":7} 2 | page u 2 | link l 2)"},
+             {R"({"decision":"notify","notify_user":"","open_url":" ","open_deep_link":"l"})", "success | link l 2"},
+             {R"({"decision":"notify","notify_user":{"alertBody":"b"}})",
+              R"(success | notify {"alertBody":"b"} {"rule_id":7} 2)"},
+             {R"({"decision":"notify","open_passbook":"p"})", refused},
+             {R"({"decision":"notify"})", refused},
+             {R"({"decision":"Enable"})", refused},
+             {R"({"decision":0})", refused},
+             {"{}", refused},
+             {"", refused},
+             {"3", refused}}) {
         answer(json);
         send();
-        EXPECT_EQ(after(1min), told) << json;
+        EXPECT_EQ(after(1min), parts(told)) << json;
     }
-}
-
-TEST_F(ServerNotificationTest, ParsedAnswer) {
-    const QuomiErrors errors(phone.platform().localization);
-    const auto parse = [&](const char* json, std::optional<Error>* error = nullptr) {
-        return QuomiNotifyServerResponse::createFromDictionnary(boost::json::parse(json).as_object(), errors, error);
-    };
-    EXPECT_EQ(parse(R"({"decision":"disable","open_url":"u"})"), (QuomiNotifyServerResponse{1, "", "u", "", ""}));
-    EXPECT_EQ(QuomiNotifyServerResponse().decision, 3);
-    std::optional<Error> error;
-    EXPECT_EQ(parse(R"({"decision":"notify"})", &error), std::nullopt);
-    EXPECT_EQ(error.value().localizedDescription().value().find(
-                  "JSON object returned by HTTP request for notify_server action is invalid"),
-              0U);
 }
 
 TEST_F(ServerNotificationTest, WithoutInfoAndWithoutCallbacks) {
@@ -234,7 +181,7 @@ TEST_F(ServerNotificationTest, EndOfRetriesIsLogged) {
     settings.serverNotificationNumberOfRetry = 0;
     answer({ScriptedAnswer::text("", 302)});
     send();
-    EXPECT_THAT(after(1min), ElementsAre("failed QuomiHTTPErrorDomain 302"));
+    EXPECT_THAT(after(1min), ElementsAre("failed http 302"));
     answer(R"({"decision":"disable"})");
     send();
     phone.advanceBy(1s);

@@ -1,11 +1,6 @@
 #include "quomi/api/url.h"
 
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {

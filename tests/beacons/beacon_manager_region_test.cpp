@@ -1,17 +1,8 @@
 #include "quomi/platform/region_text.h"
 #include "tests/beacons/manager_bench.h"
 
-namespace quomi {
+namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using test::heard;
-using test::kOther;
-using test::kShop;
-using test::Log;
-using test::ManagerBench;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// Another part of the app that uses the phone's location service and is deaf to it.
 struct Neighbour : LocationServiceDelegate {
@@ -35,16 +26,6 @@ TEST(BeaconRegion, AStartInsideTheRegionSimulatesExactlyOneEntry) {
     EXPECT_THAT(bench->news(), ElementsAre("state 2"));
     bench->phone.beaconRegionState(kShop, RegionState::inside);
     EXPECT_THAT(bench->news(), ElementsAre("range Quomi beacon", "enter", "state 1"));
-}
-
-TEST(BeaconRegion, EveryReportedEntryIsToldAndAStateAfterItSimulatesNone) {
-    const auto bench = ManagerBench::started();
-    for (int round = 0; round < 2; ++round) {
-        bench->phone.enterBeaconRegion(kShop);
-        EXPECT_THAT(bench->news(), ElementsAre("range Quomi beacon", "enter"));
-    }
-    bench->phone.beaconRegionState(kShop, RegionState::inside);
-    EXPECT_THAT(bench->news(), ElementsAre("state 1"));
 }
 
 TEST(BeaconRegion, AnExitLeavesEverythingToStatesAndTimeouts) {
@@ -203,40 +184,25 @@ TEST(BeaconRegion, EachHappeningHasItsDebugLine) {
     const auto state = [](RegionState some) {
         return [some](simulated::SimulatedPhone& phone) { phone.beaconRegionState(kShop, some); };
     };
-    struct Case {
-        std::function<void(simulated::SimulatedPhone&)> happening;
-        Log lines;
-    };
-    for (const auto& [happening, lines] : {
-             Case{state(RegionState::unknown), {"didDetermineState UNKNOWN for region " + region}},
-             Case{state(RegionState::inside),
-                  {"didDetermineState INSIDE for region " + region, simulated, "didEnterRegion " + region}},
-             Case{state(RegionState::inside), {"didDetermineState INSIDE for region " + region}},
-             Case{state(RegionState::outside), {"didDetermineState OUTSIDE for region " + region}},
-             Case{[](auto& phone) { phone.enterBeaconRegion(kShop); }, {"didEnterRegion " + region}},
-             Case{[](auto& phone) { phone.exitBeaconRegion(kShop); }, {"didExitRegion " + region}},
-             Case{[](auto& phone) { phone.monitoringFails(kShop.string(), 4); },
-                  {"monitoringDidFailForRegion " + region}},
-             Case{[](auto& phone) { phone.rangingFails(kShop.string(), 16); },
-                  {"rangingBeaconsDidFailForRegion " + region}},
-             Case{[](auto& phone) { phone.locationFails(1); },
-                  {"locationManager didFailWithError Error Domain=kCLErrorDomain Code=1 \"\""}},
-             Case{[](auto& phone) { phone.setAuthorization(AuthorizationStatus::denied); }, {}},
+    for (const auto& [happening, lines] : Table<std::function<void(simulated::SimulatedPhone&)>, Log>{
+             {state(RegionState::unknown), {"didDetermineState UNKNOWN for region " + region}},
+             {state(RegionState::inside),
+              {"didDetermineState INSIDE for region " + region, simulated, "didEnterRegion " + region}},
+             {state(RegionState::inside), {"didDetermineState INSIDE for region " + region}},
+             {state(RegionState::outside), {"didDetermineState OUTSIDE for region " + region}},
+             {[](auto& phone) { phone.enterBeaconRegion(kShop); }, {"didEnterRegion " + region}},
+             {[](auto& phone) { phone.exitBeaconRegion(kShop); }, {"didExitRegion " + region}},
+             {[](auto& phone) { phone.monitoringFails(kShop.string(), 4); }, {"monitoringDidFailForRegion " + region}},
+             {[](auto& phone) { phone.rangingFails(kShop.string(), 16); },
+              {"rangingBeaconsDidFailForRegion " + region}},
+             {[](auto& phone) { phone.locationFails(1); },
+              {"locationManager didFailWithError Error Domain=kCLErrorDomain Code=1 \"\""}},
+             {[](auto& phone) { phone.setAuthorization(AuthorizationStatus::denied); }, {}},
          }) {
         happening(bench->phone);
         bench->phone.runTurns();
         EXPECT_EQ(bench->debugLines(), lines);
     }
-}
-
-TEST(BeaconRegion, FailuresOfRangingAndLocationAreToldToNobody) {
-    const auto bench = ManagerBench::started();
-    bench->manager->setUseExtendedBackgroundRangingTime(true);
-    bench->news();
-    bench->phone.rangingFails("Quomi beacon", 16);
-    bench->phone.locationFails(0);
-    bench->phone.setLocation({48, 16}, 3000);
-    EXPECT_THAT(bench->news(), IsEmpty());
 }
 
 TEST(BeaconRegion, EveryTenthReportIsWrittenCountedFromTheLatestEntry) {
@@ -260,4 +226,4 @@ TEST(BeaconRegion, EveryTenthReportIsWrittenCountedFromTheLatestEntry) {
 }
 
 }  // namespace
-}  // namespace quomi
+}  // namespace quomi::test

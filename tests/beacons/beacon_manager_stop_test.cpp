@@ -1,20 +1,7 @@
 #include "tests/beacons/manager_bench.h"
 
-#include <algorithm>
-#include <functional>
-#include <stdexcept>
-
-namespace quomi {
+namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using test::heard;
-using test::kOther;
-using test::kShop;
-using test::Log;
-using test::ManagerBench;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using Delegate = QuomiBeaconManagerDelegate;
 
@@ -81,61 +68,44 @@ auto replacing(std::function<void(Arguments...)> Delegate::*operation) {
 }
 
 const std::vector<News>& allNews() {
+    using Bench = ManagerBench;
+    const auto hears = [](std::initializer_list<std::uint16_t> minors) {
+        std::vector<RangedBeacon> report;
+        for (const auto minor : minors) report.push_back(heard(minor));
+        return [report](Bench& bench) { bench.phone.range(report); };
+    };
     static const std::vector<News> kNews = {
         {"monitoring began",
          replacing(&Delegate::beaconRegionMonitoringStarted),
-         [](ManagerBench& bench) {
-             bench.manager->stop();
-             bench.manager->start();
-             bench.log.clear();
-         },
+         [](Bench& bench) { bench.manager->stop(), bench.manager->start(), bench.log.clear(); },
          {"began Quomi beacon"}},
         {"monitoring failed",
          replacing(&Delegate::beaconRegionMonitoringFailed),
-         [](ManagerBench& bench) { bench.phone.monitoringFails("Quomi beacon", 5); },
+         [](Bench& bench) { bench.phone.monitoringFails("Quomi beacon", 5); },
          {"failed 5"}},
         {"state",
          replacing(&Delegate::beaconRegionStateChanged),
-         [](ManagerBench& bench) { bench.phone.beaconRegionState(kShop, RegionState::outside); },
+         [](Bench& bench) { bench.phone.beaconRegionState(kShop, RegionState::outside); },
          {"state 2"}},
         {"simulated entry",
          replacing(&Delegate::didEnterBeaconRegion),
-         [](ManagerBench& bench) {
-             bench.phone.background();
-             bench.phone.beaconRegionState(kShop, RegionState::inside);
-         },
+         [](Bench& bench) { bench.phone.background(), bench.phone.beaconRegionState(kShop, RegionState::inside); },
          {"range Quomi beacon", "enter"}},
         {"entry",
          replacing(&Delegate::didEnterBeaconRegion),
-         [](ManagerBench& bench) { bench.phone.enterBeaconRegion(kShop); },
+         [](Bench& bench) { bench.phone.enterBeaconRegion(kShop); },
          {"range Quomi beacon", "enter"}},
         {"exit",
          replacing(&Delegate::didExitBeaconRegion),
-         [](ManagerBench& bench) { bench.phone.exitBeaconRegion(kShop); },
+         [](Bench& bench) { bench.phone.exitBeaconRegion(kShop); },
          {"exit"}},
-        {"find",
-         replacing(&Delegate::didFindBeacon),
-         [](ManagerBench& bench) {
-             bench.phone.range({heard(4), heard(5), heard(1)});
-         },
-         {"found 4 at 2"}},
-        {"update",
-         replacing(&Delegate::didUpdateBeacon),
-         [](ManagerBench& bench) {
-             bench.phone.range({heard(2), heard(1), heard(4)});
-         },
-         {"updated 2 from 2 2 to 2 2"}},
+        {"find", replacing(&Delegate::didFindBeacon), hears({4, 5, 1}), {"found 4 at 2"}},
+        {"update", replacing(&Delegate::didUpdateBeacon), hears({2, 1, 4}), {"updated 2 from 2 2 to 2 2"}},
         {"ping",
          replacing(&Delegate::didReceivePingFromBeacon),
-         [](ManagerBench& bench) {
-             bench.phone.range({heard(3), heard(4), heard(1)});
-         },
+         hears({3, 4, 1}),
          {"updated 3 from 2 2 to 2 2", "ping 3"}},
-        {"loss",
-         replacing(&Delegate::didLoseBeacon),
-         [](ManagerBench& bench) { bench.phone.advanceBy(10s); },
-         {"lost 1"}},
-    };
+        {"loss", replacing(&Delegate::didLoseBeacon), [](Bench& bench) { bench.phone.advanceBy(10s); }, {"lost 1"}}};
     return kNews;
 }
 
@@ -213,29 +183,6 @@ TEST(BeaconStop, AManagerThatIsDestroyedHearsNothingOfWhatWasOnItsWay) {
     EXPECT_EQ(bench->phone.rangedRegions().size(), 1U) << "what the phone does for the app goes on";
 }
 
-TEST(BeaconDelegate, IsHeldWeaklyAndMayGoAtAnyTime) {
-    const auto bench = ManagerBench::started();
-    EXPECT_EQ(bench->manager->delegate(), bench->delegate);
-    bench->delegate->didFindBeacon = [&](const QuomiBeacon& beacon) {
-        bench->log.push_back(fmt::format("last {}", beacon.minor()));
-        bench->delegate.reset();
-    };
-    EXPECT_THAT(bench->report({heard(1), heard(2)}), ElementsAre("last 1"));
-    EXPECT_EQ(bench->manager->delegate(), nullptr);
-    EXPECT_THAT(bench->nearby(), ElementsAre(1, 2)) << "the manager goes on without";
-    bench->phone.beaconRegionState(kShop, RegionState::inside);
-    EXPECT_THAT(bench->after(10s), ElementsAre("range Quomi beacon"));
-    EXPECT_THAT(bench->nearby(), IsEmpty());
-}
-
-TEST(BeaconDelegate, MayLeaveOutEveryNews) {
-    const auto bench = ManagerBench::started();
-    *bench->delegate = {};
-    for (const auto& news : allNews()) news.happen(*bench);
-    bench->news();
-    EXPECT_TRUE(bench->manager->isStarted());
-}
-
 TEST(BeaconDelegate, WhatACallbackThrowsCostsNobodyTheRest) {
     const auto bench = ManagerBench::started();
     for (const auto& news : allNews()) {
@@ -246,18 +193,6 @@ TEST(BeaconDelegate, WhatACallbackThrowsCostsNobodyTheRest) {
     bench->phone.beaconRegionState(kShop, RegionState::inside);
     EXPECT_THAT(bench->news(), ElementsAre("range Quomi beacon", "enter", "state 1"));
     EXPECT_THAT(bench->after(5s), ElementsAre("lost 1", "lost 2"));
-}
-
-TEST(BeaconDelegate, MayAskWhatIsNearbyFromInside) {
-    const auto bench = ManagerBench::started();
-    std::vector<std::vector<int>> seen;
-    bench->delegate->didFindBeacon = [&](const QuomiBeacon&) { seen.push_back(bench->nearby()); };
-    bench->delegate->didLoseBeacon = [&](const QuomiBeacon&) { seen.push_back(bench->nearby()); };
-    bench->report({heard(1), heard(2)});
-    bench->after(2s);
-    bench->report({heard(2)});
-    bench->after(4s);
-    EXPECT_THAT(seen, ElementsAre(ElementsAre(1), ElementsAre(1, 2), ElementsAre(2)));
 }
 
 TEST(BeaconDelegate, MayLetTimePassFromInside) {
@@ -271,4 +206,4 @@ TEST(BeaconDelegate, MayLetTimePassFromInside) {
 }
 
 }  // namespace
-}  // namespace quomi
+}  // namespace quomi::test

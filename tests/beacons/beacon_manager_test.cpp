@@ -1,19 +1,8 @@
 #include "quomi/platform/clock.h"
 #include "tests/beacons/manager_bench.h"
 
-#include <limits>
-
-namespace quomi {
+namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using test::heard;
-using test::kOther;
-using test::kShop;
-using test::Log;
-using test::ManagerBench;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr auto kUnknown = PlatformProximity::unknown;
 constexpr auto kImmediate = PlatformProximity::immediate;
@@ -33,14 +22,6 @@ TEST(BeaconManager, ABeaconTwiceInOneReportIsFoundAndThenUpdated) {
                 ElementsAre("found 7 at 2", "ping 7", "updated 7 from 2 2 to 1 0.5", "ping 7"));
 }
 
-TEST(BeaconManager, TellsBeaconsApartByMajorAndMinor) {
-    const auto bench = ManagerBench::started();
-    auto swapped = heard(2);
-    std::swap(swapped.major, swapped.minor);
-    EXPECT_THAT(bench->report({heard(2), swapped}), ElementsAre("found 2 at 2", "ping 2", "found 1 at 2", "ping 1"));
-    EXPECT_EQ(bench->manager->getNearbyBeacons().at(1)->name(), kShop.string() + "/2-1");
-}
-
 TEST(BeaconManager, UnknownReportsNeitherFindNorKeepABeacon) {
     const auto bench = ManagerBench::started();
     EXPECT_THAT(bench->report({heard(1, kUnknown, -1), heard(2)}), ElementsAre("found 2 at 2", "ping 2"));
@@ -52,20 +33,10 @@ TEST(BeaconManager, UnknownReportsNeitherFindNorKeepABeacon) {
     EXPECT_THAT(told, ElementsAre("lost 2"));
 }
 
-TEST(BeaconManager, ANumberThatNoPhoneReportsIsAcceptedAsInvalid) {
-    const auto bench = ManagerBench::started();
-    EXPECT_THAT(bench->report({heard(1, static_cast<PlatformProximity>(9)), heard(2, PlatformProximity{-1})}),
-                ElementsAre("found 1 at 0", "ping 1", "found 2 at 0", "ping 2"));
-}
-
 TEST(BeaconManager, LosesABeaconAtTheFirstTickAfterFourSeconds) {
-    struct Case {
-        Duration heardAt;
-        Duration lostAt;
-    };
     // Ticks come with each full second; a beacon that is exactly 4 s old stays.
     for (const auto& [heardAt, lostAt] :
-         {Case{0s, 5s}, Case{1us, 5s}, Case{500ms, 5s}, Case{999'999us, 5s}, Case{1s, 6s}, Case{1s + 1us, 6s}}) {
+         Table<Duration, Duration>{{0s, 5s}, {1us, 5s}, {500ms, 5s}, {999'999us, 5s}, {1s, 6s}, {1s + 1us, 6s}}) {
         SCOPED_TRACE(heardAt.count());
         const auto bench = ManagerBench::started();
         bench->after(heardAt);
@@ -170,46 +141,5 @@ TEST(BeaconManager, GivesItsSplitThresholdToTheBeaconsThatItFinds) {
         << "a beacon keeps what it was found with";
 }
 
-TEST(BeaconManager, HandsOutRecordsAsTheyWereReported) {
-    const auto bench = ManagerBench::started({.start = WallTime(1795249800s)});
-    bench->after(1500ms);
-    bench->report({heard(6, kImmediate, 0.25)});
-    const auto beacon = bench->manager->getNearbyBeacons().at(0);
-    EXPECT_EQ(beacon->proximityUUID(), kShop);
-    EXPECT_EQ(beacon->major(), 1);
-    EXPECT_EQ(beacon->accuracy(), 0.25);
-    EXPECT_EQ(beacon->rssi(), -65);
-    EXPECT_EQ(beacon->lastSeenAt(), WallTime(1795249801500ms));
-    EXPECT_FALSE(beacon->isSecure());
-}
-
-/// Makes records of a kind of its own.
-class NamingManager : public QuomiBeaconManager {
-public:
-    using QuomiBeaconManager::QuomiBeaconManager;
-
-private:
-    class Named final : public QuomiBeacon {
-    public:
-        using QuomiBeacon::QuomiBeacon;
-        [[nodiscard]] bool isSecure() const override { return true; }
-    };
-    [[nodiscard]] std::shared_ptr<QuomiBeacon> createNewBeaconWithCLBeacon(const RangedBeacon& beacon) const override {
-        return std::make_shared<Named>(beacon.proximityUUID, beacon.major, beacon.minor, platform().clock.now());
-    }
-};
-
-TEST(BeaconManager, ASubclassMakesTheRecords) {
-    ManagerBench bench;
-    bench.manager = std::make_unique<NamingManager>(kShop, bench.platform, bench.settings, bench.debugLog);
-    bench.manager->setDelegate(bench.delegate);
-    bench.manager->setFarDistanceSplitThreshold(10);
-    ASSERT_TRUE(bench.manager->start());
-    bench.news();
-    EXPECT_THAT(bench.report({heard(1, kFar, 9)}), ElementsAre("found 1 at 4", "ping 1"));
-    EXPECT_TRUE(bench.manager->getNearbyBeacons().at(0)->isSecure());
-    EXPECT_THAT(bench.after(5s), ElementsAre("lost 1"));
-}
-
 }  // namespace
-}  // namespace quomi
+}  // namespace quomi::test

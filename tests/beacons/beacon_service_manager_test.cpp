@@ -2,19 +2,10 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/settings.h"
-
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const Uuid kService = *Uuid::parse("6B6E1B5A-0C0D-4A6E-9E62-0000000000A3");
 const Uuid kOther = *Uuid::parse("6B6E1B5A-0C0D-4A6E-9E62-0000000000A1");

@@ -4,17 +4,8 @@
 #include "quomi/beacons/beacon_manager.h"
 #include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
-
-#include <chrono>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 

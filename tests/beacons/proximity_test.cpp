@@ -1,11 +1,7 @@
 #include "quomi/beacons/beacon.h"
+#include "tests/support/prelude.h"
 
 #include <cmath>
-#include <limits>
-#include <utility>
-
-#include <boost/json/object.hpp>
-#include <gtest/gtest.h>
 
 namespace quomi {
 namespace {
@@ -13,12 +9,8 @@ namespace {
 const Uuid kUuid = *Uuid::parse("5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90");
 
 TEST(Proximity, ServerNumbersMapOntoTheScale) {
-    struct Case {
-        std::uint64_t server;
-        int expected;
-    };
-    for (const auto& [server, expected] : {Case{0, 6}, Case{1, 1}, Case{2, 2}, Case{3, 3}, Case{4, 4}, Case{5, 5},
-                                           Case{6, 0}, Case{7, 0}, Case{static_cast<std::uint64_t>(-1), 0}}) {
+    for (const auto& [server, expected] : Table<std::uint64_t, int>{
+             {0, 6}, {1, 1}, {2, 2}, {3, 3}, {4, 4}, {5, 5}, {6, 0}, {7, 0}, {static_cast<std::uint64_t>(-1), 0}}) {
         EXPECT_EQ(QuomiProximityUtils::mapServerProximityToQuomiProximity(server), expected) << server;
     }
     for (const auto& [phone, expected] : {std::pair(0, 6), {1, 1}, {2, 2}, {3, 3}, {6, 0}, {-1, 0}}) {
@@ -35,26 +27,20 @@ TEST(Proximity, OnlyThreeToFiveAreFar) {
 
 TEST(Proximity, FarIsSplitAtTheThreshold) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
-    struct Case {
-        int proximity;
-        double distance;
-        int split;
-        int updated;
-    };
-    for (const auto& [proximity, distance, split, updated] : {
-             Case{3, 10.0, 4, 4},
-             Case{3, 10.001, 5, 5},
-             Case{3, -1.0, 4, 4},
-             Case{3, nan, 5, 5},
-             Case{1, 99.0, 1, 1},
-             Case{2, 99.0, 2, 2},
-             Case{4, 99.0, 4, 5},
-             Case{5, 1.0, 5, 4},
-             Case{4, nan, 4, 5},
-             Case{6, 99.0, 6, 5},
-             Case{6, 10.0, 6, 4},
-             Case{7, -1.0, 7, 4},
-             Case{0, 1.0, 0, 4},
+    for (const auto& [proximity, distance, split, updated] : Table<int, double, int, int>{
+             {3, 10.0, 4, 4},
+             {3, 10.001, 5, 5},
+             {3, -1.0, 4, 4},
+             {3, nan, 5, 5},
+             {1, 99.0, 1, 1},
+             {2, 99.0, 2, 2},
+             {4, 99.0, 4, 5},
+             {5, 1.0, 5, 4},
+             {4, nan, 4, 5},
+             {6, 99.0, 6, 5},
+             {6, 10.0, 6, 4},
+             {7, -1.0, 7, 4},
+             {0, 1.0, 0, 4},
          }) {
         const auto value = static_cast<QuomiProximity>(proximity);
         EXPECT_EQ(QuomiProximityUtils::splitFarProximity(value, distance, 10.0), split) << proximity << " " << distance;
@@ -63,19 +49,14 @@ TEST(Proximity, FarIsSplitAtTheThreshold) {
 }
 
 TEST(Proximity, RangesIncludeTheirEndsAndAnUndividedFarAdmitsBothHalves) {
-    struct Case {
-        int start;
-        int end;
-        std::vector<int> inside;
-    };
-    for (const auto& [start, end, inside] : {
-             Case{1, 3, {1, 2, 3, 4, 5}},
-             Case{3, 3, {3, 4, 5}},
-             Case{4, 4, {4}},
-             Case{2, 4, {2, 3, 4}},
-             Case{4, 5, {4, 5}},
-             Case{1, 6, {1, 2, 3, 4, 5, 6}},
-             Case{3, 1, {}},
+    for (const auto& [start, end, inside] : Table<int, int, std::vector<int>>{
+             {1, 3, {1, 2, 3, 4, 5}},
+             {3, 3, {3, 4, 5}},
+             {4, 4, {4}},
+             {2, 4, {2, 3, 4}},
+             {4, 5, {4, 5}},
+             {1, 6, {1, 2, 3, 4, 5, 6}},
+             {3, 1, {}},
          }) {
         std::vector<int> found;
         for (int value = 0; value <= 7; ++value) {
@@ -108,15 +89,10 @@ TEST(Beacon, BeginsUndeterminedAndTakesOverReports) {
     EXPECT_EQ(beacon.proximity(), QuomiProximityMediumFar);
     EXPECT_EQ(beacon.lastSeenAt(), seen);
 
-    const boost::json::object expected{{"name", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90/0-65535"},
-                                       {"proximityUUID", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"},
-                                       {"major", 0},
-                                       {"minor", 65535},
-                                       {"proximity", 4},
-                                       {"accuracy", 10.0},
-                                       {"rssi", -80},
-                                       {"isSecure", false}};
-    EXPECT_EQ(beacon.dictionary(), expected);
+    EXPECT_EQ(boost::json::serialize(beacon.dictionary()),
+              R"({"name":"5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90/0-65535",)"
+              R"("proximityUUID":"5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90","major":0,"minor":65535,"proximity":4,)"
+              R"("accuracy":1E1,"rssi":-80,"isSecure":false})");
 }
 
 }  // namespace

@@ -5,17 +5,10 @@
 #include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/util/dates.h"
-
-#include <string_view>
-
-#include <boost/json/object.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
-
-using testing::ElementsAre;
 
 constexpr const char* kZone = "Europe/Berlin";
 const Uuid kSecure = *Uuid::parse("6B6E1B5A-0C0D-4A6E-9E62-0000000000A2");
@@ -81,13 +74,8 @@ TEST(BeaconSecurity, CodeHoldsForItsDayAndWithToleranceForItsNeighbours) {
     const auto codeOf = [&](WallTime date) {
         return QuomiBeaconSecurity::computeCRCCode(date, kZone, "00a1b2", "6b6579000000", kMajor);
     };
-    struct Case {
-        int days;
-        bool strict;
-        bool tolerant;
-    };
-    for (const auto& [days, strict, tolerant] : {Case{0, true, true}, Case{-1, false, true}, Case{1, false, true},
-                                                 Case{-2, false, false}, Case{2, false, false}}) {
+    for (const auto& [days, strict, tolerant] : Table<int, bool, bool>{
+             {0, true, true}, {-1, false, true}, {1, false, true}, {-2, false, false}, {2, false, false}}) {
         const auto code = codeOf(day + std::chrono::hours(24 * days));
         for (const bool useTolerance : {false, true}) {
             EXPECT_EQ(QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(code, day, kZone, "00a1b2", "key", kMajor,

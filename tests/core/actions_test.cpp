@@ -2,16 +2,8 @@
 #include "quomi/platform/screens.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 NotificationRequest opened(boost::json::object userInfo) {
     NotificationRequest request;
@@ -34,25 +26,24 @@ void decide(SdkFixture& app) {
 }
 
 TEST(OpenedNotification, IsLoggedByItsAreaAndItsActionIsPerformed) {
-    const std::vector<std::pair<boost::json::object, std::vector<std::string>>> cases = {
-        {{{"area_type", "beacon"}, {"rule_id", "r"}, {"beacon_id", "b"}, {"geofence_id", "g"}},
-         {R"(event {"type":"open_notif","area_type":"beacon","rule_id":"r","beacon_id":"b"})"}},
-        {{{"area_type", "geofence"}, {"rule_id", 7}, {"geofence_id", "g"}},
-         {R"(event {"type":"open_notif","area_type":"geofence","rule_id":7,"geofence_id":"g"})"}},
-        {{{"area_type", "geofence"}, {"rule_id", "r"}, {"beacon_id", "b"}},
-         {R"(event {"type":"open_notif","area_type":"geofence","rule_id":"r"})"}},
-        {{{"area_type", "beacon"}, {"type", "open_url"}, {"param", "u"}, {"triggeredBy", 2}},
-         {"asked u 2", "performs u 2"}},
-    };
+    const Table<const char*, const char*> cases = {
+        {R"({"area_type": "beacon", "rule_id": "r", "beacon_id": "b", "geofence_id": "g"})",
+         R"(event {"type":"open_notif","area_type":"beacon","rule_id":"r","beacon_id":"b"})"},
+        {R"({"area_type": "geofence", "rule_id": 7, "geofence_id": "g"})",
+         R"(event {"type":"open_notif","area_type":"geofence","rule_id":7,"geofence_id":"g"})"},
+        {R"({"area_type": "geofence", "rule_id": "r", "beacon_id": "b"})",
+         R"(event {"type":"open_notif","area_type":"geofence","rule_id":"r"})"},
+        {R"({"area_type": "beacon", "type": "open_url", "param": "u", "triggeredBy": 2})", "asked u 2 | performs u 2"}};
+    const auto openedWith = [](const char* info) { return opened(boost::json::parse(info).as_object()); };
     SdkFixture app;
     decide(app);
-    app.sdk->executeNotificationRequestActions(opened(cases.back().first));
+    app.sdk->executeNotificationRequestActions(openedWith(std::get<0>(cases.back())));
     EXPECT_THAT(app.journal, IsEmpty()) << "not started";
     ASSERT_TRUE(app.start());
     for (const auto& [info, lines] : cases) {
         app.journal.clear();
-        app.sdk->executeNotificationRequestActions(opened(info));
-        EXPECT_EQ(app.journal, lines);
+        app.sdk->executeNotificationRequestActions(openedWith(info));
+        EXPECT_EQ(app.journal, parts(lines));
     }
 }
 

@@ -1,15 +1,7 @@
 #include "tests/support/sdk_fixture.h"
 
-#include <stdexcept>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const Uuid kShop = *Uuid::parse(kShopUUID);
 
@@ -23,23 +15,6 @@ void visit(SdkFixture& app) {
     app.phone.exitBeaconRegion(kShop);
     app.phone.runTurns();
     app.sdk->forwardErrorToDelegate(Error{"test", 9, {}});
-}
-
-std::vector<std::string> heardBy(const SdkFixture& app) {
-    std::vector<std::string> heard;
-    for (const auto& line : app.journal) {
-        if (!line.starts_with("re") && !line.starts_with("range")) heard.push_back(line.substr(0, line.find(' ')));
-    }
-    return heard;
-}
-
-TEST(Delegate, HearsEveryKindOfNews) {
-    SdkFixture app;
-    ASSERT_TRUE(app.start());
-    app.journal.clear();
-    visit(app);
-    EXPECT_THAT(heardBy(app), ElementsAre("entered", "event", "found", "event", "ping", "updated", "ping", "lost",
-                                          "event", "exited", "event", "error"));
 }
 
 TEST(Delegate, EmptyOperationsMissingOnesAndThrowingOnesAreTheSame) {
@@ -82,13 +57,6 @@ TEST(Delegate, BlocksOfTheHostThatThrowHoldNothingUp) {
     app.settle();
     EXPECT_EQ(calls, 501);
     EXPECT_THAT(app.lines("error"), IsEmpty()) << "the blocks alone hear of it";
-}
-
-TEST(Delegate, NoUserIsSentBeforeTheFirstStart) {
-    SdkFixture app;
-    app.sdk->updateUserInformation([] { FAIL(); }, [](const Error&) { FAIL(); });
-    app.settle();
-    EXPECT_THAT(app.journal, IsEmpty());
 }
 
 TEST(Delegate, ErrorsAreLoggedAndOnlyRealOnesForwarded) {
@@ -149,15 +117,6 @@ TEST(Delegate, AppStateGoesToTheDebugLogAndTheBackgroundTakesATask) {
     app.phone.background();
     app.phone.runTurns();
     EXPECT_THAT(app.journal, IsEmpty()) << "nothing to range";
-}
-
-TEST(Delegate, AppStateIsOfNoInterestBeforeAStartHasCompleted) {
-    SdkFixture app;
-    app.sdk->setFileLogEnabled(true);
-    app.sdk->start();
-    app.phone.background();
-    app.phone.runTurns();
-    EXPECT_THAT(app.debugLines(), IsEmpty());
 }
 
 }  // namespace

@@ -1,11 +1,7 @@
 #include "quomi/core/errors.h"
 
 #include "quomi/platform/localization.h"
-
-#include <map>
-#include <string>
-
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -19,94 +15,24 @@ struct Catalogue final : Localization {
     std::map<std::string, std::string> translations;
 };
 
-struct Row {
-    std::int64_t code;
-    const char* message;
-};
-
-const Row kTable[] = {
-    {0, "Success / No error"},
-    {1, "Unknown error"},
-    {2, "SDK not started"},
-    {3, "SDK already started"},
-    {4,
-     "SDK start failed due to data initialization error. Calling removeAllData method should help but will erase all "
-     "stored data"},
-    {5, "The device does not support region monitoring or significant location change monitoring"},
-    {6, "The device does not support iBeacons. Support has been added with iOS 7.0"},
-    {7, "The mandatory appNamespace property is not set"},
-    {8, "The geofencing features of the SDK are disabled, see geofencesEnabled property"},
-    {9, "The beacons features of the SDK are disabled, see beaconsEnabled property"},
-    {200, "Generic action error, related to actions execution"},
-    {201,
-     "Data for entered region does not exist. It might have been removed after registering and before entering the "
-     "location"},
-    {202, "Data for region not available, start date is in the future"},
-    {203, "Data for region not available, end date is in the past"},
-    {204, "Data for region not available, schedule indicates disabled"},
-    {400, "Generic network error, related to web service API"},
-    {401, "API request parameters error"},
-    {402, "API response parsing error"},
-    {403, "Tried to launch a second geofences download request while the previous one hadn't finished yet"},
-    {404, "Regions downloading received != 200 HTTP status code response"},
-    {405, "JSON object returned by HTTP request for notify_server action is invalid"},
-    {600, "Generic data error, related to data storage"},
-    {601,
-     "Could not migrate storage store. Calling removeAllData method should help but will cause to destroy all stored "
-     "data"},
-    {602, "Could not delete old storage store"},
-    {603, "Could not open persistent storage file"},
-    {604, "Expected a directory and found a file during persistent storage directory creation"},
-    {605, "Predicate parsing error"},
-    {606, "Attempted to insert/update data while previously started attempt hasn't yet finished"},
-    {607, "Unable to add nil rule and action object"},
-    {608, "Unable to add nil action object"},
-    {609, "Removing local data failed"},
-    {800, "Generic location error, related to location services"},
-    {801, "Location services are not available"},
-    {802, "Region monitoring is not available on the device"},
-    {1000, "Generic beacon error, related to beacons management"},
-    {1001, "Beacon manager already started"},
-    {1002, "Beacon manager not started"},
-};
-
 std::string twice(const std::string& message) {
     return message + ". " + message;
-}
-
-TEST(Errors, EveryCodeHasItsMessageAndNoOtherHasOne) {
-    const Catalogue catalogue;
-    const QuomiErrors errors(catalogue);
-    const auto* row = std::begin(kTable);
-    for (std::int64_t code = -10; code < 1100; ++code) {
-        const bool isKnown = row != std::end(kTable) && row->code == code;
-        EXPECT_EQ(errors.errorMessageForCode(code), isKnown ? row->message : "") << code;
-        if (!isKnown) continue;
-        EXPECT_EQ(errors.errorWithCode(code),
-                  (Error{"QuomiErrorDomain", code, {{"NSLocalizedDescription", twice(row->message)}}}));
-        ++row;
-    }
-    EXPECT_EQ(row, std::end(kTable));
 }
 
 TEST(Errors, DescriptionIsMessageAndAddition) {
     const Catalogue catalogue;
     const QuomiErrors errors(catalogue);
-    const struct {
-        std::int64_t code;
-        std::optional<std::string_view> addition;
-        const char* description;
-    } rows[] = {
+    const Table<std::int64_t, std::optional<std::string_view>, const char*> rows = {
         {2, "why not", "SDK not started. why not"},
         {2, "", "SDK not started. "},
         {2, std::nullopt, "SDK not started. (null)"},
         {2, "{} %@", "SDK not started. {} %@"},
         {205, "lost", ". lost"},
     };
-    for (const auto& row : rows) {
-        const auto error = errors.errorWithCode(row.code, row.addition);
-        EXPECT_EQ(error.code, row.code);
-        EXPECT_EQ(error.localizedDescription(), row.description);
+    for (const auto& [code, addition, description] : rows) {
+        const auto error = errors.errorWithCode(code, addition);
+        EXPECT_EQ(error.code, code);
+        EXPECT_EQ(error.localizedDescription(), description);
         EXPECT_EQ(error.userInfo.size(), 1U);
     }
     for (const std::int64_t unknown : {10, 205, 406, 610, 803, 1003}) {

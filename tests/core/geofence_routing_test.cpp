@@ -1,20 +1,7 @@
 #include "tests/core/town_fixture.h"
 
-#include <algorithm>
-
-#include <boost/json/parse.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const boost::json::array kWell{geofenceOf("well", {ruleOf("in", "on_entry"), ruleOf("out", "on_exit")})};
 const char* const kHook = "GET https://town.test/hook";
@@ -170,23 +157,19 @@ TEST(GeofenceTransitions, WhatHappensDependsOnTheState) {
 }
 
 TEST(GeofenceTransitions, UnknownAndDisabledGeofences) {
-    struct Case {
-        const char* edit;
-        std::size_t unmonitoredByEntry, unmonitoredByExit;
-    };
-    for (const auto& each :
-         {Case{"DELETE FROM QuomiGeofence", 1, 0}, Case{"UPDATE QuomiGeofence SET enabled = 0", 1, 1}}) {
-        SCOPED_TRACE(each.edit);
+    for (const auto& [edit, unmonitoredByEntry, unmonitoredByExit] : Table<const char*, std::size_t, std::size_t>{
+             {"DELETE FROM QuomiGeofence", 1, 0}, {"UPDATE QuomiGeofence SET enabled = 0", 1, 1}}) {
+        SCOPED_TRACE(edit);
         for (const bool enters : {true, false}) {
             Town town(kWell);
             ASSERT_TRUE(town.begin());
-            town.edit(each.edit);
+            town.edit(edit);
             enters ? town.enter("well") : town.leave("well");
             EXPECT_THAT(town.lines("event"), IsEmpty());
             EXPECT_THAT(posted(town), IsEmpty());
             EXPECT_EQ(town.lines("entered").size(), enters ? 1U : 0U);
             EXPECT_THAT(town.lines("left"), IsEmpty());
-            EXPECT_EQ(town.lines("unmonitor").size(), enters ? each.unmonitoredByEntry : each.unmonitoredByExit);
+            EXPECT_EQ(town.lines("unmonitor").size(), enters ? unmonitoredByEntry : unmonitoredByExit);
             EXPECT_THAT(town.lines("error"), IsEmpty());
         }
     }

@@ -3,19 +3,11 @@
 #include "quomi/quomi.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <fstream>
 #include <malloc.h>
-#include <stdexcept>
 #include <sys/stat.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using std::chrono::seconds;
 
 /// A beacon 1-1 whose rule notifies, shows a page and opens a link.
 const char* const kBeacons = R"({"query_params": {}, "valid_until": "2099-01-01T00:00:00Z", "remove_ids": [],
@@ -166,30 +158,18 @@ TEST(Guarantees, AThousandStartsAndStopsKeepNothing) {
 
 /// Every operation of the facade that others do not call in all states.
 void callEverything(QuomiSDK& sdk) {
-    sdk.stop();
-    sdk.setAuthorizationLogger(nullptr);
-    sdk.setPresentationViewController(nullptr);
+    sdk.stop(), sdk.setAuthorizationLogger(nullptr), sdk.setPresentationViewController(nullptr);
     EXPECT_EQ(sdk.presentationViewController(), nullptr);
     sdk.executeNotificationRequestActions({});
-    sdk.openWebPageForUrl("https://shop.test/");
-    sdk.openDeepLinkForURL("shop://");
-    sdk.setServerNotificationRequestHeader("X-A", "1");
-    sdk.setServerNotificationRequestHeader("X-A", std::nullopt);
-    sdk.updateAllRulesData();
-    sdk.triggerLocationUpdate();
-    sdk.updateLocation();
-    sdk.resetCounters();
-    sdk.removeAllData();
-    sdk.performServerSync({});
-    sdk.performServerSync([](std::uint64_t) {});
-    sdk.forwardErrorToDelegate(std::nullopt);
-    sdk.logEvent({});
+    sdk.openWebPageForUrl("https://shop.test/"), sdk.openDeepLinkForURL("shop://");
+    sdk.setServerNotificationRequestHeader("X-A", "1"), sdk.setServerNotificationRequestHeader("X-A", std::nullopt);
+    sdk.updateAllRulesData(), sdk.triggerLocationUpdate(), sdk.updateLocation();
+    sdk.resetCounters(), sdk.removeAllData();
+    sdk.performServerSync({}), sdk.performServerSync([](std::uint64_t) {});
+    sdk.forwardErrorToDelegate(std::nullopt), sdk.logEvent({});
     static_cast<void>(sdk.getDebugFileContent());
-    sdk.clearDebugFile();
-    sdk.registerCloudMessagingPushNotificationsDeviceToken("");
-    sdk.setUser(nullptr);
-    sdk.setBaseURL("");
-    sdk.start();
+    sdk.clearDebugFile(), sdk.registerCloudMessagingPushNotificationsDeviceToken("");
+    sdk.setUser(nullptr), sdk.setBaseURL(""), sdk.start();
 }
 
 TEST(Guarantees, EveryOperationInEveryState) {

@@ -3,20 +3,8 @@
 #include "quomi/diagnostics/debug_log.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <algorithm>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 
 /// What the store in the file says of a completed start.
 bool storedIsStarted(SdkFixture& app) {
@@ -49,56 +37,20 @@ TEST(Start, WithoutARecordAnswersYesAndGoesOnWhenItHasArrived) {
 }
 
 TEST(Start, TakesTheSettingsOfTheRecord) {
-    struct Row {
-        const char* protocol;
-        std::uint64_t before;
-        std::uint64_t mode;
-    };
-    for (const auto& row : {Row{"none", 1, 0}, Row{"rotating_advertisement", 0, 1}, Row{"None", 0, 0}, Row{"", 1, 1}}) {
+    for (const auto& [protocol, before, mode] : Table<const char*, std::uint64_t, std::uint64_t>{
+             {"none", 1, 0}, {"rotating_advertisement", 0, 1}, {"None", 0, 0}, {"", 1, 1}}) {
         SdkFixture app;
-        app.settings.beaconSecurityMode = row.before;
+        app.settings.beaconSecurityMode = before;
         auto answer = applicationAnswer();
-        answer["anti_hacking_protocol"] = row.protocol;
+        answer["anti_hacking_protocol"] = protocol;
         app.phone.transport().answer(kApplicationRequest, ScriptedAnswer::json(answer));
         app.start();
-        EXPECT_EQ(app.settings.beaconSecurityMode, row.mode) << row.protocol;
+        EXPECT_EQ(app.settings.beaconSecurityMode, mode) << protocol;
         EXPECT_EQ(app.settings.beaconProximityUUIDNormal, kShopUUID);
         EXPECT_EQ(app.settings.beaconProximityUUIDSecure, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2");
         EXPECT_EQ(app.settings.beaconProximityUUIDService, "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3");
         EXPECT_EQ(app.settings.proximityFarSplitThreshold, 12.0);
     }
-}
-
-TEST(Start, SecureBeaconsAreWatchedWhenTheRecordSaysSo) {
-    SdkFixture app;
-    auto answer = applicationAnswer();
-    answer["anti_hacking_protocol"] = "rotating_advertisement";
-    app.phone.transport().answer(kApplicationRequest, ScriptedAnswer::json(answer));
-    app.settings.beaconServiceMonitorinEnabled = false;
-    ASSERT_TRUE(app.start());
-    EXPECT_THAT(app.lines("monitor"), ElementsAre("monitor Quomi beacon"));
-    const auto secure = Uuid::parse(app.settings.beaconProximityUUIDSecure).value();
-    app.hear(1, -60);
-    app.phone.range({{secure, 0x12AB, 0xCD34, PlatformProximity::near, 1, -60}});
-    app.settle();
-    EXPECT_THAT(app.lines("found"), ElementsAre("found " + secure.string() + "/4779-52532"));
-    EXPECT_THAT(app.lines("event"), Contains(testing::HasSubstr(R"("major":"4660","minor":"43981")")))
-        << "the log has the true major and the code";
-}
-
-TEST(Start, ARelaunchFindsTheRecordAndCompletesAtOnce) {
-    const TemporaryDirectory container;
-    SdkFixture({.container = container.path()}).start();
-    SdkFixture app({.container = container.path()});
-    std::optional<Error> error = Error{"left over", 1, {}};
-    EXPECT_TRUE(app.sdk->start(&error));
-    EXPECT_EQ(error, std::nullopt);
-    EXPECT_THAT(app.journal, Contains("range Quomi beacon")) << "before any answer";
-    EXPECT_TRUE(storedIsStarted(app));
-    app.settle();
-    EXPECT_EQ(app.phone.transport().requests(kApplicationRequest), 0U);
-    EXPECT_EQ(app.phone.transport().requests(kLimitsRequest), 1U);
-    EXPECT_EQ(app.phone.transport().requests(kUserRequest), 1U);
 }
 
 TEST(Start, TwiceIsRefusedAndTheFirstGoesOn) {
@@ -122,17 +74,14 @@ TEST(Start, TwiceIsRefusedAndTheFirstGoesOn) {
 }
 
 TEST(Start, LimitsThatCannotBeHadAreAnErrorButNoFailure) {
-    const struct {
-        ScriptedAnswer answer;
-        std::int64_t code;
-    } rows[] = {{ScriptedAnswer::text("", 404), 404},
-                {ScriptedAnswer::json({{"success", false}}), 402},
-                {ScriptedAnswer::failure(HttpFailureKind::connection), 1}};
-    for (const auto& row : rows) {
+    const Table<ScriptedAnswer, std::int64_t> rows = {{ScriptedAnswer::text("", 404), 404},
+                                                      {ScriptedAnswer::json({{"success", false}}), 402},
+                                                      {ScriptedAnswer::failure(HttpFailureKind::connection), 1}};
+    for (const auto& [answer, code] : rows) {
         SdkFixture app;
-        app.phone.transport().answer(kLimitsRequest, row.answer);
+        app.phone.transport().answer(kLimitsRequest, answer);
         EXPECT_TRUE(app.start());
-        EXPECT_THAT(app.lines("error"), ElementsAre(fmt::format("error {}, running", row.code)));
+        EXPECT_THAT(app.lines("error"), ElementsAre(fmt::format("error {}, running", code)));
     }
 }
 
@@ -225,45 +174,6 @@ TEST(Stop, WhileTheRecordIsOnItsWayDropsIt) {
     EXPECT_THAT(app.journal,
                 ElementsAre("request GET https://api.quomi.test/u_applications/query.json", "response cancelled"));
     EXPECT_TRUE(app.start());
-}
-
-TEST(Stop, DoesNothingWhenNotRunning) {
-    SdkFixture app;
-    app.sdk->setFileLogEnabled(true);
-    app.sdk->stop();
-    app.start();
-    app.sdk->stop();
-    app.sdk->clearDebugFile();
-    app.journal.clear();
-    app.sdk->stop();
-    app.settle();
-    EXPECT_THAT(app.debugLines(), IsEmpty());
-    EXPECT_THAT(app.journal, IsEmpty());
-}
-
-TEST(Stop, TwoHundredTimesLeavesNothingBehind) {
-    SdkFixture app;
-    for (int cycle = 0; cycle < 200; ++cycle) {
-        ASSERT_TRUE(app.sdk->start()) << cycle;
-        if (cycle % 3 != 0) app.settle();
-        app.hear(1, -60);
-        if (cycle % 2 == 0) app.phone.background();
-        if (cycle % 5 != 0) app.phone.runTurns();
-        app.sdk->stop();
-        if (cycle % 7 == 0) continue;  // and start again in the same turn
-        app.phone.runTurns();
-        ASSERT_EQ(app.phone.loop().pendingEvents(), 0U) << cycle;
-        ASSERT_EQ(app.phone.runningBackgroundTasks(), 0U) << cycle;
-    }
-    app.phone.runTurns();
-    EXPECT_EQ(app.phone.loop().pendingEvents(), 0U);
-    EXPECT_THAT(app.phone.monitoredRegions(), IsEmpty());
-    EXPECT_THAT(app.phone.rangedRegions(), IsEmpty());
-    EXPECT_THAT(app.lines("error"), IsEmpty());
-    app.journal.clear();
-    EXPECT_TRUE(app.start());
-    app.hear(1, -60);
-    EXPECT_EQ(app.lines("found").size(), 1U) << "one SDK, not two hundred";
 }
 
 TEST(Start, TheEndOfTheObjectEndsAllCallbacks) {

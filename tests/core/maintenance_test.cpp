@@ -1,22 +1,7 @@
 #include "tests/core/town_fixture.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using std::chrono::seconds;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 const boost::json::array kWell{geofenceOf("well", {ruleOf("in", "on_entry")})};
 
@@ -24,10 +9,7 @@ const boost::json::array kWell{geofenceOf("well", {ruleOf("in", "on_entry")})};
 ScriptedAnswer beaconsAnswer(const char* name) {
     const boost::json::object beacon{{"id", name}, {"name", name}, {"proximity_uid", kShopUUID},
                                      {"major", 1}, {"minor", 1},   {"rules_actions", {ruleOf(name, "on_entry")}}};
-    return ScriptedAnswer::json({{"u_beacons", {beacon}},
-                                 {"query_params", boost::json::object()},
-                                 {"valid_until", "2030-01-01T00:00:00Z"},
-                                 {"remove_ids", boost::json::array()}});
+    return rulesAnswer("u_beacons", {beacon});
 }
 
 // Synchronisation
@@ -152,17 +134,12 @@ TEST(Updates, OfAllRulesAndOfThePosition) {
 
 // The store
 
-std::string bytesOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// The store file and what SQLite lays beside it.
 std::string bytesOfStore(Town& town) {
     std::string bytes;
     for (const auto& entry : std::filesystem::directory_iterator(town.storeFile().parent_path())) {
         if (entry.path().filename().string().starts_with(town.storeFile().filename().string())) {
-            bytes += bytesOf(entry.path());
+            bytes += contentOf(entry.path());
         }
     }
     return bytes;

@@ -3,17 +3,8 @@
 #include "quomi/rules/rule_observer.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <fstream>
-#include <set>
-#include <stdexcept>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
 
 const Uuid kShop = *Uuid::parse(kShopUUID);
 
@@ -22,7 +13,7 @@ enum class Afterwards { everything, ownBlocks, nothing };
 
 struct Operation {
     const char* name;
-    std::function<void(SdkFixture&)> run;
+    std::function<void(SdkFixture&, QuomiSDK&)> run;
     Afterwards afterwards = Afterwards::everything;
 };
 
@@ -33,98 +24,57 @@ void runTheLoop(SdkFixture& app) {
 }
 
 const std::vector<Operation>& operations() {
+    constexpr const char* kElsewhere = "https://other.test";
     static const std::vector<Operation> all{
-        {"stop", [](SdkFixture& app) { app.sdk->stop(); }, Afterwards::nothing},
-        {"start", [](SdkFixture& app) { app.sdk->start(); }},
-        {"stop and start",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->start();
-         }},
-        {"stop, start, stop",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->start();
-             app.sdk->stop();
-         },
-         Afterwards::nothing},
+        {"stop", [](auto&, auto& sdk) { sdk.stop(); }, Afterwards::nothing},
+        {"start", [](auto&, auto& sdk) { sdk.start(); }},
+        {"stop and start", [](auto&, auto& sdk) { sdk.stop(), sdk.start(); }},
+        {"stop, start, stop", [](auto&, auto& sdk) { sdk.stop(), sdk.start(), sdk.stop(); }, Afterwards::nothing},
         {"stop, move, start",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             app.sdk->setAppNamespace("other");
-             app.sdk->setBaseURL("https://other.test");
-             app.sdk->start();
-         }},
-        {"beacons off", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(false); }},
-        {"beacons on", [](SdkFixture& app) { app.sdk->setBeaconsEnabled(true); }},
-        {"beacons off and on",
-         [](SdkFixture& app) {
-             app.sdk->setBeaconsEnabled(false);
-             app.sdk->setBeaconsEnabled(true);
-         }},
+         [](auto&, auto& sdk) { sdk.stop(), sdk.setAppNamespace("other"), sdk.setBaseURL(kElsewhere), sdk.start(); }},
+        {"beacons off", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(false); }},
+        {"beacons on", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(true); }},
+        {"beacons off and on", [](auto&, auto& sdk) { sdk.setBeaconsEnabled(false), sdk.setBeaconsEnabled(true); }},
         {"geofences off and on",
-         [](SdkFixture& app) {
-             app.sdk->setGeofencesEnabled(false);
-             app.sdk->setGeofencesEnabled(true);
-         }},
+         [](auto&, auto& sdk) { sdk.setGeofencesEnabled(false), sdk.setGeofencesEnabled(true); }},
         {"other setters",
-         [](SdkFixture& app) {
-             app.sdk->setRequestWhenInUseAuthorization(true);
-             app.sdk->setUseExtendedBackgroundRangingTime(true);
-             app.sdk->setFileLogEnabled(false);
-             app.sdk->setEventLogsEnabled(false);
-             app.sdk->setEnableIDFACollection(true);
-             app.sdk->clearDebugFile();
+         [](auto&, auto& sdk) {
+             sdk.setRequestWhenInUseAuthorization(true), sdk.setUseExtendedBackgroundRangingTime(true);
+             sdk.setFileLogEnabled(false), sdk.setEventLogsEnabled(false), sdk.setEnableIDFACollection(true);
+             sdk.clearDebugFile();
          }},
-        {"namespace", [](SdkFixture& app) { app.sdk->setAppNamespace("other"); }},
-        {"base URL", [](SdkFixture& app) { app.sdk->setBaseURL("https://other.test"); }},
+        {"namespace", [](auto&, auto& sdk) { sdk.setAppNamespace("other"); }},
+        {"base URL", [](auto&, auto& sdk) { sdk.setBaseURL(kElsewhere); }},
         {"event",
-         [](SdkFixture& app) {
-             app.sdk->logEvent({{"again", 1}});
+         [](auto&, auto& sdk) {
+             sdk.logEvent(boost::json::object{{"again", 1}});
          }},
         {"error",
-         [](SdkFixture& app) {
-             app.sdk->forwardErrorToDelegate(Error{"again", 1, {}});
+         [](auto&, auto& sdk) {
+             sdk.forwardErrorToDelegate(Error{"again", 1, {}});
          }},
-        {"user", [](SdkFixture& app) { app.sdk->updateUserInformation(); }},
-        {"other user", [](SdkFixture& app) { app.sdk->setUser(std::make_shared<QuomiUser>("another")); }},
-        {"no user", [](SdkFixture& app) { app.sdk->setUser(nullptr); }},
-        {"run the loop", runTheLoop},
-        {"stop and run the loop",
-         [](SdkFixture& app) {
-             app.sdk->stop();
-             runTheLoop(app);
-         },
-         Afterwards::nothing},
-        {"beacons off and run the loop",
-         [](SdkFixture& app) {
-             app.sdk->setBeaconsEnabled(false);
-             runTheLoop(app);
-         }},
+        {"user", [](auto&, auto& sdk) { sdk.updateUserInformation(); }},
+        {"other user", [](auto&, auto& sdk) { sdk.setUser(std::make_shared<QuomiUser>("another")); }},
+        {"no user", [](auto&, auto& sdk) { sdk.setUser(nullptr); }},
+        {"run the loop", [](auto& app, auto&) { runTheLoop(app); }},
+        {"stop and run the loop", [](auto& app, auto& sdk) { sdk.stop(), runTheLoop(app); }, Afterwards::nothing},
+        {"beacons off and run the loop", [](auto& app, auto& sdk) { sdk.setBeaconsEnabled(false), runTheLoop(app); }},
         {"stop, move, start and ask for rights",
-         [](SdkFixture& app) {
+         [](auto& app, auto& sdk) {
              const auto platform = app.phone.platform();
-             const QuomiAuthorizationManager manager(platform, *app.sdk);
-             app.sdk->stop();
-             app.sdk->setBaseURL("https://other.test");
-             app.sdk->start();
+             const QuomiAuthorizationManager manager(platform, sdk);
+             sdk.stop(), sdk.setBaseURL(kElsewhere), sdk.start();
              EXPECT_TRUE(manager.areAllNotificationRightsGranted());
          }},
-        {"synchronise", [](SdkFixture& app) { app.sdk->performServerSync([](auto) {}); }},
-        {"reset counters", [](SdkFixture& app) { app.sdk->resetCounters(); }},
-        {"remove all data", [](SdkFixture& app) { app.sdk->removeAllData(); }},
-        {"remove all data and stop",
-         [](SdkFixture& app) {
-             app.sdk->removeAllData();
-             app.sdk->stop();
-         },
-         Afterwards::nothing},
-        {"update all rules", [](SdkFixture& app) { app.sdk->updateAllRulesData(); }},
-        {"no rule observer", [](SdkFixture& app) { app.sdk->setRuleObserver({}); }},
-        {"no authorization logger", [](SdkFixture& app) { app.sdk->setAuthorizationLogger(nullptr); }},
-        {"no delegate", [](SdkFixture& app) { app.sdk->setDelegate({}); }, Afterwards::ownBlocks},
-        {"delegate dies", [](SdkFixture& app) { app.delegate.reset(); }, Afterwards::ownBlocks},
-    };
+        {"synchronise", [](auto&, auto& sdk) { sdk.performServerSync([](auto) {}); }},
+        {"reset counters", [](auto&, auto& sdk) { sdk.resetCounters(); }},
+        {"remove all data", [](auto&, auto& sdk) { sdk.removeAllData(); }},
+        {"remove all data and stop", [](auto&, auto& sdk) { sdk.removeAllData(), sdk.stop(); }, Afterwards::nothing},
+        {"update all rules", [](auto&, auto& sdk) { sdk.updateAllRulesData(); }},
+        {"no rule observer", [](auto&, auto& sdk) { sdk.setRuleObserver({}); }},
+        {"no authorization logger", [](auto&, auto& sdk) { sdk.setAuthorizationLogger(nullptr); }},
+        {"no delegate", [](auto&, auto& sdk) { sdk.setDelegate({}); }, Afterwards::ownBlocks},
+        {"delegate dies", [](auto& app, auto&) { app.delegate.reset(); }, Afterwards::ownBlocks}};
     return all;
 }
 
@@ -135,7 +85,7 @@ boost::json::object ruleOf(const char* id, const char* trigger, int latchTime, b
 }
 
 /// A beacon whose rules do everything that rules can do.
-boost::json::object beaconsAnswer() {
+ScriptedAnswer beaconsAnswer() {
     const boost::json::array rules{
         ruleOf("note", "on_entry", 0, {{"notify_user", "Hello"}}),
         ruleOf("both", "on_exit", 0, {{"notify_user", "Bye"}, {"open_url", "https://shop.test/bye"}}),
@@ -144,16 +94,10 @@ boost::json::object beaconsAnswer() {
         ruleOf("server", "on_entry", 0, {{"notify_server", "https://shop.test/hook"}, {"notify_user", "Asked"}}),
         ruleOf("waits", "on_entry", 1, {{"notify_user", "Still here"}}),
         ruleOf("leaves", "on_exit", 1, {{"notify_user", "Gone"}})};
-    return {{"u_beacons", boost::json::array{{{"id", "b"},
-                                              {"proximity_uid", kShopUUID},
-                                              {"major", 1},
-                                              {"minor", 1},
-                                              {"start", "1970-01-01T00:00:00Z"},
-                                              {"end", "2100-01-01T00:00:00Z"},
-                                              {"rules_actions", rules}}}},
-            {"query_params", boost::json::object()},
-            {"valid_until", "2030-01-01T00:00:00Z"},
-            {"remove_ids", boost::json::array()}};
+    auto beacon = boost::json::parse(R"({"id": "b", "proximity_uid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "major": 1,
+        "minor": 1, "start": "1970-01-01T00:00:00Z", "end": "2100-01-01T00:00:00Z"})");
+    beacon.as_object()["rules_actions"] = rules;
+    return rulesAnswer("u_beacons", {beacon});
 }
 
 /// A host that decides about every action, and does some of them itself. Its server request fails in its hands.
@@ -180,7 +124,7 @@ void decide(QuomiSDKDelegate& host, RunLoop& later, const std::function<void(con
 /// A life of the SDK in which every callback comes, whatever the host does in one of them.
 void live(SdkFixture& app) {
     app.phone.transport().answer(kLimitsRequest, {ScriptedAnswer::text("", 500)});
-    app.phone.transport().answer(kBeaconsRequest, ScriptedAnswer::json(beaconsAnswer()));
+    app.phone.transport().answer(kBeaconsRequest, beaconsAnswer());
     app.phone.transport().answer("GET https://shop.test/hook", ScriptedAnswer::json({{"decision", "enable"}}));
     const auto tellTest = [&app](const char* block) {
         app.journal.emplace_back(block);
@@ -248,7 +192,7 @@ std::vector<std::string> liveWith(SdkFixture& app, const std::string& callback, 
             if (!kOwnDoing.contains(kindOf(line))) heardAfterwards.push_back(line);
         } else if (kindOf(line) == callback) {
             ran = true;
-            operation.run(app);
+            operation.run(app, *app.sdk);
             heardAfterwards.clear();  // what the operation itself led to
         }
     };
@@ -334,7 +278,7 @@ TEST(Reentrancy, StartThatFailsTakesEveryOperation) {
             app.inCallback = [&](const std::string& line) {
                 if (!line.starts_with("error")) return;
                 app.inCallback = {};
-                operation.run(app);
+                operation.run(app, *app.sdk);
             };
             EXPECT_FALSE(app.sdk->start());
             app.settle();

@@ -1,13 +1,7 @@
 #include "tests/support/sdk_fixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kGeofencesWhileWhenInUse =
     "console Quomi SDK Warning: Setting geofencesEnabled to YES but requestWhenInUseAuthorization value is YES as "
@@ -18,30 +12,6 @@ constexpr const char* kWhenInUseWhileGeofences =
     "console Quomi SDK Warning: Setting requestWhenInUseAuthorization to YES but geofencesEnabled value is YES as "
     "well. "
     "Geofencing features won't work. Set geofencesEnabled to NO if you don't plan on using geofence rules in your app.";
-
-TEST(Setters, PlainOnesBeginAsTheyShouldAndKeepWhatTheyAreGiven) {
-    SdkFixture app;
-    auto& sdk = *app.sdk;
-    EXPECT_EQ(sdk.SDKVersion(), "1.25.1");
-    EXPECT_FALSE(sdk.isRunning());
-    EXPECT_EQ(sdk.user(), nullptr);
-    EXPECT_TRUE(sdk.isEventLogEnabled());
-    EXPECT_FALSE(sdk.isIDFACollectionEnabled());
-    EXPECT_FALSE(sdk.isFileLogEnabled());
-    sdk.setEventLogsEnabled(false);
-    sdk.setEnableIDFACollection(true);
-    sdk.setFileLogEnabled(true);
-    sdk.setUseExtendedBackgroundRangingTime(true);
-    EXPECT_FALSE(sdk.isEventLogEnabled());
-    EXPECT_TRUE(sdk.isIDFACollectionEnabled());
-    EXPECT_TRUE(app.settings.fileLogEnabled);
-    EXPECT_TRUE(app.settings.useExtendedBackgroundRangingTime);
-    auto view = std::make_shared<int>(1);
-    sdk.setAdPlaceholderView(view);
-    EXPECT_EQ(sdk.adPlaceholderView(), view);
-    view.reset();
-    EXPECT_EQ(sdk.adPlaceholderView(), nullptr);
-}
 
 TEST(Setters, NamespaceAndBaseURLAreFixedWhileRunning) {
     SdkFixture app;
@@ -66,19 +36,6 @@ TEST(Setters, NamespaceAndBaseURLAreFixedWhileRunning) {
     EXPECT_EQ(app.settings.namespace_, "other");
     EXPECT_EQ(app.settings.baseAPIUrl, "https://other.test");
     EXPECT_EQ(app.lines("error").size(), 6U);
-}
-
-TEST(Setters, NamespaceKeepsItsTextUnlessBlank) {
-    SdkFixture app;
-    for (const char* text : {"a", " a ", "ä/ö", "0"}) {
-        app.sdk->setAppNamespace(text);
-        EXPECT_EQ(app.sdk->appNamespace(), text);
-        app.sdk->setAppNamespace(app.sdk->appNamespace());
-        EXPECT_EQ(app.sdk->appNamespace(), text);
-    }
-    app.sdk->setAppNamespace(" ");
-    EXPECT_EQ(app.sdk->appNamespace(), std::nullopt);
-    EXPECT_THAT(app.journal, IsEmpty());
 }
 
 TEST(Setters, BaseURLMustBeOne) {
@@ -194,16 +151,6 @@ TEST(Setters, AuthorizationIsAskedForAtTheNextStartOfBeacons) {
         EXPECT_EQ(app.lines("monitor Quomi beacon").size(), whenInUse ? 1U : 2U) << "that of service beacons always";
         EXPECT_EQ(app.lines("range").size(), 1U);
     }
-}
-
-TEST(Setters, ExtendedRangingReachesTheRunningManager) {
-    SdkFixture app;
-    ASSERT_TRUE(app.start());
-    EXPECT_THAT(app.lines("updates standard"), IsEmpty());
-    app.sdk->setUseExtendedBackgroundRangingTime(true);
-    EXPECT_THAT(app.lines("updates standard"), ElementsAre("updates standard on"));
-    app.sdk->setUseExtendedBackgroundRangingTime(false);
-    EXPECT_THAT(app.lines("updates standard"), ElementsAre("updates standard on", "updates standard off"));
 }
 
 }  // namespace

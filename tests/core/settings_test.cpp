@@ -1,8 +1,7 @@
 #include "quomi/core/settings.h"
 
 #include "quomi/platform/location.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -25,71 +24,47 @@ struct Capabilities final : LocationPlatform {
 };
 
 /// Leaves no value of the settings at its default.
-void changeEverything(QuomiSettings& settings) {
-    settings.baseAPIUrl = "https://elsewhere.test";
-    settings.apiVersion = 9;
-    settings.requestTimeout = settings.serverNotificationRequestTimeout = 1;
-    settings.serverNotificationMaxRetryPeriod = settings.serverNotificationRetrySlotDuration = 1;
-    settings.serverNotificationNumberOfRetry = 1;
-    settings.namespace_ = "shop";
-    settings.significantLocationUpdateInterval = 1;
-    settings.beaconSecurityMode = 7;
-    settings.proximityFarSplitThreshold = 1;
-    for (auto* text : {&settings.beaconProximityIdentifier, &settings.beaconProximityIdentifierService,
-                       &settings.beaconProximityUUIDNormal, &settings.beaconProximityUUIDSecure,
-                       &settings.beaconProximityUUIDService}) {
-        *text = "changed";
-    }
-    for (bool* flag :
-         {&settings.stopUpdatingLocationAfterFirstUpdate,
-          &settings.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion, &settings.localNotificationActionsEnabled,
-          &settings.serverNotificationActionsEnabled, &settings.openWebPageActionsEnabled,
-          &settings.openPassBookActionsEnabled, &settings.openDeepLinkActionsEnabled, &settings.beaconEnabled,
-          &settings.beaconServiceMonitorinEnabled, &settings.requestWhenInUseAuthorization,
-          &settings.useExtendedBackgroundRangingTime, &settings.geofencingEnabled, &settings.fileLogEnabled}) {
+void changeEverything(QuomiSettings& s) {
+    s.apiVersion = s.serverNotificationNumberOfRetry = s.significantLocationUpdateInterval = s.beaconSecurityMode = 9;
+    s.requestTimeout = s.serverNotificationRequestTimeout = s.serverNotificationMaxRetryPeriod = 1;
+    s.serverNotificationRetrySlotDuration = s.proximityFarSplitThreshold = 1;
+    s.namespace_ = "shop";
+    for (auto* text : {&s.baseAPIUrl, &s.beaconProximityIdentifier, &s.beaconProximityIdentifierService}) *text = "new";
+    s.beaconProximityUUIDNormal = s.beaconProximityUUIDSecure = s.beaconProximityUUIDService = "new";
+    for (bool* flag : {&s.stopUpdatingLocationAfterFirstUpdate, &s.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion,
+                       &s.localNotificationActionsEnabled, &s.serverNotificationActionsEnabled, &s.fileLogEnabled,
+                       &s.openWebPageActionsEnabled, &s.openPassBookActionsEnabled, &s.openDeepLinkActionsEnabled,
+                       &s.beaconEnabled, &s.beaconServiceMonitorinEnabled, &s.requestWhenInUseAuthorization,
+                       &s.useExtendedBackgroundRangingTime, &s.geofencingEnabled}) {
         *flag = !*flag;
     }
 }
 
-void expectDefaults(const QuomiSettings& settings) {
-    EXPECT_EQ(settings.baseAPIUrl, "https://api.shop.test");
-    EXPECT_EQ(settings.apiVersion, 3U);
-    EXPECT_EQ(settings.requestTimeout, 25.0);
-    EXPECT_EQ(settings.serverNotificationRequestTimeout, 5.0);
-    EXPECT_EQ(settings.serverNotificationNumberOfRetry, 4U);
-    EXPECT_EQ(settings.serverNotificationMaxRetryPeriod, 40.0);
-    EXPECT_EQ(settings.serverNotificationRetrySlotDuration, 2.0);
-    EXPECT_EQ(settings.significantLocationUpdateInterval, 180U);
-    EXPECT_TRUE(settings.stopUpdatingLocationAfterFirstUpdate);
-    EXPECT_FALSE(settings.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion);
-    EXPECT_TRUE(settings.localNotificationActionsEnabled);
-    EXPECT_TRUE(settings.serverNotificationActionsEnabled);
-    EXPECT_TRUE(settings.openWebPageActionsEnabled);
-    EXPECT_TRUE(settings.openPassBookActionsEnabled);
-    EXPECT_TRUE(settings.openDeepLinkActionsEnabled);
-    EXPECT_TRUE(settings.beaconEnabled);
-    EXPECT_EQ(settings.beaconSecurityMode, 0U);
-    EXPECT_TRUE(settings.beaconServiceMonitorinEnabled);
-    EXPECT_EQ(settings.beaconProximityIdentifier, "Quomi beacon");
-    EXPECT_EQ(settings.beaconProximityIdentifierService, "Quomi beacon service");
-    EXPECT_EQ(settings.beaconProximityUUIDNormal, "normal");
-    EXPECT_EQ(settings.beaconProximityUUIDSecure, "secure");
-    EXPECT_EQ(settings.beaconProximityUUIDService, "service");
-    EXPECT_EQ(settings.proximityFarSplitThreshold, 10.0);
-    EXPECT_FALSE(settings.requestWhenInUseAuthorization);
-    EXPECT_FALSE(settings.useExtendedBackgroundRangingTime);
-    EXPECT_TRUE(settings.geofencingEnabled);
-    EXPECT_FALSE(settings.isFileLogEnabled());
+/// Every value but the namespace.
+auto valuesOf(const QuomiSettings& s) {
+    return std::tuple(
+        s.baseAPIUrl, s.apiVersion, s.requestTimeout, s.serverNotificationRequestTimeout,
+        s.serverNotificationNumberOfRetry, s.serverNotificationMaxRetryPeriod, s.serverNotificationRetrySlotDuration,
+        s.significantLocationUpdateInterval, s.stopUpdatingLocationAfterFirstUpdate,
+        s.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion, s.localNotificationActionsEnabled,
+        s.serverNotificationActionsEnabled, s.openWebPageActionsEnabled, s.openPassBookActionsEnabled,
+        s.openDeepLinkActionsEnabled, s.beaconEnabled, s.beaconSecurityMode, s.beaconServiceMonitorinEnabled,
+        s.beaconProximityIdentifier, s.beaconProximityIdentifierService, s.beaconProximityUUIDNormal,
+        s.beaconProximityUUIDSecure, s.beaconProximityUUIDService, s.proximityFarSplitThreshold,
+        s.requestWhenInUseAuthorization, s.useExtendedBackgroundRangingTime, s.geofencingEnabled, s.fileLogEnabled);
 }
 
 TEST(Settings, BeginWithTheDefaultsAndReturnToThem) {
     const Capabilities phone;
     QuomiSettings settings({"https://api.shop.test", "normal", "secure", "service"}, phone);
+    const auto defaults = std::tuple("https://api.shop.test", 3U, 25.0, 5.0, 4U, 40.0, 2.0, 180U, true, false, true,
+                                     true, true, true, true, true, 0U, true, "Quomi beacon", "Quomi beacon service",
+                                     "normal", "secure", "service", 10.0, false, false, true, false);
+    EXPECT_TRUE(valuesOf(settings) == defaults);
     EXPECT_EQ(settings.namespace_, std::nullopt);
-    expectDefaults(settings);
     changeEverything(settings);
     settings.resetToDefaults();
-    expectDefaults(settings);
+    EXPECT_TRUE(valuesOf(settings) == defaults);
     EXPECT_EQ(settings.namespace_, "shop") << "the namespace is the host's";
 }
 
@@ -103,30 +78,26 @@ TEST(Settings, ResetAsksThePhoneAnew) {
 }
 
 TEST(Settings, CapabilitiesNeedEveryQuestionAnsweredYes) {
-    const struct {
-        std::optional<bool> monitoring;
-        std::optional<bool> second;
-        bool supported;
-    } rows[] = {
+    const Table<std::optional<bool>, std::optional<bool>, bool> rows = {
         {true, true, true},    {true, false, false},        {false, true, false},
         {false, false, false}, {std::nullopt, true, false}, {true, std::nullopt, false},
     };
-    for (const auto& row : rows) {
+    for (const auto& [monitoring, second, supported] : rows) {
         Capabilities phone;
-        phone.beacon = row.monitoring;
-        phone.ranging = row.second;
+        phone.beacon = monitoring;
+        phone.ranging = second;
         const DeviceCapabilities beacons(phone);
-        EXPECT_EQ(beacons.deviceSupportsBeacons(), row.supported);
+        EXPECT_EQ(beacons.deviceSupportsBeacons(), supported);
         EXPECT_TRUE(beacons.deviceSupportsGeofences()) << "the two have nothing to do with each other";
-        EXPECT_EQ(QuomiSettings({}, phone).beaconEnabled, row.supported);
+        EXPECT_EQ(QuomiSettings({}, phone).beaconEnabled, supported);
     }
-    for (const auto& row : rows) {
+    for (const auto& [monitoring, second, supported] : rows) {
         Capabilities phone;
-        phone.circular = row.monitoring;
-        phone.significant = row.second.value_or(false);
-        EXPECT_EQ(DeviceCapabilities(phone).deviceSupportsGeofences(), row.supported);
+        phone.circular = monitoring;
+        phone.significant = second.value_or(false);
+        EXPECT_EQ(DeviceCapabilities(phone).deviceSupportsGeofences(), supported);
         EXPECT_TRUE(DeviceCapabilities(phone).deviceSupportsBeacons());
-        EXPECT_EQ(QuomiSettings({}, phone).geofencingEnabled, row.supported);
+        EXPECT_EQ(QuomiSettings({}, phone).geofencingEnabled, supported);
     }
 }
 

@@ -1,10 +1,5 @@
 #include "tests/support/sdk_fixture.h"
 
-#include <array>
-#include <thread>
-
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
 

@@ -1,29 +1,7 @@
 #include "tests/support/sdk_fixture.h"
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using simulated::ScriptedAnswer;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-
-void write(const std::filesystem::path& file, const std::string& bytes) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << bytes;
-}
-
-std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 /// Starts and expects this error in the out-parameter and, once, at the delegate; the SDK does not run afterwards.
 void expectFailure(SdkFixture& app, std::int64_t code, const std::string& description, bool runningWhenTold) {
@@ -88,16 +66,6 @@ TEST(StartFailure, StoreThatIsNoneStaysAsItIs) {
         std::filesystem::remove(app.storeFile());
         EXPECT_TRUE(app.start());
     }
-}
-
-TEST(StartFailure, NamespaceSetAfterAFailedStartIsTheOneThatIsUsed) {
-    SdkFixture app;
-    write(app.storeFile(), "garbage");
-    app.sdk->start();
-    app.sdk->setAppNamespace("other");
-    std::filesystem::remove(app.storeFile());
-    EXPECT_TRUE(app.start());
-    EXPECT_EQ(app.settings.namespace_, "other");
 }
 
 struct Answer {
@@ -167,24 +135,19 @@ TEST(StartFailure, RecordThatCannotBeHad) {
 }
 
 TEST(StartFailure, PhoneLacksWhatIsEnabled) {
-    struct Row {
-        bool beacons;
-        std::int64_t code;
-        const char* message;
-    };
-    for (const auto& row :
-         {Row{false, 5, "The device does not support region monitoring or significant location change monitoring"},
-          Row{true, 6, "The device does not support iBeacons. Support has been added with iOS 7.0"}}) {
-        SdkFixture app({.supportsBeacons = !row.beacons, .supportsGeofences = row.beacons});
-        bool& enabled = row.beacons ? app.settings.beaconEnabled : app.settings.geofencingEnabled;
+    for (const auto& [beacons, code, message] : Table<bool, std::int64_t, const char*>{
+             {false, 5, "The device does not support region monitoring or significant location change monitoring"},
+             {true, 6, "The device does not support iBeacons. Support has been added with iOS 7.0"}}) {
+        SdkFixture app({.supportsBeacons = !beacons, .supportsGeofences = beacons});
+        bool& enabled = beacons ? app.settings.beaconEnabled : app.settings.geofencingEnabled;
         EXPECT_FALSE(enabled);
         enabled = true;
         EXPECT_TRUE(app.sdk->start()) << "the record is not there yet";
         app.settle();
         EXPECT_FALSE(app.sdk->isRunning());
-        EXPECT_THAT(app.lines("error"), ElementsAre("error " + std::to_string(row.code) + ", running"));
+        EXPECT_THAT(app.lines("error"), ElementsAre("error " + std::to_string(code) + ", running"));
         EXPECT_THAT(app.lines("console"), IsEmpty());
-        expectFailure(app, row.code, twice(row.message), true);
+        expectFailure(app, code, twice(message), true);
         app.settle();
         EXPECT_THAT(app.lines("monitor"), IsEmpty());
         EXPECT_EQ(app.phone.transport().requests(kUserRequest), 0U);

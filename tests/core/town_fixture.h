@@ -2,14 +2,8 @@
 
 #include "tests/support/sdk_fixture.h"
 
-#include <chrono>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
-#include <boost/json/array.hpp>
 
 namespace quomi::test {
 
@@ -50,10 +44,7 @@ public:
     void serve(const boost::json::array& geofences, const boost::json::array& removed = {},
                const char* validUntil = "2030-01-01T00:00:00Z", double latitude = kTownLatitude) {
         const boost::json::object area{{"lat", latitude}, {"lng", kTownLongitude}, {"radius", 100}};
-        phone.transport().answer(kGeofencesRequest, simulated::ScriptedAnswer::json({{"u_geofences", geofences},
-                                                                                     {"query_params", area},
-                                                                                     {"valid_until", validUntil},
-                                                                                     {"remove_ids", removed}}));
+        phone.transport().answer(kGeofencesRequest, rulesAnswer("u_geofences", geofences, removed, area, validUntil));
     }
     /// The device is there; a second passes for what follows from it.
     void goTo(double latitude) {

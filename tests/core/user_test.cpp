@@ -1,12 +1,7 @@
 #include "tests/support/sdk_fixture.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
 
 TEST(User, AreEqualWhenAllThreeFieldsAre) {
     const QuomiUser::Properties properties = boost::json::object{{"a", 1}, {"b", 2}};

@@ -2,14 +2,8 @@
 #include "tests/data/scripted_uploader.h"
 #include "tests/data/store_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class BatteryAlerts : public testing::Test {
 protected:

@@ -1,14 +1,9 @@
 #include "tests/data/store_support.h"
 
 #include <SQLiteCpp/Statement.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 std::string valueOf(SQLite::Database& database, const std::string& expression, const std::string& table) {
     return database.execAndGet("SELECT " + expression + " FROM " + table).getString();
@@ -72,6 +67,29 @@ TEST(QuomiData, HistoriesThatOthersWrote) {
     EXPECT_THAT(historyOf("[1, 2.5, 3e0]"), ElementsAre(at(1), at(2.5), at(3)));
     EXPECT_THAT(historyOf("[\"x\", null, 4]"), ElementsAre(at(4)));
     for (const char* none : {"", "[1, 2", "{}", "7"}) EXPECT_THAT(historyOf(none), IsEmpty()) << none;
+}
+
+std::vector<std::string> texts(SQLite::Database& database, const std::string& sql) {
+    std::vector<std::string> found;
+    SQLite::Statement query(database, sql);
+    while (query.executeStep()) found.push_back(query.getColumn(0).getString());
+    return found;
+}
+
+TEST(QuomiData, RulesGoWithTheirOwnerAndNotTheOtherWayRound) {
+    StoreHost host;
+    ASSERT_NE(host.open(), nullptr);
+    auto database = host.connect();
+    database.exec(R"(
+        PRAGMA foreign_keys = ON;
+        INSERT INTO QuomiBeaconData (_id, beaconId, name, proximityUUID) VALUES (1, 'a', '', ''), (2, 'b', '', '');
+        INSERT INTO QuomiBeaconRuleWithActions (ruleId, trigger, proximity, beacon)
+            VALUES ('a1', '', 0, 1), ('a2', '', 0, 1), ('b1', '', 0, 2), ('b2', '', 0, 2), ('alone', '', 0, NULL);
+        DELETE FROM QuomiBeaconData WHERE beaconId = 'a';
+        DELETE FROM QuomiBeaconRuleWithActions WHERE ruleId = 'b1';)");
+    EXPECT_THAT(texts(database, "SELECT ruleId FROM QuomiBeaconRuleWithActions ORDER BY _id"),
+                ElementsAre("b2", "alone"));
+    EXPECT_THAT(texts(database, "SELECT beaconId FROM QuomiBeaconData"), ElementsAre("b"));
 }
 
 TEST(QuomiData, ChangesAreWholeOrNotThere) {

@@ -4,17 +4,8 @@
 #include "quomi/util/uuid.h"
 #include "tests/data/store_support.h"
 
-#include <utility>
-#include <vector>
-
-#include <boost/json/parse.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
 
 constexpr const char* kBeacons = R"({"u_beacons": [{"id": "b", "name": "shelf"}], "query_params": {},
     "valid_until": "2030-01-01T00:00:00Z", "remove_ids": []})";

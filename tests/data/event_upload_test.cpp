@@ -5,19 +5,8 @@
 #include "tests/data/store_support.h"
 #include "tests/diagnostics/faulty_files.h"
 
-#include <utility>
-#include <vector>
-
-#include <boost/json/object.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class EventUpload : public testing::Test {
 protected:

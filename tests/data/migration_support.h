@@ -4,23 +4,14 @@
 #include "quomi/core/errors.h"
 #include "quomi/data/store_file.h"
 #include "quomi/platform/localization.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 #include "tools/quomi/store/store_command.h"
 
-#include <filesystem>
-#include <map>
-#include <memory>
-#include <optional>
 #include <sqlite3.h>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 

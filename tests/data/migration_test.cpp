@@ -8,11 +8,6 @@
 namespace quomi::test {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Not;
-using ::testing::UnorderedElementsAre;
-
 /// What stands in a migrated row for an attribute that the store's version did not have.
 std::string valueOfNew(const SQLite::Database& database, int version, const std::string& table,
                        const std::string& column) {

@@ -2,8 +2,6 @@
 #include "tests/data/store_support.h"
 
 #include <SQLiteCpp/Statement.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
@@ -77,17 +75,6 @@ TEST_F(Contexts, ASaveThatIsRefusedDropsEverything) {
     EXPECT_EQ(byId(context, "bad"), nullptr);
     EXPECT_EQ(byId(context, "kept")->latitude, 0);
     EXPECT_TRUE(context.save()) << "one bad answer does not poison the saves after it";
-}
-
-TEST_F(Contexts, ABusyStoreLosesNothing) {
-    const auto made = geofence("a");
-    context.insert(made);
-    auto other = host.connect();
-    other.exec("BEGIN IMMEDIATE");
-    EXPECT_FALSE(context.save(&error));
-    other.exec("ROLLBACK");
-    EXPECT_TRUE(context.save());
-    EXPECT_EQ(saved("geofenceId"), "a");
 }
 
 TEST_F(Contexts, AChildChangesNothingOutsideBeforeItsSave) {

@@ -4,21 +4,8 @@
 #include "quomi/util/json_readers.h"
 #include "tests/data/store_support.h"
 
-#include <limits>
-#include <vector>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <boost/json/value.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* kUUID = "6b6e1b5a-0c0d-4a6e-9e62-0000000000b1";
 

@@ -2,22 +2,10 @@
 #include "quomi/util/uuid.h"
 #include "tests/data/store_support.h"
 
-#include <functional>
-#include <limits>
-#include <map>
 #include <sqlite3.h>
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const Uuid kShop = *Uuid::parse("6b6e1b5a-0c0d-4a6e-9e62-0000000000b1");
 
@@ -49,27 +37,23 @@ TEST_F(Places, NearbySearch) {
     off->enabled = false;
     ASSERT_TRUE(data->saveContext());
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
-    struct Case {
-        double latitude, longitude, tolerance;
-        const char* found;
-    };
-    for (const auto& [latitude, longitude, tolerance, found] :
-         std::vector<Case>{{50, 8, 0.5, "a z"},
-                           {50, 8, 0.4999, "z"},
-                           {50.5, 8.5, 0, "a"},
-                           {50.01, 8.01, 0, "z"},  // 0.01 without a tolerance
-                           {50.011, 8, -3, ""},
-                           {0, 0, 0.05, "below equator"},
-                           {0, 0, 0.049, ""},
-                           {-0.04, 0, 0.01, "below"},
-                           {-33.4, 18, 0.06, "south"},
-                           {-33.29, 18, 0.07, "south"},
-                           {90, 0, 1, "pole"},
-                           {89.9, 0, 5, "pole"},
-                           {10, 179.9, 0.1, "east"},  // a box of numbers: it does not go round
-                           {50, 8, 1e6, "a below east equator nonsense pole south west z"},
-                           {50, 8, kInfinity, "a below east equator nonsense pole south west z"},
-                           {std::numeric_limits<double>::quiet_NaN(), 8, 1, ""}}) {
+    for (const auto& [latitude, longitude, tolerance, found] : Table<double, double, double, const char*>{
+             {50, 8, 0.5, "a z"},
+             {50, 8, 0.4999, "z"},
+             {50.5, 8.5, 0, "a"},
+             {50.01, 8.01, 0, "z"},  // 0.01 without a tolerance
+             {50.011, 8, -3, ""},
+             {0, 0, 0.05, "below equator"},
+             {0, 0, 0.049, ""},
+             {-0.04, 0, 0.01, "below"},
+             {-33.4, 18, 0.06, "south"},
+             {-33.29, 18, 0.07, "south"},
+             {90, 0, 1, "pole"},
+             {89.9, 0, 5, "pole"},
+             {10, 179.9, 0.1, "east"},  // a box of numbers: it does not go round
+             {50, 8, 1e6, "a below east equator nonsense pole south west z"},
+             {50, 8, kInfinity, "a below east equator nonsense pole south west z"},
+             {std::numeric_limits<double>::quiet_NaN(), 8, 1, ""}}) {
         EXPECT_EQ(near(latitude, longitude, tolerance), found) << latitude << " " << longitude << " " << tolerance;
     }
     data->geofenceRegionsSearchToleranceDegrees = 0.5;

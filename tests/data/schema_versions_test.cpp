@@ -2,9 +2,6 @@
 
 #include "tests/data/migration_support.h"
 
-#include <algorithm>
-#include <set>
-
 namespace quomi::test {
 namespace {
 

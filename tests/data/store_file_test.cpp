@@ -1,17 +1,11 @@
 #include "tests/data/store_support.h"
 
 #include <csignal>
-#include <functional>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <utility>
-#include <vector>
 
 #include <SQLiteCpp/Statement.h>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
@@ -51,12 +45,6 @@ TEST(StoreFile, IsItsOwnersAlone) {
     EXPECT_EQ(modeOf(host.file.parent_path()), 0700U);
 }
 
-TEST(StoreFile, WhatItHoldsOutlivesIt) {
-    StoreHost host;
-    makeStore(host);
-    EXPECT_TRUE(isAsMade(host.open().get()));
-}
-
 struct Content {
     const char* what;
     std::function<void(StoreHost&)> make;
@@ -74,11 +62,6 @@ TEST(StoreFile, ContentThatIsNoStoreOfOurs) {
         {"another app's", [](StoreHost& host) { host.connect().exec("CREATE TABLE Notes (text TEXT)"); }},
         {"another app's, WAL",
          [](StoreHost& host) { host.connect().exec("PRAGMA journal_mode = WAL; CREATE TABLE Notes (text TEXT)"); }},
-        {"a table more", [](StoreHost& host) { makeStoreAnd(host, "CREATE TABLE Notes (text TEXT)"); }},
-        {"a table less", [](StoreHost& host) { makeStoreAnd(host, "DROP TABLE QuomiDebugLog"); }},
-        {"a column more", [](StoreHost& host) { makeStoreAnd(host, "ALTER TABLE QuomiDebugLog ADD more TEXT"); }},
-        {"a column renamed",
-         [](StoreHost& host) { makeStoreAnd(host, "ALTER TABLE QuomiDebugLog RENAME logData TO data"); }},
         {"cut short", [](StoreHost& host) {
              makeStore(host);
              std::filesystem::resize_file(host.file, 3000);

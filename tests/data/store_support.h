@@ -5,29 +5,11 @@
 #include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/platform/files.h"
-
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/prelude.h"
 
 #include <SQLiteCpp/Database.h>
 
 namespace quomi::test {
-
-inline std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-inline void write(const std::filesystem::path& file, const std::string& bytes) {
-    std::filesystem::create_directories(file.parent_path());
-    std::ofstream(file, std::ios::binary) << bytes;
-}
 
 inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace, double threshold = 7.5) {
     auto application = std::make_shared<QuomiApplication>();
@@ -40,8 +22,8 @@ inline std::shared_ptr<QuomiApplication> record(const std::string& appNamespace,
     return application;
 }
 
-inline WallTime at(double seconds) {
-    return WallTime(toDuration(Seconds(seconds)));
+inline WallTime at(double since1970) {
+    return WallTime(toDuration(Seconds(since1970)));
 }
 
 template <class Rule>

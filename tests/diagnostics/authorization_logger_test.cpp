@@ -2,15 +2,8 @@
 
 #include "tests/support/sdk_fixture.h"
 
-#include <boost/json/parse.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr NotificationSettings kGranted{NotificationAuthorization::authorized, true, true, true};
 constexpr NotificationSettings kDenied{NotificationAuthorization::denied, true, true, true};

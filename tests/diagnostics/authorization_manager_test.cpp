@@ -3,15 +3,9 @@
 #include "hosts/posix/run_loop.h"
 #include "tests/support/sdk_fixture.h"
 
-#include <thread>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
 
-using namespace std::chrono_literals;
 using simulated::PhoneConfig;
 
 constexpr NotificationAuthorization kAuthorized = NotificationAuthorization::authorized;
@@ -41,21 +35,6 @@ TEST(AuthorizationManager, AnswersByTheStateOfThePhone) {
             const Watched watched({.locationServices = on, .authorization = static_cast<AuthorizationStatus>(status)});
             EXPECT_EQ(watched.manager->isLocationServiceEnabled(), on && status >= 3);
         }
-    }
-    const struct {
-        NotificationSettings rights;
-        bool all;
-        bool banner;
-    } rows[] = {{{kAuthorized, true, true, true}, true, true},
-                {{kAuthorized, true, false, true}, false, true},
-                {{kAuthorized, true, true, false}, false, true},
-                {{kAuthorized, false, true, true}, false, false},
-                {{NotificationAuthorization::provisional, true, true, true}, false, false},
-                {{NotificationAuthorization::denied, true, true, true}, false, false}};
-    for (const auto& row : rows) {
-        const Watched watched({.notificationRights = row.rights});
-        EXPECT_EQ(watched.manager->areAllNotificationRightsGranted(), row.all);
-        EXPECT_EQ(watched.manager->isBannerNotificationRightGranted(), row.banner);
     }
 }
 

@@ -3,8 +3,6 @@
 #include "tests/diagnostics/log_support.h"
 
 #include <atomic>
-#include <stdexcept>
-#include <thread>
 
 namespace quomi::test {
 /// A host's type whose text takes note of being asked for.

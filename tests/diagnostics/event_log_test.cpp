@@ -3,21 +3,11 @@
 #include "tests/diagnostics/faulty_files.h"
 #include "tests/diagnostics/log_support.h"
 
-#include <algorithm>
-
-#include <boost/json/object.hpp>
-#include <boost/json/value.hpp>
-#include <gmock/gmock.h>
-
 namespace quomi {
 namespace {
 
-using namespace std::chrono_literals;
 using test::eventLine;
 using test::eventLines;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
 using Days = std::chrono::sys_days;
 
 class EventLogTest : public testing::Test {
@@ -31,13 +21,8 @@ protected:
 };
 
 TEST_F(EventLogTest, LinesAndTheRecordsTheyHold) {
-    struct Case {
-        std::string line;
-        std::optional<std::string> data;
-        bool isReported;
-    };
     const std::string time = "2026-11-21 05:00:00 +0100";
-    const Case cases[] = {
+    const Table<std::string, std::optional<std::string>, bool> cases = {
         {time + ";{\"a\":1}", "{\"a\":1}", false},
         {time + ";{}", "{}", false},
         {time + ";{no JSON, but in braces}", "{no JSON, but in braces}", false},
@@ -62,25 +47,6 @@ TEST_F(EventLogTest, LinesAndTheRecordsTheyHold) {
         }
     }
     EXPECT_THAT(QuomiDLog::quomiDLogsFromString("\n" + eventLine(1) + "\n\nbad\n" + eventLine(2), console_), SizeIs(2));
-}
-
-TEST_F(EventLogTest, ARecordIsWrittenInTheZoneOfThePhone) {
-    const QuomiDLog record{clock_.time + 999ms, "{}"};
-    EXPECT_EQ(record.description("Europe/Berlin"), "2026-11-21 05:00:00 +0100;{}");
-    EXPECT_EQ(record.stringFromQuomiDLog("America/St_Johns"), "2026-11-21 00:30:00 -0330;{}");
-    EXPECT_EQ(record.description("UTC"), "2026-11-21 04:00:00 +0000;{}");
-    EXPECT_EQ(record.dictionary().at("logTime").as_int64(), record.logTime->time_since_epoch().count());
-    EXPECT_EQ(record.dictionary().at("logData"), "{}");
-    EXPECT_THAT(QuomiDLog{}.dictionary(), IsEmpty());
-}
-
-TEST_F(EventLogTest, TheYearOfAnEventNearNewYearIsThatOfItsWeek) {
-    const QuomiDLog record{Days(std::chrono::year(2024) / 12 / 31) + 12h, "{}"};
-    EXPECT_EQ(record.description("UTC"), "2025-12-31 12:00:00 +0000;{}");
-    const auto read = QuomiDLog::quomiDLogFromString(record.description("UTC"), console_);
-    EXPECT_EQ(read.value().logTime, record.logTime);
-    EXPECT_EQ((QuomiDLog{Days(std::chrono::year(2027) / 1 / 1), "{}"}.description("UTC")),
-              "2026-01-01 00:00:00 +0000;{}");
 }
 
 TEST_F(EventLogTest, HandsOverFiftyRecordsAtATime) {
@@ -149,12 +115,8 @@ TEST_F(EventLogTest, AnEventIsRefusedWhenItCannotBeWritten) {
 }
 
 TEST_F(EventLogTest, LastLinesWithoutLineBreak) {
-    struct Case {
-        std::string tail;
-        bool isWhole;
-    };
     const std::string time = "2026-11-21 05:00:00 +0100;";
-    const Case cases[] = {
+    const Table<std::string, bool> cases = {
         {time + R"({"a":{"b":1}})", true},
         {time + R"({"a":{"b":1})", false},
         {time + "{\"a\":\"\xc3", false},

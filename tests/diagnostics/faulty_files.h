@@ -1,9 +1,7 @@
 #pragma once
 
 #include "quomi/platform/files.h"
-
-#include <functional>
-#include <string>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 

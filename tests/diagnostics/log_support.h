@@ -4,13 +4,8 @@
 #include "quomi/diagnostics/event_log.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
-
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 

@@ -3,21 +3,13 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "tests/durability/scenarios.h"
-#include "tests/durability/traced_process.h"
 #include "tests/support/temporary_directory.h"
 
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
-
-using testing::IsEmpty;
 
 // With the shadow memory of the address sanitizer a fork takes ten times as long.
 #if defined(__SANITIZE_ADDRESS__)
@@ -64,8 +56,7 @@ TEST_F(Durability, AKilledCallIsNotMadeAndACutWriteIsCut) {
                 return call.bytes() > 0 && ++writes == 2 ? decision : Decision{};
             });
         EXPECT_EQ(ending, decision.kind == Decision::goOn ? Ending::finished : Ending::killed);
-        std::ifstream stream(path, std::ios::binary);
-        EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), expected);
+        EXPECT_EQ(contentOf(path), expected);
     }
 }
 

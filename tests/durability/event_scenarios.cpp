@@ -2,15 +2,7 @@
 #include "quomi/platform/clock.h"
 #include "tests/durability/scenarios.h"
 
-#include <algorithm>
 #include <deque>
-#include <stdexcept>
-#include <utility>
-
-#include <boost/json/object.hpp>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
-#include <fmt/format.h>
 
 namespace quomi::test {
 

@@ -1,20 +1,15 @@
 #include "tests/durability/kill_walk.h"
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/platform/files.h"
 #include "tests/support/temporary_directory.h"
 
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <new>
-#include <optional>
-#include <string_view>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <fmt/format.h>
 
 namespace quomi::test {
 namespace {

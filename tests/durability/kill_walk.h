@@ -3,15 +3,7 @@
 #include "quomi/platform/files.h"
 #include "quomi/platform/platform.h"
 #include "tests/durability/traced_process.h"
-
-#include <array>
-#include <cstddef>
-#include <cstdint>
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 

@@ -5,13 +5,6 @@
 #include "tests/durability/scenarios.h"
 #include "tests/support/temporary_directory.h"
 
-#include <map>
-#include <optional>
-#include <string>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
 

@@ -2,11 +2,6 @@
 
 #include "tests/durability/kill_walk.h"
 
-#include <filesystem>
-#include <functional>
-#include <string>
-#include <vector>
-
 namespace quomi {
 struct QuomiStatusInfo;
 }

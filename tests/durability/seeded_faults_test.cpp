@@ -5,15 +5,9 @@
 #include "tests/diagnostics/faulty_files.h"
 #include "tests/durability/scenarios.h"
 
-#include <optional>
-#include <utility>
-
 #include <SQLiteCpp/Database.h>
 #include <SQLiteCpp/Statement.h>
 #include <SQLiteCpp/Transaction.h>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {

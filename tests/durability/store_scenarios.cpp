@@ -1,13 +1,8 @@
-#include "quomi/data/data.h"
 #include "quomi/data/migration.h"
 #include "quomi/data/schema_versions.h"
-#include "quomi/platform/files.h"
 #include "tests/data/migration_support.h"
 #include "tests/data/store_support.h"
 #include "tests/durability/scenarios.h"
-
-#include <stdexcept>
-#include <utility>
 
 #include <SQLiteCpp/Transaction.h>
 

@@ -3,25 +3,10 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
-
-#include <chrono>
-#include <memory>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
-
-using namespace std::chrono_literals;
-using testing::DoubleNear;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using Log = std::vector<std::string>;
 
@@ -225,6 +210,9 @@ TEST_F(LocationManagerTest, ForgetsWhereItWas) {
 
 TEST_F(UnaskedLocationManagerTest, AsksForPermissionUntilItIsGiven) {
     std::optional<Error> error;
+    EXPECT_FALSE(manager->addRegion(std::nullopt, &error));
+    EXPECT_EQ(std::exchange(error, std::nullopt).value().code, 800);
+    EXPECT_FALSE(manager->regionMonitoringStarted());
     EXPECT_TRUE(manager->startRegionMonitoring(&error));
     EXPECT_TRUE(manager->startRegionMonitoring());
     EXPECT_THAT(news(), ElementsAre("ask always", "ask always"));
@@ -232,26 +220,6 @@ TEST_F(UnaskedLocationManagerTest, AsksForPermissionUntilItIsGiven) {
     EXPECT_TRUE(manager->startRegionMonitoring());
     EXPECT_THAT(news(), IsEmpty());
     EXPECT_EQ(error, std::nullopt);
-}
-
-TEST_F(UnaskedLocationManagerTest, TheFirstRegionStartsRegionMonitoring) {
-    EXPECT_TRUE(manager->addRegion(circle("a")));
-    EXPECT_TRUE(manager->addRegion(circle("b")));
-    EXPECT_TRUE(manager->regionMonitoringStarted());
-    EXPECT_THAT(log, ElementsAre("ask always", "monitor a", "monitor b"));
-}
-
-TEST_F(UnaskedLocationManagerTest, RefusesToMonitorNothing) {
-    std::optional<Error> error;
-    EXPECT_FALSE(manager->addRegion(std::nullopt, &error));
-    ASSERT_TRUE(error.has_value());
-    EXPECT_EQ(error->domain, "QuomiErrorDomain");
-    EXPECT_EQ(error->code, 800);
-    EXPECT_EQ(error->localizedDescription(),
-              "Generic location error, related to location services. Can't add a nil region.");
-    EXPECT_FALSE(manager->addRegion(std::nullopt));
-    EXPECT_FALSE(manager->regionMonitoringStarted());
-    EXPECT_THAT(news(), IsEmpty());
 }
 
 TEST_F(LocationManagerTest, RemovesGeofencesAndLeavesBeaconRegionsAlone) {
@@ -268,15 +236,6 @@ TEST_F(LocationManagerTest, RemovesGeofencesAndLeavesBeaconRegionsAlone) {
     EXPECT_THAT(news(), ElementsAre("unmonitor d"));
     EXPECT_FALSE(manager->regionMonitoringStarted());
     EXPECT_THAT(monitored(), ElementsAre("beacons"));
-}
-
-TEST_F(LocationManagerTest, KnowsTheGeofencesOfAnEarlierRun) {
-    add({circle("a")});
-    manager = std::make_unique<QuomiLocationManager>(platform, settings, debugLog);
-    manager->setDelegate(delegate);
-    EXPECT_TRUE(manager->regionIsMonitored("a"));
-    EXPECT_FALSE(manager->regionMonitoringStarted());
-    EXPECT_THAT(enter("a"), ElementsAre("enter a")) << "it need not be started to be told";
 }
 
 TEST_F(LocationManagerTest, AnEntryMovesThePositionToTheCentre) {
@@ -321,16 +280,6 @@ TEST_F(LocationManagerTest, AnUnknownPositionIsTheZeroPoint) {
     EXPECT_TRUE(manager->addRegion(CircularRegion{"gulf", {0.0005, 0}, 100}));
     EXPECT_THAT(news(), ElementsAre("monitor gulf", "began gulf", "enter gulf"));
     EXPECT_EQ(manager->currentLocation()->coordinate, (Coordinate{0.0005, 0}));
-}
-
-TEST_F(LocationManagerTest, TellsFailuresOfGeofencesAndChangesNothing) {
-    add({circle("a")});
-    enter("a");
-    phone.monitoringFails("a", kCLErrorRegionMonitoringDenied);
-    EXPECT_THAT(news(), ElementsAre("failed a 4"));
-    EXPECT_EQ(currentRegion(), "a");
-    EXPECT_TRUE(manager->regionIsMonitored("a"));
-    EXPECT_TRUE(manager->regionMonitoringStarted());
 }
 
 TEST_F(LocationManagerTest, BeaconRegionsAreNoneOfItsNews) {

@@ -1,16 +1,12 @@
 #include "hosts/posix/files.h"
 
 #include "hosts/posix/defaults.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 
 #include <csignal>
-#include <fstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace quomi::posix {
 namespace {

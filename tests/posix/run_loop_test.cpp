@@ -1,24 +1,12 @@
 #include "hosts/posix/run_loop.h"
 
 #include "hosts/posix/clock.h"
+#include "tests/support/prelude.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::posix {
 namespace {
-
-using namespace std::chrono_literals;
-using ::testing::ElementsAre;
 
 class RunLoopTest : public ::testing::Test {
 protected:

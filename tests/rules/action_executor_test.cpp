@@ -7,25 +7,12 @@
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/screens.h"
 #include "quomi/rules/web_page.h"
-
-#include <stdexcept>
-
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 namespace {
 
 using simulated::ScriptedAnswer;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* kPage = "https://shop.test/offers";
 constexpr const char* kLink = R"({"iosURL": "https://shop.test/link"})";
@@ -127,14 +114,7 @@ TEST_F(ActionExecutorTest, ImageIsAttachedAndAFailedOneLeftOut) {
     EXPECT_EQ(journal_.back(), "notification B 0");
 }
 
-TEST_F(ActionExecutorTest, HostDecidesOnNotificationsAtOnceOrLater) {
-    host_.shouldExecuteNotificationRequest = [this](const auto& request, int by) {
-        note(fmt::format("asked {} {}", *request.body, by));
-        return false;
-    };
-    notify();
-    EXPECT_THAT(journal_, ElementsAre("asked Hello Ann 2", "refused"));
-
+TEST_F(ActionExecutorTest, HostDecidesOnceAtOnceOrLater) {
     std::function<void(bool)> answer;
     host_.shouldExecuteNotificationRequestCompletionBlock = [&](const auto&, int, auto block) { answer = block; };
     for (const bool yes : {true, false}) {
@@ -145,16 +125,8 @@ TEST_F(ActionExecutorTest, HostDecidesOnNotificationsAtOnceOrLater) {
         answer(yes);
         answer(!yes);
         answer(yes);
-        using Lines = std::vector<std::string>;
-        EXPECT_EQ(journal_, yes ? Lines({kEvent, "notification Later 0"}) : Lines({"refused"}));
+        EXPECT_EQ(journal_, yes ? Strings({kEvent, "notification Later 0"}) : Strings({"refused"}));
     }
-    host_ = {};
-    host_.executeNotificationRequest = [this](const auto& request, int by) {
-        note(fmt::format("performs {} {}", *request.body, by));
-    };
-    journal_.clear();
-    notify();
-    EXPECT_THAT(journal_, ElementsAre(kEvent, "performs Hello Ann 2"));
 }
 
 TEST_F(ActionExecutorTest, HooksThatThrowCountAsMissing) {
@@ -184,29 +156,6 @@ TEST_F(ActionExecutorTest, HooksThatThrowCountAsMissing) {
     EXPECT_EQ(notifyServer(), ActionOutcome::performedByHost);
     settle();
     EXPECT_THAT(journal_, ElementsAre("refused", "success"));
-}
-
-TEST_F(ActionExecutorTest, HostVetoesOrPerformsPagesAndLinks) {
-    using Action = std::function<bool(ActionOutcome*)>;
-    const std::vector<std::pair<const char*, Action>> actions = {
-        {kPage, [this](auto* outcome) { return executor_->executeOpenWebPageAction(kPage, 1, outcome); }},
-        {"https://shop.test/link",
-         [this](auto* outcome) { return executor_->executeOpenDeepLinkAction(kLink, 1, outcome); }},
-    };
-    for (const auto& [url, act] : actions) {
-        ActionOutcome outcome{};
-        host_ = {};
-        host_.shouldExecuteOpenWebPageRequest = host_.shouldExecuteOpenDeepLinkRequest = asked(false);
-        host_.executeOpenWebPageRequest = host_.executeOpenDeepLinkRequest = performs();
-        EXPECT_FALSE(act(&outcome));
-        EXPECT_EQ(outcome, ActionOutcome::vetoed);
-        host_.shouldExecuteOpenWebPageRequest = host_.shouldExecuteOpenDeepLinkRequest = asked(true);
-        EXPECT_TRUE(act(&outcome));
-        EXPECT_EQ(outcome, ActionOutcome::performedByHost);
-        settle();
-        const auto line = fmt::format("asked {} 1", url);
-        EXPECT_THAT(std::exchange(journal_, {}), ElementsAre(line, line, fmt::format("performs {} 1", url)));
-    }
 }
 
 TEST_F(ActionExecutorTest, PageOpensInALaterTurnOverTheTopScreen) {
@@ -252,12 +201,7 @@ TEST_F(ActionExecutorTest, PageThatCannotBeShownWarnsAndIsFalse) {
 }
 
 TEST_F(ActionExecutorTest, DeepLinkIsTheFirstUrlThatIsThereAndThatThePhoneOpens) {
-    struct Case {
-        const char* param;
-        std::optional<std::string> url;
-        bool opens;
-    };
-    const std::vector<Case> cases = {
+    const Table<const char*, std::optional<std::string>, bool> cases = {
         {R"({"iosURL": "https://a.test", "genericURL": "https://b.test"})", "https://a.test", true},
         {R"({"iosURL": null, "genericURL": "https://b.test"})", "https://b.test", true},
         {R"({"genericURL": "shop://offers"})", "shop://offers", false},
@@ -265,33 +209,12 @@ TEST_F(ActionExecutorTest, DeepLinkIsTheFirstUrlThatIsThereAndThatThePhoneOpens)
         {R"(["iosURL"])", std::nullopt, false},
         {"https://a.test", std::nullopt, false},
     };
-    for (const auto& some : cases) {
-        EXPECT_EQ(QuomiActionExecutor::getDeepLinkURLFromJSON(some.param), some.url) << some.param;
-        EXPECT_EQ(executor_->executeOpenDeepLinkAction(some.param, 1), some.opens) << some.param;
+    for (const auto& [param, url, opens] : cases) {
+        EXPECT_EQ(QuomiActionExecutor::getDeepLinkURLFromJSON(param), url) << param;
+        EXPECT_EQ(executor_->executeOpenDeepLinkAction(param, 1), opens) << param;
         settle();
-        EXPECT_EQ(std::exchange(journal_, {}).size(), some.opens ? 1U : 0U);
+        EXPECT_EQ(std::exchange(journal_, {}).size(), opens ? 1U : 0U);
     }
-}
-
-TEST_F(ActionExecutorTest, ServerIsAskedAndItsActionsComeBack) {
-    phone_.transport().answer(
-        "GET https://shop.test/hook",
-        {ScriptedAnswer::json({{"decision", "notify"}, {"notify_user", "Hi {name}"}, {"open_deep_link", kLink}}),
-         ScriptedAnswer::json({{"decision", "enable"}}), ScriptedAnswer::json({{"decision", "notify"}})});
-    EXPECT_EQ(notifyServer(), ActionOutcome::performed);
-    settle();
-    EXPECT_THAT(std::exchange(journal_, {}),
-                ElementsAre("request https://shop.test/hook", "success", AllOf(StartsWith("event"), Not(kEvent)),
-                            "notification Hi Ann 0", "open https://shop.test/link"));
-    notifyServer();
-    notifyServer();
-    settle();
-    EXPECT_THAT(std::exchange(journal_, {}), ElementsAre("request https://shop.test/hook", "success", "enabled",
-                                                         "request https://shop.test/hook", "failure 405"));
-    EXPECT_EQ(notifyServer(""), ActionOutcome::impossible);
-    host_.shouldExecuteServerNotificationRequest = asked(false);
-    EXPECT_EQ(notifyServer(), ActionOutcome::vetoed);
-    EXPECT_THAT(journal_, ElementsAre("asked https://shop.test/hook 1"));
 }
 
 TEST_F(ActionExecutorTest, HostAsksTheServerItselfAndReportsOnceWithoutEnabling) {
@@ -310,22 +233,6 @@ TEST_F(ActionExecutorTest, HostAsksTheServerItselfAndReportsOnceWithoutEnabling)
     success();
     settle();
     EXPECT_THAT(journal_, ElementsAre("performs https://shop.test/hook 1"));
-}
-
-TEST_F(ActionExecutorTest, OpenedNotificationDoesWhatItCarries) {
-    host_.executeOpenWebPageRequest = host_.executeOpenDeepLinkRequest = performs();
-    const std::vector<std::pair<boost::json::object, std::vector<std::string>>> cases = {
-        {{{"type", "open_url"}, {"param", kPage}, {"triggeredBy", 2}}, {"performs https://shop.test/offers 2"}},
-        {{{"type", "open_deep_link"}, {"param", kLink}, {"triggeredBy", 1}}, {"performs https://shop.test/link 1"}},
-        {{{"type", "notify_user"}, {"param", "x"}}, {}},
-        {{}, {}},
-    };
-    for (const auto& [info, lines] : cases) {
-        NotificationRequest request;
-        request.userInfo = info;
-        executor_->executeNotificationRequestActions(request);
-        EXPECT_EQ(std::exchange(journal_, {}), lines);
-    }
 }
 
 /// From inside each hook in turn the executor ends, as `stop` ends it, and goes.

@@ -3,32 +3,22 @@
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/platform/files.h"
-
-#include <fstream>
-#include <iterator>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 namespace {
 
 using simulated::ScriptedAnswer;
 using simulated::SimulatedPhone;
-using testing::ElementsAre;
 
 TEST(AttachmentFileName, IsAPlainNameWhateverTheUrlSays) {
-    struct Case {
-        std::string url;
-        std::string name;
-    };
     const std::string base = "https://shop.test/";
     const std::string longName(300, 'x');
     std::string manyUmlauts;
     for (int i = 0; i < 100; ++i) manyUmlauts += "%C3%A4";
     std::string keptUmlauts;
     for (int i = 0; i < 62; ++i) keptUmlauts += "ä";
-    const std::vector<Case> cases = {
+    const Table<std::string, std::string> cases = {
         {base + "a/b/coffee%20cup.png?size=2#top", "coffee cup.png"},
         {base + "offers/", "offers"},
         {base + "b%C3%A4r.png", "bär.png"},
@@ -48,7 +38,7 @@ TEST(AttachmentFileName, IsAPlainNameWhateverTheUrlSays) {
         {base + longName + ".png", longName.substr(0, 124) + ".png"},
         {base + manyUmlauts + ".png", keptUmlauts + ".png"},
     };
-    for (const auto& some : cases) EXPECT_EQ(attachmentFileName(some.url), "QuomiAttachment+" + some.name) << some.url;
+    for (const auto& [url, name] : cases) EXPECT_EQ(attachmentFileName(url), "QuomiAttachment+" + name) << url;
 }
 
 class AttachmentDownloadsTest : public testing::Test {
@@ -73,8 +63,7 @@ TEST_F(AttachmentDownloadsTest, KeepsTheBytesInAFolderOfItsOwnThatIsTheOwnersAlo
     phone_.advanceBy(std::chrono::seconds(1));
     ASSERT_THAT(names_, ElementsAre("Library/Caches/QuomiAttachments/QuomiAttachment+a.png"));
     const auto path = phone_.container() / names_.front();
-    std::ifstream file(path, std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator(file), {}), bytes);
+    EXPECT_EQ(contentOf(path), bytes);
     EXPECT_EQ(status(path.parent_path()).permissions(), std::filesystem::perms::owner_all);
 }
 

@@ -4,10 +4,6 @@
 namespace quomi::test {
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 const std::string kRan = R"(r executed {"actions":["notify_user"]})";
 
 TEST_F(RuleTest, GeofenceIsCountedAtItsEntryAndFastDevicesAreLeftAlone) {

@@ -1,19 +1,12 @@
 #include "quomi/rules/history.h"
 
 #include "quomi/rules/action.h"
-
-#include <chrono>
-
-#include <boost/json/object.hpp>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::seconds;
-
-constexpr WallTime kNow{seconds(1'000'000)};
+constexpr WallTime kNow{std::chrono::seconds(1'000'000)};
 
 History agesInSeconds(const std::vector<double>& ages) {
     History history;
@@ -22,37 +15,31 @@ History agesInSeconds(const std::vector<double>& ages) {
 }
 
 TEST(History, CountsFromTheFirstDateInsideThePeriodToTheEnd) {
-    struct Case {
-        std::vector<double> ages;
-        std::size_t expected;
-    };
-    for (const auto& [ages, expected] : {
-             Case{{}, 0}, Case{{30, 20, 10}, 3}, Case{{60, 10}, 2},  // exactly at the cut-off counts
-             Case{{60.001, 10}, 1},                                  // a millisecond earlier does not
-             Case{{100, 90}, 0},
-             Case{{100, 10, 500, 5}, 3},  // what follows the first one inside counts, whatever it is
+    for (const auto& [ages, expected] : Table<std::vector<double>, std::size_t>{
+             {std::vector<double>{}, 0},
+             {{30, 20, 10}, 3},
+             {{60, 10}, 2},      // exactly at the cut-off counts
+             {{60.001, 10}, 1},  // a millisecond earlier does not
+             {{100, 90}, 0},
+             {{100, 10, 500, 5}, 3},  // what follows the first one inside counts, whatever it is
          }) {
         const auto history = agesInSeconds(ages);
-        const auto cutOff = kNow - seconds(60);
+        const auto cutOff = kNow - std::chrono::seconds(60);
         EXPECT_EQ(QuomiHistoryUtils::eventsCountInHistory(history, cutOff), expected);
         EXPECT_EQ(QuomiHistoryUtils::getTrimmedHistory(history, cutOff).size(), expected);
     }
 }
 
 TEST(History, IsTrimmedToTheLongestPeriodThatAnybodyAsksAbout) {
-    struct Case {
-        RulePeriods periods;
-        std::vector<double> kept;
-    };
     const std::vector<double> ages{500, 50, 5};
-    for (const auto& [periods, kept] : {
-             Case{{.minEvents = 10, .maxEvents = 100}, {50, 5}},
-             Case{{.minEvents = 100, .maxEvents = 10}, {50, 5}},
-             Case{{.maxEvents = 1000}, {500, 50, 5}},
-             Case{{.minEvents = 6}, {5}},
-             Case{{.minEvents = 0, .maxEvents = 0}, {}},
-             Case{{.minEvents = -5}, {}},
-             Case{{.minGroupEvents = 1000}, {}},
+    for (const auto& [periods, kept] : Table<RulePeriods, std::vector<double>>{
+             {{.minEvents = 10, .maxEvents = 100}, {50, 5}},
+             {{.minEvents = 100, .maxEvents = 10}, {50, 5}},
+             {{.maxEvents = 1000}, {500, 50, 5}},
+             {{.minEvents = 6}, {5}},
+             {{.minEvents = 0, .maxEvents = 0}, {}},
+             {{.minEvents = -5}, {}},
+             {{.minGroupEvents = 1000}, {}},
          }) {
         auto history = agesInSeconds(ages);
         QuomiRuleHelper::trimOutdatedHistoryElementsOfRule(history, periods, kNow);
@@ -68,11 +55,7 @@ TEST(History, IsTrimmedToTheLongestPeriodThatAnybodyAsksAbout) {
 }
 
 TEST(History, LosesLastDatesOnlyWhenItHasAsMany) {
-    struct Case {
-        std::int64_t count;
-        std::size_t left;
-    };
-    for (const auto& [count, left] : {Case{1, 2}, Case{3, 0}, Case{4, 3}, Case{0, 3}, Case{-1, 3}}) {
+    for (const auto& [count, left] : Table<std::int64_t, std::size_t>{{1, 2}, {3, 0}, {4, 3}, {0, 3}, {-1, 3}}) {
         auto history = agesInSeconds({3, 2, 1});
         QuomiRuleHelper::removeLastDates(history, count);
         EXPECT_EQ(history.size(), left) << count;

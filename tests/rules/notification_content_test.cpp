@@ -1,12 +1,7 @@
 #include "quomi/rules/notification_content.h"
 
 #include "quomi/rules/bundle_page.h"
-
-#include <limits>
-
-#include <boost/json/parse.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 namespace {
@@ -112,13 +107,7 @@ TEST(NotificationContent, OnlyAnUrlOfTheWebIsAnImage) {
 }
 
 TEST(BundleResource, IsWhatFollowsTheSchemeOfAFileUrl) {
-    struct Case {
-        std::string url;
-        std::optional<std::string> folder;
-        std::string file;
-        std::string path;
-    };
-    const std::vector<Case> cases = {
+    const Table<std::string, std::optional<std::string>, std::string, std::string> cases = {
         {"file://help.html", std::nullopt, "help.html", "help.html"},
         {"FILE:help.html", std::nullopt, "help.html", "help.html"},
         {"file://pages/en/help.html", "pages/en", "help.html", "pages/en/help.html"},
@@ -126,12 +115,12 @@ TEST(BundleResource, IsWhatFollowsTheSchemeOfAFileUrl) {
         {"file:///pages/help", "/pages", "help", "pages/help"},
         {"file://", std::nullopt, "", ""},
     };
-    for (const auto& some : cases) {
-        const auto resource = bundleResourceOf(some.url);
-        ASSERT_TRUE(resource) << some.url;
-        EXPECT_EQ(resource->folder, some.folder) << some.url;
-        EXPECT_EQ(resource->file, some.file) << some.url;
-        EXPECT_EQ(resource->path(), some.path) << some.url;
+    for (const auto& [url, folder, file, path] : cases) {
+        const auto resource = bundleResourceOf(url);
+        ASSERT_TRUE(resource) << url;
+        EXPECT_EQ(resource->folder, folder) << url;
+        EXPECT_EQ(resource->file, file) << url;
+        EXPECT_EQ(resource->path(), path) << url;
     }
     for (const char* url : {"https://a.test/file:", "files://x", "help.html", ""}) EXPECT_FALSE(bundleResourceOf(url));
 }

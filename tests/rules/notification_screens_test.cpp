@@ -2,25 +2,14 @@
 #include "quomi/platform/screens.h"
 #include "quomi/rules/notification_helpers.h"
 #include "quomi/rules/web_page.h"
-
-#include <optional>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 namespace {
 
-using testing::ElementsAre;
-
 TEST(NotificationRights, AllAndBannerAreReadFromTheSettingsAndAskedForUnlessAllAreThere) {
-    struct Case {
-        NotificationSettings settings;
-        bool all;
-        bool banner;
-    };
     using Status = NotificationAuthorization;
-    const std::vector<Case> cases = {
+    const Table<NotificationSettings, bool, bool> cases = {
         {{Status::authorized, true, true, true}, true, true},
         {{Status::authorized, true, false, true}, false, true},
         {{Status::authorized, true, true, false}, false, true},
@@ -29,21 +18,21 @@ TEST(NotificationRights, AllAndBannerAreReadFromTheSettingsAndAskedForUnlessAllA
         {{Status::denied, true, true, true}, false, false},
         {{Status::notDetermined, false, false, false}, false, false},
     };
-    for (const auto& some : cases) {
+    for (const auto& [settings, all, banner] : cases) {
         std::vector<unsigned> asked;
         simulated::PhoneObserver observer;
         observer.notificationRightsRequest = [&](unsigned options) { asked.push_back(options); };
-        simulated::SimulatedPhone phone({.notificationRights = some.settings}, observer);
+        simulated::SimulatedPhone phone({.notificationRights = settings}, observer);
         QuomiNotificationHelpers helpers(phone.platform().notifications);
-        std::optional<bool> all;
-        std::optional<bool> banner;
-        helpers.areAllNotificationRightsGranted([&](bool granted) { all = granted; });
-        helpers.isBannerNotificationRightGranted([&](bool granted) { banner = granted; });
+        std::optional<bool> isAll;
+        std::optional<bool> isBanner;
+        helpers.areAllNotificationRightsGranted([&](bool granted) { isAll = granted; });
+        helpers.isBannerNotificationRightGranted([&](bool granted) { isBanner = granted; });
         helpers.requestNotificationRightsIfNeeded();
         phone.runTurns();
-        EXPECT_EQ(all, some.all);
-        EXPECT_EQ(banner, some.banner);
-        EXPECT_EQ(asked, some.all ? std::vector<unsigned>() : std::vector<unsigned>{7});
+        EXPECT_EQ(isAll, all);
+        EXPECT_EQ(isBanner, banner);
+        EXPECT_EQ(asked, all ? std::vector<unsigned>() : std::vector<unsigned>{7});
     }
 }
 
@@ -125,23 +114,6 @@ TEST(WebPage, LoadsOnceItHasAppearedAndForgetsItsUrlWhenItDisappears) {
     page.reset();
     screens.events.didAppear();
     EXPECT_THAT(screens.log, ElementsAre("gone"));
-}
-
-TEST(WebPage, IsKeptUntilTheUserHasClosedItAndGoesInATurnOfItsOwn) {
-    NotingScreens screens;
-    simulated::SimulatedPhone phone;
-    WebPagePresenter presenter(screens, phone.platform().runLoop);
-    ASSERT_TRUE(presenter.present(nullptr, "a"));
-    screens.events.didDisappear();  // something covers it
-    phone.runTurns();
-    EXPECT_EQ(presenter.count(), 1U);
-    screens.events.closeRequested();
-    screens.events.closeRequested();
-    screens.events.didDisappear();
-    EXPECT_THAT(screens.log, ElementsAre("dismiss", "dismiss"));
-    phone.runTurns();
-    EXPECT_EQ(presenter.count(), 0U);
-    EXPECT_EQ(screens.log.back(), "gone");
 }
 
 }  // namespace

@@ -13,18 +13,13 @@
 #include "quomi/rules/beacon_rule_executor.h"
 #include "quomi/rules/geofence_rule_executor.h"
 #include "quomi/rules/web_page.h"
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::test {
 
-using Strings = std::vector<std::string>;
+using simulated::ScriptedAnswer;
+
 using GeofenceRule = QuomiGeofenceRuleWithActions;
-using std::chrono::seconds;
 
 inline const QuomiAction kNotify{kActionNotifyUser, "Hello"};
 inline const QuomiAction kPage{kActionOpenUrl, "https://shop.test/page"};

@@ -1,8 +1,7 @@
 #include "quomi/rules/schedule.h"
 
 #include "quomi/util/dates.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -45,22 +44,17 @@ TEST(Schedule, DefaultExample) {
 }
 
 TEST(Schedule, WhatIsNotListedIsOpenAndWhatMakesNoSenseIsClosed) {
-    struct Case {
-        const char* json;
-        bool mondayNoon;
-        bool tuesdayNoon;
-    };
-    for (const auto& [json, monday, tuesday] : {
-             Case{"{}", true, true},
-             Case{R"({"week": {}})", true, true},
-             Case{R"({"week": {"mon": {"open": 0, "close": 100}}})", false, true},
-             Case{R"({"week": {"mon": {"open": 79200, "close": 7200}}})", false, true},
-             Case{R"({"week": {"mon": {"open": 43200, "close": 43201}}})", true, true},
-             Case{R"({"week": {"mon": {"close": 86400}, "tue": {"open": 1}}})", true, false},
-             Case{R"({"week": {"mon": null}, "breaks": null})", true, true},
-             Case{R"({"week": 5, "breaks": [], "specific_days": "x"})", true, true},
-             Case{R"({"breaks": {"mon": {"open": 0, "close": 86400}}})", false, true},
-             Case{"[1]", true, true},
+    for (const auto& [json, monday, tuesday] : Table<const char*, bool, bool>{
+             {"{}", true, true},
+             {R"({"week": {}})", true, true},
+             {R"({"week": {"mon": {"open": 0, "close": 100}}})", false, true},
+             {R"({"week": {"mon": {"open": 79200, "close": 7200}}})", false, true},
+             {R"({"week": {"mon": {"open": 43200, "close": 43201}}})", true, true},
+             {R"({"week": {"mon": {"close": 86400}, "tue": {"open": 1}}})", true, false},
+             {R"({"week": {"mon": null}, "breaks": null})", true, true},
+             {R"({"week": 5, "breaks": [], "specific_days": "x"})", true, true},
+             {R"({"breaks": {"mon": {"open": 0, "close": 86400}}})", false, true},
+             {"[1]", true, true},
          }) {
         const auto schedule = scheduleOf(json);
         EXPECT_EQ(isOpen(schedule, "2025-06-02T12:00:00+02:00"), monday) << json;
@@ -70,27 +64,22 @@ TEST(Schedule, WhatIsNotListedIsOpenAndWhatMakesNoSenseIsClosed) {
 
 TEST(Schedule, HoursOfDaysWithAClockChangeAreElapsedSeconds) {
     const auto nineToNoon = scheduleOf(R"({"week": {"sun": {"open": 32400, "close": 43200}}})");
-    struct Case {
-        const char* zone;
-        const char* instant;
-        bool open;
-    };
-    for (const auto& [zone, instant, open] : {
+    for (const auto& [zone, instant, open] : Table<const char*, const char*, bool>{
              // An hour is missing before nine: the hours begin and end an hour later by the clock.
-             Case{"Europe/Berlin", "2025-03-30T09:30:00+02:00", false},
-             Case{"Europe/Berlin", "2025-03-30T10:00:00+02:00", true},
-             Case{"Europe/Berlin", "2025-03-30T12:59:59+02:00", true},
-             Case{"Europe/Berlin", "2025-03-30T13:00:00+02:00", false},
+             {"Europe/Berlin", "2025-03-30T09:30:00+02:00", false},
+             {"Europe/Berlin", "2025-03-30T10:00:00+02:00", true},
+             {"Europe/Berlin", "2025-03-30T12:59:59+02:00", true},
+             {"Europe/Berlin", "2025-03-30T13:00:00+02:00", false},
              // An hour comes twice: an hour earlier.
-             Case{"Europe/Berlin", "2025-10-26T08:00:00+01:00", true},
-             Case{"Europe/Berlin", "2025-10-26T11:00:00+01:00", false},
-             Case{"America/New_York", "2025-03-09T09:30:00-04:00", false},
-             Case{"America/New_York", "2025-03-09T10:00:00-04:00", true},
-             Case{"America/New_York", "2025-11-02T08:00:00-05:00", true},
-             Case{"America/New_York", "2025-11-02T11:30:00-05:00", false},
+             {"Europe/Berlin", "2025-10-26T08:00:00+01:00", true},
+             {"Europe/Berlin", "2025-10-26T11:00:00+01:00", false},
+             {"America/New_York", "2025-03-09T09:30:00-04:00", false},
+             {"America/New_York", "2025-03-09T10:00:00-04:00", true},
+             {"America/New_York", "2025-11-02T08:00:00-05:00", true},
+             {"America/New_York", "2025-11-02T11:30:00-05:00", false},
              // The same instant is another day elsewhere.
-             Case{"Asia/Tokyo", "2025-06-01T09:30:00+09:00", true},
-             Case{"Europe/Berlin", "2025-06-01T09:30:00+09:00", false},
+             {"Asia/Tokyo", "2025-06-01T09:30:00+09:00", true},
+             {"Europe/Berlin", "2025-06-01T09:30:00+09:00", false},
          }) {
         EXPECT_EQ(isOpen(nineToNoon, instant, zone), open) << zone << " " << instant;
     }

@@ -1,8 +1,8 @@
 #include "hosts/simulated/phone_model.h"
 
-#include <cmath>
+#include "tests/support/prelude.h"
 
-#include <gtest/gtest.h>
+#include <cmath>
 
 namespace quomi::simulated {
 namespace {
@@ -35,18 +35,13 @@ protected:
 };
 
 TEST_F(PhoneModelTest, RssiIsTheRoundedMeanOfTheSecondsSamples) {
-    struct Case {
-        std::vector<int> samples;
-        int rssi;
-    };
-    const std::vector<Case> cases = {
+    const Table<std::vector<int>, int> cases = {
         {{-60}, -60},         {{-60, -61}, -61},     {{-60, -60, -61}, -60},     {{-60, -61, -61}, -61},
         {{-60, 0, -62}, -61}, {{-70, 20, 127}, -70}, {{-61, -60, -61, -60}, -61}};
     double second = 0;
-    for (const auto& each : cases) {
-        for (std::size_t i = 0; i < each.samples.size(); ++i)
-            hear(second + 0.1 * static_cast<double>(i), each.samples[i]);
-        EXPECT_EQ(only(second + 1).rssi, each.rssi);
+    for (const auto& [samples, rssi] : cases) {
+        for (std::size_t i = 0; i < samples.size(); ++i) hear(second + 0.1 * static_cast<double>(i), samples[i]);
+        EXPECT_EQ(only(second + 1).rssi, rssi);
         second += 10;
     }
 }
@@ -68,39 +63,29 @@ TEST_F(PhoneModelTest, SmoothsTheReportedRssi) {
 }
 
 TEST_F(PhoneModelTest, StartsAfreshAfterFourSecondsWithoutASample) {
-    struct Case {
-        double silence;
-        bool afresh;
-    };
     double begin = 0;
-    for (const auto& each : {Case{3.999, false}, Case{4.0, true}, Case{4.5, true}}) {
+    for (const auto& [silence, afresh] : Table<double, bool>{{3.999, false}, {4.0, true}, {4.5, true}}) {
         hear(begin, -60);
         (void)report(std::floor(begin) + 1);
         hear(begin + 1, 0);  // no sample: the silence goes on
-        const double again = begin + each.silence;
+        const double again = begin + silence;
         hear(again, -80);
-        const double smoothed = each.afresh ? -80 : 0.65 * -60 + 0.35 * -80;
-        EXPECT_DOUBLE_EQ(only(std::floor(again) + 1).accuracy, distanceOf(-59, smoothed)) << each.silence;
+        const double smoothed = afresh ? -80 : 0.65 * -60 + 0.35 * -80;
+        EXPECT_DOUBLE_EQ(only(std::floor(again) + 1).accuracy, distanceOf(-59, smoothed)) << silence;
         begin += 100;
     }
 }
 
 TEST(ProximityClass, IsLeftOnlyWellBeyondItsBorder) {
     using enum PlatformProximity;
-    struct Case {
-        double accuracy;
-        PlatformProximity previous;
-        PlatformProximity expected;
-    };
-    const std::vector<Case> cases = {
+    const Table<double, PlatformProximity, PlatformProximity> cases = {
         {0.49, unknown, immediate},  {0.5, unknown, near},     {2.99, unknown, near}, {3.0, unknown, far},
         {0.6, immediate, immediate}, {0.601, immediate, near}, {3.2, immediate, far}, {0.4, near, near},
         {0.399, near, immediate},    {3.6, near, near},        {3.601, near, far},    {2.4, far, far},
         {2.399, far, near},          {0.45, far, immediate},   {3.3, unknown, far},
     };
-    for (const auto& each : cases) {
-        EXPECT_EQ(proximityClass(each.accuracy, each.previous), each.expected)
-            << each.accuracy << " from " << static_cast<int>(each.previous);
+    for (const auto& [accuracy, previous, expected] : cases) {
+        EXPECT_EQ(proximityClass(accuracy, previous), expected) << accuracy << " from " << static_cast<int>(previous);
     }
 }
 
@@ -115,17 +100,14 @@ TEST_F(PhoneModelTest, ProximityClassIsKeptWhileSmoothedAndForgottenWithIt) {
 }
 
 TEST_F(PhoneModelTest, AnAbsurdMeasuredPowerGivesNoDistance) {
-    struct Case {
-        int power;
-        bool usable;
-    };
     double second = 0;
-    for (const auto& each : {Case{-101, false}, Case{-100, true}, Case{-20, true}, Case{-19, false}, Case{0, false}}) {
+    for (const auto& [power, usable] :
+         Table<int, bool>{{-101, false}, {-100, true}, {-20, true}, {-19, false}, {0, false}}) {
         hear(second, -60, -59);
-        hear(second + 0.5, -60, each.power);
+        hear(second + 0.5, -60, power);
         const auto beacon = only(second + 1);
-        EXPECT_EQ(beacon.proximity != PlatformProximity::unknown, each.usable) << each.power;
-        EXPECT_EQ(beacon.accuracy >= 0, each.usable) << each.power;
+        EXPECT_EQ(beacon.proximity != PlatformProximity::unknown, usable) << power;
+        EXPECT_EQ(beacon.accuracy >= 0, usable) << power;
         EXPECT_EQ(beacon.rssi, -60);
         second += 10;
     }

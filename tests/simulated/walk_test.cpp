@@ -2,24 +2,13 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "hosts/simulated/world_radio.h"
 #include "quomi/location/location_utils.h"
+#include "tests/support/prelude.h"
 
-#include <algorithm>
 #include <cmath>
-#include <memory>
 #include <random>
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::simulated {
 namespace {
-
-using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using Log = std::vector<std::string>;
 
@@ -80,11 +69,7 @@ protected:
 
 TEST(TrackTest, PointsArePlayedInTheirOwnOrderAtTheTimesThatTheyAllow) {
     constexpr int none = -1000;
-    struct Case {
-        std::vector<int> recorded;                      ///< seconds, or none
-        std::vector<std::pair<double, double>> played;  ///< offset and age in seconds
-    };
-    const std::vector<Case> cases = {
+    const Table<std::vector<int>, std::vector<std::pair<double, double>>> cases = {
         {{}, {}},
         {{none, none}, {}},
         {{7}, {{0, 0}}},
@@ -93,14 +78,14 @@ TEST(TrackTest, PointsArePlayedInTheirOwnOrderAtTheTimesThatTheyAllow) {
         {{none, 10, none, none, 16, none}, {{0, 0}, {0, 0}, {2, 0}, {4, 0}, {6, 0}, {6, 0}}},
         {{10, 20, none, 10, none, 40}, {{0, 0}, {10, 0}, {10, 5}, {10, 10}, {15, 0}, {30, 0}}},
     };
-    for (const auto& each : cases) {
+    for (const auto& [recorded, expected] : cases) {
         std::vector<RecordedPoint> points;
-        for (const int at : each.recorded) {
+        for (const int at : recorded) {
             points.push_back({{}, at == none ? std::nullopt : std::optional(WallTime(std::chrono::seconds(at)))});
         }
         std::vector<std::pair<double, double>> played;
         for (const auto& point : trackOf(points)) played.emplace_back(toSeconds(point.offset), toSeconds(point.age));
-        EXPECT_EQ(played, each.played) << testing::PrintToString(each.recorded);
+        EXPECT_EQ(played, expected) << testing::PrintToString(recorded);
     }
 }
 
@@ -205,14 +190,9 @@ TEST_F(WalkTest, NothingIsTimedFarFromEveryBeacon) {
 }
 
 TEST(WorldRadioTest, TheSignalComesFromTheDistanceAndIsAlwaysOne) {
-    struct Case {
-        double metres;
-        std::int32_t power;
-        std::int32_t rssi;
-    };
-    const std::vector<Case> cases = {{1, -59, -59},    {10, -59, -84}, {2, -59, -67},  {0, -59, -34},
-                                     {0.05, -59, -34}, {0, -20, -1},   {43, -59, -100}};
-    for (const auto& each : cases) EXPECT_EQ(WorldRadio::rssiAt(each.metres, each.power), each.rssi) << each.metres;
+    const Table<double, std::int32_t, std::int32_t> cases = {
+        {1, -59, -59}, {10, -59, -84}, {2, -59, -67}, {0, -59, -34}, {0.05, -59, -34}, {0, -20, -1}, {43, -59, -100}};
+    for (const auto& [metres, power, rssi] : cases) EXPECT_EQ(WorldRadio::rssiAt(metres, power), rssi) << metres;
 }
 
 }  // namespace

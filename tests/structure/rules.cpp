@@ -258,11 +258,4 @@ std::vector<std::string> findUnguardedHeaders(const std::vector<SourceFile>& sou
     return findings;
 }
 
-std::vector<std::string> forbiddenCalls() {
-    std::vector<std::string> all;
-    for (const std::string_view function : kForbiddenFunctions) all.push_back(std::string(function) + "()");
-    for (const std::string_view name : kForbiddenNames) all.emplace_back(name);
-    return all;
-}
-
 }  // namespace quomi::test

@@ -29,7 +29,4 @@ namespace quomi::test {
 /// Every header says `#pragma once`.
 [[nodiscard]] std::vector<std::string> findUnguardedHeaders(const std::vector<SourceFile>& sources);
 
-/// What `findForbiddenCalls` looks for: functions by their names, others as they stand in the code.
-[[nodiscard]] std::vector<std::string> forbiddenCalls();
-
 }  // namespace quomi::test

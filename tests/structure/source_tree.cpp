@@ -1,5 +1,7 @@
 #include "tests/structure/source_tree.h"
 
+#include "quomi/util/regular_expression.h"
+
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -11,68 +13,21 @@ namespace {
 
 constexpr std::string_view kFolders[] = {"quomi", "hosts", "tools", "tests", "bench", "fuzz"};
 
-bool isWordCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+/// The text with blanks in place of comments and of what is inside quotes; line breaks stay.
+std::string codeOf(std::string_view text) {
+    static const auto noCode =
+        CompiledExpression::create(
+            R"x(//[^\n]*|/\*(?:[^*]|\*+[^*/])*\*+/|\bR"x\((?:[^)]|\)+[^)x])*\)+x"|\bR"\((?:[^)]|\)+[^)"])*\)+")x"
+            R"x(|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])')x")
+            .value();
+    const auto blanked = [](std::string found) {
+        std::ranges::replace_if(
+            found, [](char c) { return c != '\n'; }, ' ');
+        return found;
+    };
+    return QuomiRegularExpression::stringByReplacingMatchesInString(
+        text, noCode, QuomiRegularExpression::MatchingOptions::none, {}, "$0", blanked);
 }
-
-/// Walks over a text once and blanks what is no code.
-class Blanker {
-public:
-    explicit Blanker(std::string_view text) : text_(text), code_(text) {}
-
-    std::string run() {
-        while (position_ < text_.size()) {
-            const std::string_view rest = text_.substr(position_);
-            if (rest.starts_with("//")) {
-                blankTo(text_.find('\n', position_));
-            } else if (rest.starts_with("/*")) {
-                blankTo(endOf("*/", position_ + 2));
-            } else if (isRawString()) {
-                blankRawString();
-            } else if (rest.front() == '"' || (rest.front() == '\'' && !isDigitSeparator())) {
-                blankTo(endOfQuoted(rest.front()));
-            } else {
-                ++position_;
-            }
-        }
-        return code_;
-    }
-
-private:
-    void blankTo(std::size_t end) {
-        for (end = std::min(end, text_.size()); position_ < end; ++position_) {
-            if (text_[position_] != '\n') code_[position_] = ' ';
-        }
-    }
-
-    std::size_t endOf(std::string_view closing, std::size_t from) const {
-        const std::size_t at = text_.find(closing, from);
-        return at == std::string_view::npos ? at : at + closing.size();
-    }
-
-    std::size_t endOfQuoted(char quote) const {
-        std::size_t at = position_ + 1;
-        while (at < text_.size() && text_[at] != quote && text_[at] != '\n') at += text_[at] == '\\' ? 2 : 1;
-        return at + 1;
-    }
-
-    bool isRawString() const {
-        return text_.substr(position_).starts_with("R\"") && (position_ == 0 || !isWordCharacter(text_[position_ - 1]));
-    }
-
-    void blankRawString() {
-        const std::size_t open = text_.find('(', position_);
-        if (open == std::string_view::npos) return blankTo(open);
-        const std::string_view delimiter = text_.substr(position_ + 2, open - position_ - 2);
-        blankTo(endOf(")" + std::string(delimiter) + "\"", open));
-    }
-
-    bool isDigitSeparator() const { return position_ > 0 && isWordCharacter(text_[position_ - 1]); }
-
-    std::string_view text_;
-    std::string code_;
-    std::size_t position_ = 0;
-};
 
 std::string_view withoutIndent(std::string_view line) {
     const std::size_t first = line.find_first_not_of(" \t");
@@ -95,7 +50,7 @@ std::optional<Include> includeOf(std::string_view line) {
 }  // namespace
 
 SourceFile parseSource(std::string path, std::string_view text) {
-    SourceFile source{std::move(path), Blanker(text).run(), {}};
+    SourceFile source{std::move(path), codeOf(text), {}};
     std::size_t line = 1;
     for (std::size_t begin = 0; begin < text.size(); ++line) {
         const std::size_t end = std::min(text.find('\n', begin), text.size());

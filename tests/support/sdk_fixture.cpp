@@ -2,25 +2,21 @@
 
 #include "quomi/data/data.h"
 
-#include <algorithm>
-#include <sstream>
-#include <utility>
-
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-
 namespace quomi::test {
 
-using simulated::ScriptedAnswer;
-
 boost::json::object applicationAnswer() {
-    return {{"success", true},
-            {"namespace_uid", "shop"},
-            {"normal_proximity_uuid", kShopUUID},
-            {"secure_proximity_uuid", "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2"},
-            {"service_proximity_uuid", "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3"},
-            {"anti_hacking_protocol", "none"},
-            {"max_distance_medium_far", 12.0}};
+    return boost::json::parse(R"({"success": true, "namespace_uid": "shop",
+        "normal_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1",
+        "secure_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2",
+        "service_proximity_uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B3",
+        "anti_hacking_protocol": "none", "max_distance_medium_far": 12.0})")
+        .as_object();
+}
+
+ScriptedAnswer rulesAnswer(std::string_view key, const boost::json::array& places, const boost::json::array& removed,
+                           const boost::json::object& area, const char* validUntil) {
+    return ScriptedAnswer::json(
+        {{key, places}, {"query_params", area}, {"valid_until", validUntil}, {"remove_ids", removed}});
 }
 
 SdkFixture::SdkFixture(simulated::PhoneConfig config, Deployment deployment)
@@ -33,10 +29,7 @@ SdkFixture::SdkFixture(simulated::PhoneConfig config, Deployment deployment)
     transport.answer(kApplicationRequest, ScriptedAnswer::json(applicationAnswer()));
     transport.answer(kLimitsRequest, ScriptedAnswer::json({{"success", true}}));
     transport.answer(kUserRequest, ScriptedAnswer::json({{"success", true}}));
-    transport.answer(kBeaconsRequest, ScriptedAnswer::json({{"u_beacons", boost::json::array()},
-                                                            {"query_params", boost::json::object()},
-                                                            {"valid_until", "2030-01-01T00:00:00Z"},
-                                                            {"remove_ids", boost::json::array()}}));
+    transport.answer(kBeaconsRequest, rulesAnswer("u_beacons", {}));
     makeDelegate();
     sdk->setDelegate(delegate);
     sdk->setAppNamespace("shop");

@@ -4,19 +4,12 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/core/sdk.h"
 #include "quomi/core/settings.h"
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <boost/json/object.hpp>
-
 namespace quomi::test {
+
+using simulated::ScriptedAnswer;
 
 inline constexpr const char* kApplicationRequest = "GET /u_applications/query.json";
 inline constexpr const char* kLimitsRequest = "GET /u_applications/limits.json";
@@ -29,6 +22,10 @@ inline constexpr const char* kShopUUID = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
 /// The back office's answer for the namespace "shop": security "none", split distance 12 m. Tests change what they
 /// need.
 [[nodiscard]] boost::json::object applicationAnswer();
+/// An answer with places and their rules; the key is "u_beacons" or "u_geofences".
+[[nodiscard]] ScriptedAnswer rulesAnswer(std::string_view key, const boost::json::array& places,
+                                         const boost::json::array& removed = {}, const boost::json::object& area = {},
+                                         const char* validUntil = "2030-01-01T00:00:00Z");
 
 /// A host app on a simulated phone: phone, settings, one SDK with the namespace "shop" set and not started, and a
 /// delegate that implements every operation. Answers for application record, limits and user are scripted; others are

@@ -1,21 +1,16 @@
 #include "tools/quomi/backoffice/backoffice_command.h"
 
+#include "tests/support/prelude.h"
 #include "tools/quomi/backoffice/backoffice.h"
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <future>
-#include <optional>
-#include <sstream>
 
-#include <gmock/gmock.h>
 #include <httplib.h>
 
 namespace quomi::tool {
 namespace {
 
-using testing::HasSubstr;
 using testing::MatchesRegex;
 
 const std::string kExample = QUOMI_SOURCE_DIR "/examples/shop/campaign.json";
@@ -81,11 +76,7 @@ TEST(BackofficeCommand, GoesOnWithTheInboxOfItsFile) {
 TEST(BackofficeCommand, RefusesBadArgumentsAndCampaigns) {
     const auto broken = std::filesystem::temp_directory_path() / "quomi_backoffice_broken.json";
     std::ofstream(broken) << R"({"application": {"namespace_uid": "a"}, "limits": {"max_events": "3"}})";
-    const struct {
-        std::vector<std::string> args;
-        int status;
-        std::string err;
-    } cases[] = {
+    const Table<std::vector<std::string>, int, std::string> cases = {
         {{}, 2, "campaign is required"},
         {{kExample, "--port", "70000"}, 2, "70000"},
         {{kExample, "--port", "http"}, 2, "http"},

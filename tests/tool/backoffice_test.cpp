@@ -1,29 +1,17 @@
 #include "tools/quomi/backoffice/backoffice.h"
 
 #include "quomi/util/dates.h"
+#include "tests/support/prelude.h"
 #include "tools/quomi/backoffice/backoffice_page.h"
 
-#include <array>
 #include <atomic>
-#include <chrono>
-#include <memory>
-#include <stdexcept>
-#include <thread>
 
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <httplib.h>
 
 namespace quomi::tool {
 namespace {
 
 namespace json = boost::json;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
 
 constexpr const char* kJson = "application/json";
 constexpr const char* kUserPath = "/u_app_users/find_or_create_by_udid.json";
@@ -54,16 +42,10 @@ Campaign shop() {
 }
 
 json::object user() {
-    return {{"udid", "U"},
-            {"properties", {{"ext_id", "ann"}}},
-            {"u_application_uid", "shop"},
-            {"advertising_tracking_mode_enabled", false},
-            {"system_name", "iOS"},
-            {"system_version", "17.1"},
-            {"sdk_name", "sdk"},
-            {"sdk_version", "1"},
-            {"model", "iPhone"},
-            {"language", nullptr}};
+    return json::parse(R"({"udid": "U", "properties": {"ext_id": "ann"}, "u_application_uid": "shop",
+        "advertising_tracking_mode_enabled": false, "system_name": "iOS", "system_version": "17.1", "sdk_name": "sdk",
+        "sdk_version": "1", "model": "iPhone", "language": null})")
+        .as_object();
 }
 
 std::string userBody(const json::object& record) {
@@ -129,50 +111,21 @@ protected:
     httplib::Client client_{"127.0.0.1", started(backoffice_)};
 };
 
-TEST_F(BackofficeTest, ServesApplicationAndLimits) {
-    expectAnswer(client_.Get("/u_applications/query.json?namespace=shop"), {{"success", true},
-                                                                            {"namespace_uid", "shop"},
-                                                                            {"anti_hacking_protocol", "none"},
-                                                                            {"max_distance_medium_far", 12.5}});
-    expectAnswer(client_.Get("/u_applications/limits.json?namespace=shop"),
-                 {{"success", true}, {"max_events", 3}, {"min_interval", 20}});
-}
-
 TEST_F(BackofficeTest, ServesBeaconsAndGeofencesOfItsTime) {
     backoffice_.setNow([] { return *QuomiUtils::isoDate("2031-05-04T23:59:00Z"); });
-    const json::object beacon{{"id", "b"}, {"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}};
-    expectAnswer(
-        client_.Get("/u_beacons/query.json?api_version=3&proximity_uid=5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90"
-                    "&udid=U&namespace=shop"),
-        {{"u_beacons", json::array{beacon}},
-         {"query_params",
-          {{"proximity_uid", "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}, {"namespace", "shop"}, {"api_version", 3}}},
-         {"valid_until", "2031-05-05T00:00:30.000Z"},
-         {"remove_ids", {"old"}}});
-    const json::object geofence{{"id", "g"}, {"lat", 52.5}, {"lng", 13.25}, {"radius", 0.5}};
+    expectAnswer(client_.Get("/u_beacons/query.json?api_version=3&proximity_uid=5d1b2c7e-30a4-4f5b-9e0d-8c6a2f714b90"
+                             "&udid=U&namespace=shop"),
+                 json::parse(R"({"u_beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}],
+                     "query_params": {"proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90", "namespace": "shop",
+                     "api_version": 3}, "valid_until": "2031-05-05T00:00:30.000Z", "remove_ids": ["old"]})"));
     expectAnswer(client_.Get("/u_geofences/query.json?api_version=3&lat=52.500000&lng=13.250000&radius=100.000000"
                              "&udid=U&namespace=shop&updated_at=2031-05-01T00:00:00.000Z"),
-                 {{"u_geofences", json::array{geofence}},
-                  {"query_params",
-                   {{"lat", 52.5},
-                    {"lng", 13.25},
-                    {"radius", 100},
-                    {"namespace", "shop"},
-                    {"api_version", 3},
-                    {"updated_at", "2031-05-01T00:00:00.000Z"}}},
-                  {"valid_until", "2031-05-05T00:00:30.000Z"},
-                  {"remove_ids", {"x", "y"}}});
+                 json::parse(R"({"u_geofences": [{"id": "g", "lat": 52.5, "lng": 13.25, "radius": 0.5}],
+                     "query_params": {"lat": 52.5, "lng": 13.25, "radius": 100, "namespace": "shop",
+                     "api_version": 3, "updated_at": "2031-05-01T00:00:00.000Z"},
+                     "valid_until": "2031-05-05T00:00:30.000Z", "remove_ids": ["x", "y"]})"));
     expectRefusal(client_.Get("/u_beacons/query.json?namespace=shop&proximity_uid=1"), 400, "\"proximity_uid\"");
     expectRefusal(client_.Get("/u_geofences/query.json?namespace=shop&lat=1&lng=1&radius=%ff"), 400, "\"radius\"");
-}
-
-TEST_F(BackofficeTest, AnswersRulesThatAsk) {
-    const auto answer = client_.Get("/visits/b?device=U&type=beacon");
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(answer->status, 200);
-    EXPECT_EQ(answer->body, R"({"decision":"notify","notify_user":"Hi"})");
-    expectRefusal(client_.Get("/visits/c"), 404, "no such endpoint");
-    expectRefusal(client_.Post("/visits/b", "{}", kJson), 405, "GET only");
 }
 
 TEST_F(BackofficeTest, RefusesWhatItDoesNotServe) {
@@ -236,12 +189,7 @@ TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
     mistyped["advertising_tracking_mode_enabled"] = 1;
     auto foreign = user();
     foreign["u_application_uid"] = "other";
-    const struct {
-        std::string path;
-        std::string body;
-        int status;
-        const char* error;
-    } cases[] = {
+    const Table<std::string, std::string, int, const char*> cases = {
         {kLogPath, "", 400, "JSON"},
         {kLogPath, "{\"udid\": \"\xff\"}", 400, "JSON"},
         {kLogPath, "[]", 400, "$: expected an object"},
@@ -379,13 +327,6 @@ TEST(Backoffice, StopsAtOnceWhenAClientDoesNotTakeItsAnswers) {
     backoffice.stop();
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
     ::close(client);
-}
-
-TEST_F(BackofficeTest, DoesNotShareItsPort) {
-    Backoffice other(shop());
-    EXPECT_FALSE(other.start(backoffice_.port()));
-    EXPECT_EQ(other.port(), 0);
-    EXPECT_EQ(other.baseUrl(), "");
 }
 
 TEST(Backoffice, ReportsEveryAnswerAndSurvivesAReporterThatThrows) {

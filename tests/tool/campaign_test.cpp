@@ -1,16 +1,9 @@
 #include "tools/quomi/backoffice/campaign.h"
 
-#include <filesystem>
-#include <fstream>
-#include <string>
-
-#include <gmock/gmock.h>
+#include "tests/support/prelude.h"
 
 namespace quomi::tool {
 namespace {
-
-using testing::HasSubstr;
-using testing::StartsWith;
 
 constexpr const char* kUuid = "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90";
 
@@ -42,18 +35,6 @@ std::string withRule(const std::string& kind, const std::string& ruleAction) {
     return inCampaign("\"" + kind + R"(": [{"id": "p", )" + place + R"(, "rules_actions": [)" + ruleAction + "]}]");
 }
 
-TEST(Campaign, ExampleShopIsValid) {
-    std::optional<Error> error;
-    const auto campaign = Campaign::load(QUOMI_SOURCE_DIR "/examples/shop/campaign.json", &error);
-    ASSERT_TRUE(campaign) << describe(*error);
-    EXPECT_EQ(campaign->namespaceUid(), "corner-and-oak");
-    EXPECT_EQ(campaign->application().at("normal_proximity_uuid"), kUuid);
-    EXPECT_EQ(campaign->limits().at("min_interval"), 30);
-    ASSERT_EQ(campaign->beacons().size(), 12U);
-    for (std::size_t i = 0; i < 12; ++i) EXPECT_EQ(campaign->beacons()[i].at("minor"), i + 1);
-    EXPECT_EQ(campaign->geofences().size(), 1U);
-}
-
 TEST(Campaign, OnlyTheApplicationsNamespaceIsRequired) {
     const auto campaign = Campaign::parse(R"({"application": {"namespace_uid": "a.b-c_d~1"}})", "x");
     ASSERT_TRUE(campaign);
@@ -75,11 +56,7 @@ TEST(Campaign, ReadsWhatDevicesForgetAndHowLongTheyKeepAnswers) {
 }
 
 TEST(Campaign, FaultsNameFilePathAndExpectation) {
-    const struct {
-        std::string text;
-        const char* path;
-        const char* expected;
-    } cases[] = {
+    const Table<std::string, const char*, const char*> cases = {
         {"[]", "$: ", "an object"},
         {"{}", "$.application: ", "an object"},
         {inCampaign(R"("beacon": [])"), "$.beacon: ", "\"beacons\""},
@@ -145,17 +122,6 @@ TEST(Campaign, SaysWhereTheTextIsNoJson) {
     EXPECT_THAT(faultOf(R"({"application": {"namespace_uid": "a"}, "limits": {}, "limits": {}})"), HasSubstr("limits"));
     EXPECT_THAT(faultOf(std::string(100'000, '[')), HasSubstr("64"));
     EXPECT_THAT(faultOf(""), StartsWith("shop.json: $"));
-}
-
-TEST(Campaign, UnreadableFilesAreRefused) {
-    const auto directory = std::filesystem::temp_directory_path();
-    for (const std::string& path : {std::string("/nowhere/shop.json"), directory.string()}) {
-        std::optional<Error> error;
-        EXPECT_FALSE(Campaign::load(path, &error));
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code, static_cast<std::int64_t>(CampaignErrorCode::unreadable));
-        EXPECT_THAT(error->localizedDescription().value_or(""), StartsWith(path + ": expected a readable file"));
-    }
 }
 
 }  // namespace

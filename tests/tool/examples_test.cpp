@@ -1,14 +1,6 @@
 #include "tests/tool/replay_support.h"
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sstream>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 // The visits of the examples give the traces that lie beside them, byte for byte. With QUOMI_RENEW_TRACES in the
 // environment those are written anew (docs/traces.md).
@@ -16,11 +8,6 @@ namespace quomi::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string contentOf(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::vector<fs::path> visitsOfTheExamples() {
     std::vector<fs::path> visits;

@@ -1,18 +1,9 @@
+#include "tests/support/prelude.h"
 #include "tools/quomi/explain/explain_command.h"
-
-#include <sstream>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 // One rule's story of the shop example, whose back office is real.
 namespace quomi::tool {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 const std::string kShop = QUOMI_SOURCE_DIR "/examples/shop/visit.json";
 

@@ -1,17 +1,7 @@
 #include "quomi/location/location_utils.h"
 #include "tests/tool/replay_support.h"
 
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
 #include <span>
-#include <sstream>
-
-#include <boost/json/array.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
@@ -21,11 +11,6 @@ namespace json = boost::json;
 const std::filesystem::path kTracks = QUOMI_SHARED_DATA_DIR "/tracks";
 const std::filesystem::path kPlaces = QUOMI_SHARED_DATA_DIR "/places/greater_manchester_places.csv";
 constexpr std::size_t kWatched = 18;  // fewer than a phone watches
-
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// The points of a track in its order, whatever else it holds.
 std::vector<Coordinate> pointsOf(const std::string& gpx) {
@@ -84,7 +69,7 @@ protected:
         auto& app = visit["app"].as_object();
         app["properties"] = {{"geofencesEnabled", true}, {"beaconsEnabled", false}, {"eventLogsEnabled", false}};
         app["settings"] = {{"stopUpdatingLocationAfterFirstUpdate", !keepsUpdating}};
-        const auto center = pointsOf(readFile(track)).front();
+        const auto center = pointsOf(contentOf(track)).front();
         const json::object area{{"lat", center.latitude}, {"lng", center.longitude}, {"radius", 100}};
         const json::object answer{{"u_geofences", geofences},
                                   {"query_params", area},
@@ -101,7 +86,7 @@ TEST_F(GeofenceTracksTest, WhatLiesOnTheWayIsEnteredAndLeft) {
     if (!std::filesystem::exists(kTracks)) GTEST_SKIP() << "the tracks are not here";
     for (const char* name : {"bus_limerick.gpx", "bike_berkshire.gpx", "hike_alps_all_day.gpx"}) {
         SCOPED_TRACE(name);
-        const auto points = pointsOf(readFile(kTracks / name));
+        const auto points = pointsOf(contentOf(kTracks / name));
         std::vector<Coordinate> centers;
         json::array geofences;
         for (std::size_t i = 1; i <= kWatched; ++i) {
@@ -126,7 +111,7 @@ TEST_F(GeofenceTracksTest, OfTwelveThousandPlacesThePhoneWatchesWhatItCan) {
     if (!std::filesystem::exists(kTracks) || !std::filesystem::exists(kPlaces)) GTEST_SKIP() << "they are not here";
     json::array geofences;
     std::vector<Coordinate> first;
-    std::istringstream places(readFile(kPlaces));
+    std::istringstream places(contentOf(kPlaces));
     std::string line;
     std::getline(places, line);
     while (std::getline(places, line)) {

@@ -1,18 +1,10 @@
 #include "tools/quomi/visit/gpx_file.h"
 
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
-
-#include <fstream>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::tool {
 namespace {
-
-using testing::StartsWith;
 
 std::string gpx(const std::string& content) {
     return "<?xml version=\"1.0\"?>\n<gpx version=\"1.1\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n" + content +
@@ -47,12 +39,8 @@ TEST(GpxFileTest, ReadsThePointsOfAllTracksAndSegments) {
 }
 
 TEST(GpxFileTest, SaysWhereAFileIsWrong) {
-    struct Case {
-        std::string text;
-        const char* told;
-    };
     const std::string good = "<trkpt lat='1' lon='2'><time>2021-09-02T07:10:09Z</time></trkpt>\n";
-    const std::vector<Case> cases = {
+    const Table<std::string, const char*> cases = {
         {"", "t.gpx:1: expected XML: "},
         {"\n\nno", "t.gpx:3: expected XML: "},
         {gpx("\n\n<trk>") + "</trk>", "t.gpx:5: expected XML: "},
@@ -74,12 +62,12 @@ TEST(GpxFileTest, SaysWhereAFileIsWrong) {
         {track("<trkpt lat='0x10' lon='2'/>"), "t.gpx:4: lat: "},
         {track(good + "<trkpt lat='1' lon='2'>\n<time>today</time></trkpt>"), "t.gpx:6: time: expected an ISO 8601"},
     };
-    for (const auto& each : cases) {
+    for (const auto& [text, told] : cases) {
         std::optional<Error> error;
-        EXPECT_FALSE(parseGpx(each.text, "t.gpx", &error)) << each.text;
-        ASSERT_TRUE(error) << each.text;
+        EXPECT_FALSE(parseGpx(text, "t.gpx", &error)) << text;
+        ASSERT_TRUE(error) << text;
         EXPECT_EQ(error->code, 2);
-        EXPECT_THAT(error->localizedDescription().value_or(""), StartsWith(each.told));
+        EXPECT_THAT(error->localizedDescription().value_or(""), StartsWith(told));
     }
     std::optional<Error> error;
     EXPECT_FALSE(readGpxFile("/nowhere/t.gpx", &error));

@@ -1,23 +1,18 @@
 #include "tools/quomi/backoffice/inbox.h"
 
 #include "quomi/util/error.h"
+#include "tests/support/prelude.h"
 #include "tools/quomi/backoffice/backoffice.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <thread>
 #include <unistd.h>
 
 #include <SQLiteCpp/Database.h>
-#include <gmock/gmock.h>
 #include <httplib.h>
 
 namespace quomi::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 constexpr auto kPrivate = fs::perms::owner_read | fs::perms::owner_write;
 
@@ -35,11 +30,6 @@ class InboxTest : public testing::Test {
 protected:
     InboxTest() { fs::create_directories(folder_); }
     ~InboxTest() override { fs::remove_all(folder_); }
-
-    static std::string contentOf(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
 
     const fs::path folder_ = fs::temp_directory_path() / ("quomi #inbox?%41_" + std::to_string(::getpid()));
     const fs::path file_ = folder_ / "inbox.sqlite";

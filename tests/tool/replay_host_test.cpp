@@ -1,14 +1,8 @@
 #include "tests/tool/replay_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 // What the phone does and what the host calls, and what that leaves in the trace.
 namespace quomi::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 
 class ReplayHostTest : public testing::Test {
 protected:
@@ -16,120 +10,124 @@ protected:
     [[nodiscard]] std::vector<std::string> laterLines(const boost::json::object& visit) const {
         std::vector<std::string> later;
         for (const auto& line : bench.play(visit).lines()) {
-            if (line[0] != '0' && line.find("didLogEvent") == std::string::npos) later.push_back(line);
+            if (line[0] == '0' || line.find("didLogEvent") != std::string::npos) continue;
+            const auto user = line.find("/u_app_users/find_or_create_by_udid.json");
+            later.push_back(user == std::string::npos ? line : line.substr(0, user) + "USER");
         }
         return later;
+    }
+
+    using Rows = Table<const char*, std::string>;
+    void expectLines(const Rows& rows) const {
+        for (const auto& [steps, lines] : rows) {
+            SCOPED_TRACE(steps);
+            auto visit = shopVisit(std::string(R"([{"at": 0, "call": "start"},)") + steps + "]");
+            visit["end"] = 10;
+            EXPECT_EQ(laterLines(visit), parts(lines));
+        }
     }
 
     ReplayBench bench;
 };
 
-struct Case {
-    const char* steps;
-    std::vector<std::string> lines;
-};
-
-constexpr const char* kEntered = "delegate didEnterBeaconRegion 6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
-
 TEST_F(ReplayHostTest, PhoneStepsReachAStartedSdk) {
-    const std::string entered = kEntered;
-    const std::vector<Case> cases = {
-        {R"({"at": 1, "range": [
-            {"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "major": 1, "minor": 9, "proximity": "far", "accuracy": 9, "rssi": -80},
-            {"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2", "major": 1, "minor": 8, "proximity": "near", "accuracy": 1, "rssi": -60},
-            {"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "major": 2, "minor": 7, "proximity": "near", "accuracy": 1, "rssi": -60}]})",
-         {"1 delegate didFindNewBeacon 1-9", "1 delegate didReceivePingFromBeacon 1-9",
-          "1 delegate didFindNewBeacon 2-7", "1 delegate didReceivePingFromBeacon 2-7",
-          "5.05 delegate didLoseBeaconSignal 1-9", "5.05 delegate didLoseBeaconSignal 2-7"}},
-        {R"({"at": 1, "range": []})", {}},
-        {R"({"at": 1, "enterBeaconRegion": "6b6e1b5a-0c0d-4a6e-9e62-0000000000b1"})",
-         {"1 range Quomi beacon", "1 " + entered}},
-        {R"({"at": 1, "enterBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B2"})", {}},
-        {R"({"at": 1, "exitBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"})",
-         {"1 delegate didExitBeaconRegion 6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"}},
-        {R"({"at": 1, "beaconRegionState": {"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "state": "inside"}})",
-         {"1 range Quomi beacon", "1 " + entered}},
-        {R"({"at": 1, "beaconRegionState": {"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "state": "unknown"}})", {}},
-        {R"({"at": 1, "monitoringFails": {"region": "Quomi beacon", "code": 4}})",
-         {"1 console Quomi SDK Error: could not start monitoring for beacon region, got error "
-          "kCLErrorRegionMonitoringDenied."}},
-        {R"({"at": 1, "monitoringFails": {"region": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "code": 4}})",
-         {"1 console Quomi SDK Error: could not start monitoring for beacon region, got error "
-          "kCLErrorRegionMonitoringDenied."}},
-        {R"({"at": 1, "monitoringFails": {"region": "another", "code": 4}})", {}},
-        {R"({"at": 1, "rangingFails": {"region": "Quomi beacon", "code": 16}})", {}},
-        {R"({"at": 1, "locationFails": {"code": 0}})", {}},
-        {R"({"at": 1, "authorization": "denied"},
-            {"at": 2, "enterBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"},
-            {"at": 3, "authorization": "whenInUse"},
-            {"at": 4, "exitBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"})",
-         {"1 console Quomi SDK Warning: Location services status changed and are not available anymore. Beacon support "
-          "will restart when location services become available again.",
-          "3 range Quomi beacon", "4 delegate didExitBeaconRegion 6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"}},
-        // An authorization callback with the status as it stands follows the switch.
-        {R"({"at": 1, "locationServices": false},
-            {"at": 2, "enterBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"},
-            {"at": 3, "locationServices": true})",
-         {"1 range Quomi beacon", "3 range Quomi beacon"}},
-        {R"({"at": 1, "app": "background"}, {"at": 2, "expireBackgroundTasks": true},
-            {"at": 3, "expireBackgroundTasks": true})",
-         {"1 backgroundTask begin 1", "2 backgroundTask end 1"}},
-        {R"({"at": 1, "app": "foreground"}, {"at": 1, "app": "active"}, {"at": 1, "app": "inactive"},
-            {"at": 1, "app": "terminate"}, {"at": 1, "bluetooth": "off"}, {"at": 1, "backgroundRefresh": "denied"},
-            {"at": 1, "notificationRights": {"status": "denied"}})",
-         {}},
-    };
-    for (const auto& some : cases) {
-        SCOPED_TRACE(some.steps);
-        auto visit = shopVisit(std::string(R"([{"at": 0, "call": "start"},)") + some.steps + "]");
-        visit["end"] = 10;
-        EXPECT_THAT(laterLines(visit), ElementsAreArray(some.lines));
-    }
+    const char* const kDenied =
+        "1 console Quomi SDK Error: could not start monitoring for beacon region, got error "
+        "kCLErrorRegionMonitoringDenied.";
+    expectLines(
+        {{R"({"at": 1, "range": [
+                 {"uuid": "B1", "major": 1, "minor": 9, "proximity": "far", "accuracy": 9, "rssi": -80},
+                 {"uuid": "B2", "major": 1, "minor": 8, "proximity": "near", "accuracy": 1, "rssi": -60},
+                 {"uuid": "B1", "major": 2, "minor": 7, "proximity": "near", "accuracy": 1, "rssi": -60}]})",
+          "1 delegate didFindNewBeacon 1-9 | 1 delegate didReceivePingFromBeacon 1-9 | "
+          "1 delegate didFindNewBeacon 2-7 | 1 delegate didReceivePingFromBeacon 2-7 | "
+          "5.05 delegate didLoseBeaconSignal 1-9 | 5.05 delegate didLoseBeaconSignal 2-7"},
+         {R"({"at": 1, "range": []})", ""},
+         {R"({"at": 1, "enterBeaconRegion": "b1"})", "1 range Quomi beacon | 1 delegate didEnterBeaconRegion B1"},
+         {R"({"at": 1, "enterBeaconRegion": "B2"})", ""},
+         {R"({"at": 1, "exitBeaconRegion": "B1"})", "1 delegate didExitBeaconRegion B1"},
+         {R"({"at": 1, "beaconRegionState": {"uuid": "B1", "state": "inside"}})",
+          "1 range Quomi beacon | 1 delegate didEnterBeaconRegion B1"},
+         {R"({"at": 1, "beaconRegionState": {"uuid": "B1", "state": "unknown"}})", ""},
+         {R"({"at": 1, "monitoringFails": {"region": "Quomi beacon", "code": 4}})", kDenied},
+         {R"({"at": 1, "monitoringFails": {"region": "B1", "code": 4}})", kDenied},
+         {R"({"at": 1, "monitoringFails": {"region": "another", "code": 4}})", ""},
+         {R"({"at": 1, "rangingFails": {"region": "Quomi beacon", "code": 16}})", ""},
+         {R"({"at": 1, "locationFails": {"code": 0}})", ""},
+         {R"({"at": 1, "authorization": "denied"}, {"at": 2, "enterBeaconRegion": "B1"},
+                 {"at": 3, "authorization": "whenInUse"}, {"at": 4, "exitBeaconRegion": "B1"})",
+          "1 console Quomi SDK Warning: Location services status changed and are not available anymore. Beacon "
+          "support will restart when location services become available again. | "
+          "3 range Quomi beacon | 4 delegate didExitBeaconRegion B1"},
+         // An authorization callback with the status as it stands follows the switch.
+         {R"({"at": 1, "locationServices": false}, {"at": 2, "enterBeaconRegion": "B1"},
+                 {"at": 3, "locationServices": true})",
+          "1 range Quomi beacon | 3 range Quomi beacon"},
+         {R"({"at": 1, "app": "background"}, {"at": 2, "expireBackgroundTasks": true},
+                 {"at": 3, "expireBackgroundTasks": true})",
+          "1 backgroundTask begin 1 | 2 backgroundTask end 1"},
+         {R"({"at": 1, "app": "foreground"}, {"at": 1, "app": "active"}, {"at": 1, "app": "inactive"},
+                 {"at": 1, "app": "terminate"}, {"at": 1, "bluetooth": "off"}, {"at": 1, "backgroundRefresh": "denied"},
+                 {"at": 1, "notificationRights": {"status": "denied"}})",
+          ""}});
 }
 
 TEST_F(ReplayHostTest, CallsLeaveTheirResultAndWhatTheyCause) {
-    const std::vector<Case> cases = {
-        {R"({"at": 1, "call": "start"})",
-         {"1 delegate didReceiveErrorNotification error 3", "1 call start false error 3"}},
-        {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "stop"})",
-         {"1 unrange Quomi beacon", "1 unmonitor Quomi beacon", "1 call stop", "2 call stop"}},
-        {R"({"at": 1, "call": "setAppNamespace", "with": "other"})",
-         {"1 delegate didReceiveErrorNotification error 3", "1 call setAppNamespace"}},
-        {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "setAppNamespace", "with": null}, {"at": 3, "call": "start"})",
-         {"1 unrange Quomi beacon", "1 unmonitor Quomi beacon", "1 call stop", "2 call setAppNamespace",
-          "3 delegate didReceiveErrorNotification error 7", "3 call start false error 7"}},
-        {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "setBaseURL", "with": "no url"})",
-         {"1 unrange Quomi beacon", "1 unmonitor Quomi beacon", "1 call stop",
-          "2 delegate didReceiveErrorNotification error 1", "2 call setBaseURL"}},
-        {R"({"at": 1, "call": "setBeaconsEnabled", "with": false})",
-         {"1 unrange Quomi beacon", "1 unmonitor Quomi beacon", "1 call setBeaconsEnabled"}},
-        {R"({"at": 1, "call": "setUseExtendedBackgroundRangingTime", "with": true},
-            {"at": 2, "call": "setUseExtendedBackgroundRangingTime", "with": false})",
-         {"1 updates standard on", "1 call setUseExtendedBackgroundRangingTime", "2 updates standard off",
-          "2 call setUseExtendedBackgroundRangingTime"}},
-        {R"({"at": 1, "call": "setSetting", "with": {"name": "beaconProximityIdentifier", "value": "other"}},
-            {"at": 2, "call": "stop"}, {"at": 3, "call": "start"})",
-         {"1 call setSetting", "2 unrange Quomi beacon", "2 unmonitor Quomi beacon", "2 call stop",
-          "3 request GET /u_applications/limits.json", "3 monitor other", "3 range other", "3 call start true",
-          "3 range other", "3.05 response 200 /u_applications/limits.json",
-          "3.05 request POST /u_app_users/find_or_create_by_udid.json",
-          "3.1 response 200 /u_app_users/find_or_create_by_udid.json"}},
-        {R"({"at": 1, "call": "updateUserInformation"}, {"at": 1, "call": "stop"})",
-         {"1 request POST /u_app_users/find_or_create_by_udid.json", "1 call updateUserInformation",
-          "1 unrange Quomi beacon", "1 unmonitor Quomi beacon",
-          "1 response cancelled /u_app_users/find_or_create_by_udid.json", "1 call stop"}},
-        {R"({"at": 1, "call": "updateUserInformation"})",
-         {"1 request POST /u_app_users/find_or_create_by_udid.json", "1 call updateUserInformation",
-          "1.05 response 200 /u_app_users/find_or_create_by_udid.json", "1.05 callback updateUserInformation success"}},
-        {R"({"at": 1, "call": "setEventLogsEnabled", "with": false}, {"at": 2, "call": "logEvent", "with": {"a": 1}})",
-         {"1 call setEventLogsEnabled", "2 call logEvent"}},
-    };
-    for (const auto& some : cases) {
-        SCOPED_TRACE(some.steps);
-        auto visit = shopVisit(std::string(R"([{"at": 0, "call": "start"},)") + some.steps + "]");
-        visit["end"] = 10;
-        EXPECT_THAT(laterLines(visit), ElementsAreArray(some.lines));
-    }
+    const std::string kStopped = "1 unrange Quomi beacon | 1 unmonitor Quomi beacon | 1 call stop";
+    expectLines({{R"({"at": 1, "call": "start"})",
+                  "1 delegate didReceiveErrorNotification error 3 | 1 call start false error 3"},
+                 {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "stop"})", kStopped + " | 2 call stop"},
+                 {R"({"at": 1, "call": "setAppNamespace", "with": "other"})",
+                  "1 delegate didReceiveErrorNotification error 3 | 1 call setAppNamespace"},
+                 {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "setAppNamespace", "with": null},
+                 {"at": 3, "call": "start"})",
+                  kStopped + " | 2 call setAppNamespace | 3 delegate didReceiveErrorNotification error 7 | "
+                             "3 call start false error 7"},
+                 {R"({"at": 1, "call": "stop"}, {"at": 2, "call": "setBaseURL", "with": "no url"})",
+                  kStopped + " | 2 delegate didReceiveErrorNotification error 1 | 2 call setBaseURL"},
+                 {R"({"at": 1, "call": "setBeaconsEnabled", "with": false})",
+                  "1 unrange Quomi beacon | 1 unmonitor Quomi beacon | 1 call setBeaconsEnabled"},
+                 {R"({"at": 1, "call": "setUseExtendedBackgroundRangingTime", "with": true},
+                 {"at": 2, "call": "setUseExtendedBackgroundRangingTime", "with": false})",
+                  "1 updates standard on | 1 call setUseExtendedBackgroundRangingTime | 2 updates standard off | "
+                  "2 call setUseExtendedBackgroundRangingTime"},
+                 {R"({"at": 1, "call": "setSetting", "with": {"name": "beaconProximityIdentifier", "value": "other"}},
+                 {"at": 2, "call": "stop"}, {"at": 3, "call": "start"})",
+                  "1 call setSetting | 2 unrange Quomi beacon | 2 unmonitor Quomi beacon | 2 call stop | 3 request GET "
+                  "/u_applications/limits.json | 3 monitor other | 3 range other | "
+                  "3 call start true | 3 range other | "
+                  "3.05 response 200 /u_applications/limits.json | 3.05 request POST USER | "
+                  "3.1 response 200 USER"},
+                 {R"({"at": 1, "call": "updateUserInformation"}, {"at": 1, "call": "stop"})",
+                  "1 request POST USER | 1 call updateUserInformation | 1 unrange Quomi beacon | "
+                  "1 unmonitor Quomi beacon | 1 response cancelled USER | 1 call stop"},
+                 {R"({"at": 1, "call": "updateUserInformation"})",
+                  "1 request POST USER | 1 call updateUserInformation | 1.05 response 200 USER | "
+                  "1.05 callback updateUserInformation success"},
+                 {R"({"at": 1, "call": "setEventLogsEnabled", "with": false},
+                 {"at": 2, "call": "logEvent", "with": {"a": 1}})",
+                  "1 call setEventLogsEnabled | 2 call logEvent"}});
+}
+
+TEST_F(ReplayHostTest, PagesAndLinksOfTheHostOpenWithoutAsking) {
+    auto visit = shopVisit(R"([{"at": 0, "call": "start"},
+        {"at": 1, "call": "openWebPageForUrl", "with": "file://help.html"}, {"at": 2, "presentScreen": true},
+        {"at": 3, "call": "openWebPageForUrl", "with": "https://shop.test"}, {"at": 4, "presentScreen": false},
+        {"at": 5, "closeWebPage": true}, {"at": 6, "call": "openWebPageForUrl", "with": "https://shop.test/x"},
+        {"at": 7, "call": "openDeepLinkForURL", "with": "https://shop.test/y"},
+        {"at": 8, "call": "openDeepLinkForURL", "with": "shop://y"}, {"at": 9, "call": "openNotification"},
+        {"at": 10, "call": "stop"}, {"at": 11, "call": "openDeepLinkForURL", "with": "https://shop.test/y"}])");
+    visit["app"].as_object()["delegate"] =
+        asJson(R"({"shouldExecuteOpenWebPageRequest": false, "shouldExecuteOpenDeepLinkRequest": false})");
+    visit["app"].as_object()["resources"] = asJson(R"({"help.html": "<p>"})");
+    EXPECT_EQ(laterLines(visit),
+              parts("1 call openWebPageForUrl true | 1 webPage file://help.html | 3 console Quomi SDK Warning: can't "
+                    "present view controller for web page action, a UIVIewController is already presented by "
+                    "UIVIewController <UIViewController> | 3 call openWebPageForUrl false | "
+                    "6 call openWebPageForUrl true | 6 webPage https://shop.test/x | 7 call openDeepLinkForURL true | "
+                    "7 openURL https://shop.test/y | 8 call openDeepLinkForURL false | 9 call openNotification | "
+                    "10 unrange Quomi beacon | 10 unmonitor Quomi beacon | 10 call stop | "
+                    "11 call openDeepLinkForURL false"));
 }
 
 TEST_F(ReplayHostTest, TheDebugLogIsTheResultOfItsCallUntilItIsCleared) {
@@ -146,15 +144,6 @@ TEST_F(ReplayHostTest, TheDebugLogIsTheResultOfItsCallUntilItIsCleared) {
     EXPECT_THAT(calls[0], testing::EndsWith("\n2026-11-21 08:30:01 +0000 - applicationDidBecomeActive\n"));
     EXPECT_EQ(calls[1], "4 call getDebugFileContent ");
     EXPECT_TRUE(std::filesystem::exists(bench.state() / "Documents/QuomiLog.txt"));
-}
-
-TEST_F(ReplayHostTest, WhatIsUndecidedIsGrantedInALaterTurn) {
-    auto visit = shopVisit(R"([{"at": 0, "call": "start"}, {"at": 1, "call": "stop"}])");
-    visit["device"] = asJson(R"({"authorization": "notDetermined"})");
-    const auto lines = bench.play(visit).lines();
-    const auto asked = std::find(lines.begin(), lines.end(), "0.05 authorizationRequest always");
-    ASSERT_NE(asked, lines.end());
-    EXPECT_THAT(std::vector(asked + 1, asked + 3), ElementsAre("0.05 monitor Quomi beacon", "0.05 range Quomi beacon"));
 }
 
 TEST_F(ReplayHostTest, DeviceAndAppAreWhatTheVisitSays) {

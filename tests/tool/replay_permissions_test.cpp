@@ -1,13 +1,7 @@
 #include "tests/tool/replay_support.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
 
 constexpr const char* kUserRequest = "request POST /u_app_users/find_or_create_by_udid.json";
 

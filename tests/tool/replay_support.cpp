@@ -2,17 +2,6 @@
 
 #include "tools/quomi/replay/replay_command.h"
 
-#include <algorithm>
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 
 namespace json = boost::json;
@@ -20,59 +9,46 @@ namespace json = boost::json;
 namespace {
 
 constexpr std::string_view kBase = "https://backoffice.test";
-
-using Names = std::set<std::string>;
+constexpr std::string_view kUUIDStart = "6B6E1B5A-0C0D-4A6E-9E62-0000000000";
 
 /// Fields of each kind of record; those that may be left out end in a question mark.
-const std::map<std::string, Names>& fieldsOfKinds() {
-    static const std::map<std::string, Names> table{
-        {"call", {"result", "error"}},
-        {"callback", {"outcome", "error"}},
-        {"request", {"url", "headers", "body?"}},
-        {"response", {"url"}},
-        {"monitor", {"region"}},
-        {"unmonitor", {"region"}},
-        {"range", {"region"}},
-        {"unrange", {"region"}},
-        {"updates", {"on"}},
-        {"openURL", {}},
-        {"alert", {"message"}},
-        {"authorizationRequest", {}},
-        {"notificationRightsRequest", {}},
-        {"category", {"actions"}},
-        {"notification", {"title?", "subtitle?", "body?", "badge", "sound", "category?", "userInfo", "attachments"}},
-        {"webPage", {}},
-        {"openURL", {}},
-        {"alert", {"message"}},
-        {"rule", {"owner", "trigger", "decision", "detail"}},
-        {"backgroundTask", {"id"}},
-        {"console", {}},
-        {"defaults", {"value"}},
-        {"delegate:didReceiveErrorNotification", {"error"}},
-        {"delegate:didLogEvent", {"event", "time"}},
-        {"delegate:didEnterBeaconRegion", {"uuid", "userInfo"}},
-        {"delegate:didExitBeaconRegion", {"uuid", "userInfo"}},
-        {"delegate:didFindNewBeacon", {"beacon", "userInfo"}},
-        {"delegate:didLoseBeaconSignal", {"beacon", "userInfo"}},
-        {"delegate:didUpdateBeacon", {"beacon", "userInfo"}},
-        {"delegate:didReceivePingFromBeacon", {"beacon", "userInfo"}},
-        {"delegate:bluetoothStatusDidChange", {"value"}},
-        {"delegate:locationServiceStatusDidChange", {"value"}},
-        {"delegate:backgroundRefreshStatusDidChange", {"value"}},
-        {"delegate:quomiBeaconsServiceStatusDidChange", {"value"}},
-        {"delegate:quomiGeofencesServiceStatusDidChange", {"value"}},
-        {"delegate:didReceiveLocationChange", {"location"}},
-        {"delegate:didReceiveEnterRegionNotification", {"region"}},
-        {"delegate:didReceiveExitRegionNotification", {"region"}},
-        {"delegate:shouldExecuteNotificationRequest", {"notification", "triggeredBy", "answer"}},
-        {"delegate:executeNotificationRequest", {"notification", "triggeredBy"}},
-        {"delegate:shouldExecuteOpenWebPageRequest", {"url", "triggeredBy", "answer"}},
-        {"delegate:executeOpenWebPageRequest", {"url", "triggeredBy"}},
-        {"delegate:shouldExecuteOpenDeepLinkRequest", {"url", "triggeredBy", "answer"}},
-        {"delegate:executeOpenDeepLinkRequest", {"url", "triggeredBy"}},
-        {"delegate:shouldExecuteServerNotificationRequest", {"url", "triggeredBy", "answer"}},
-        {"delegate:executeServerNotificationRequest", {"url", "triggeredBy"}},
-    };
+const std::map<std::string, std::string>& fieldsOfKinds() {
+    static const std::map<std::string, std::string> table = [] {
+        std::map<std::string, std::string> all;
+        for (const auto& [prefix, fields, kinds] : Table<std::string, std::string, std::string>{
+                 {"", "result error", "call"},
+                 {"", "outcome error", "callback"},
+                 {"", "url headers body?", "request"},
+                 {"", "url", "response"},
+                 {"", "region", "monitor | unmonitor | range | unrange"},
+                 {"", "on", "updates"},
+                 {"", "", "openURL | webPage | console | authorizationRequest | notificationRightsRequest"},
+                 {"", "message", "alert"},
+                 {"", "actions", "category"},
+                 {"", "title? subtitle? body? badge sound category? userInfo attachments", "notification"},
+                 {"", "owner trigger decision detail", "rule"},
+                 {"", "id", "backgroundTask"},
+                 {"", "value", "defaults"},
+                 {"delegate:did", "error", "ReceiveErrorNotification"},
+                 {"delegate:did", "event time", "LogEvent"},
+                 {"delegate:did", "uuid userInfo", "EnterBeaconRegion | ExitBeaconRegion"},
+                 {"delegate:did", "beacon userInfo",
+                  "FindNewBeacon | LoseBeaconSignal | UpdateBeacon | ReceivePingFromBeacon"},
+                 {"delegate:did", "location", "ReceiveLocationChange"},
+                 {"delegate:did", "region", "ReceiveEnterRegionNotification | ReceiveExitRegionNotification"},
+                 {"delegate:", "value",
+                  "bluetoothStatusDidChange | locationServiceStatusDidChange | backgroundRefreshStatusDidChange | "
+                  "quomiBeaconsServiceStatusDidChange | quomiGeofencesServiceStatusDidChange"},
+                 {"delegate:should", "notification triggeredBy answer", "ExecuteNotificationRequest"},
+                 {"delegate:execute", "notification triggeredBy", "NotificationRequest"},
+                 {"delegate:should", "url triggeredBy answer",
+                  "ExecuteOpenWebPageRequest | ExecuteOpenDeepLinkRequest | ExecuteServerNotificationRequest"},
+                 {"delegate:execute", "url triggeredBy",
+                  "OpenWebPageRequest | OpenDeepLinkRequest | ServerNotificationRequest"}}) {
+            for (const auto& kind : parts(kinds)) all[prefix + kind] = fields;
+        }
+        return all;
+    }();
     return table;
 }
 
@@ -115,13 +91,17 @@ bool isError(const json::value& value) {
 }  // namespace
 
 std::string brief(const json::object& record) {
+    static const auto withShortUUIDs = [](std::string line) {
+        for (std::size_t at = 0; (at = line.find(kUUIDStart)) != std::string::npos;) line.erase(at, kUUIDStart.size());
+        return line;
+    };
     const auto& kind = *(record.begin() + 1);
     auto line = fmt::format("{} {} {}", textOf(record.at("t")), std::string_view(kind.key()), textOf(kind.value()));
     line += detail(record);
     if (const auto* error = record.if_contains("error"); error != nullptr && error->is_object()) {
         line += " error " + textOf(error->as_object().at("code"));
     }
-    return line;
+    return withShortUUIDs(line);
 }
 
 std::string formFault(const json::object& record) {
@@ -131,9 +111,10 @@ std::string formFault(const json::object& record) {
     if (name == "delegate") name += ':' + textOf(kind.value());
     const auto known = fieldsOfKinds().find(name);
     if (known == fieldsOfKinds().end()) return "unknown kind " + name;
-    Names fields;
+    std::set<std::string> fields;
     for (auto field = record.begin() + 2; field != record.end(); ++field) fields.emplace(field->key());
-    for (const auto& field : known->second) {
+    std::istringstream expected(known->second);
+    for (std::string field; expected >> field;) {
         const bool mayBeMissing = field.ends_with('?');
         const auto found = fields.extract(mayBeMissing ? field.substr(0, field.size() - 1) : field);
         if (found.empty() && !mayBeMissing) return "missing field of " + name + ": " + field;
@@ -167,6 +148,17 @@ json::value asJson(std::string_view text) {
     return json::parse({text.data(), text.size()});
 }
 
+/// Every text "B1" of the value, and those like it, becomes the whole UUID.
+static void lengthenUUIDs(json::value& value) {
+    if (auto* object = value.if_object()) {
+        for (auto& member : *object) lengthenUUIDs(member.value());
+    } else if (auto* array = value.if_array()) {
+        for (auto& item : *array) lengthenUUIDs(item);
+    } else if (value == "B1" || value == "B2" || value == "b1") {
+        value = std::string(kUUIDStart) + value.as_string().c_str();
+    }
+}
+
 json::object shopVisit(std::string_view timeline) {
     auto visit = asJson(R"({"visit": 1, "start": "2026-11-21T09:30:00+01:00",
         "app": {"namespace": "shop", "properties": {"geofencesEnabled": false},
@@ -182,7 +174,14 @@ json::object shopVisit(std::string_view timeline) {
             "POST /u_app_users/find_or_create_by_udid.json": {"json": {"success": true}}}}})")
                      .as_object();
     visit["timeline"] = asJson(timeline);
+    for (auto& step : visit["timeline"].as_array()) lengthenUUIDs(step);
     return visit;
+}
+
+std::string near(double at, int minor) {
+    return fmt::format(R"({{"at": {}, "range": [{{"uuid": "{}", "major": 1, "minor": {}, "proximity": "near",
+                           "accuracy": 1.5, "rssi": -60}}]}})",
+                       at, kShopUUID, minor);
 }
 
 json::object& answersOf(json::object& visit) {

@@ -1,13 +1,7 @@
 #pragma once
 
+#include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
-
-#include <filesystem>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <boost/json/object.hpp>
 
 namespace quomi::test {
 
@@ -34,7 +28,8 @@ struct Replayed {
 ///     /u_applications/query.json" "3 delegate didLogEvent {…}"  "3 delegate didFindNewBeacon 1-7"  "2 updates standard
 ///     on"  "2 monitor Quomi beacon"
 ///
-/// URLs without their query, those of https://backoffice.test without that; beacons without their UUID.
+/// URLs without their query, those of https://backoffice.test without that; beacons without their UUID; the UUIDs of
+/// the shop by their ends: "B1".
 [[nodiscard]] std::string brief(const boost::json::object& record);
 
 /// What is wrong with the record's form: the time first, then exactly one kind, then that kind's fields and no others.
@@ -45,8 +40,10 @@ struct Replayed {
 inline constexpr const char* kShopUUID = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
 
 /// A visit to the namespace "shop" without geofences and service beacons, whose scripted back office answers what a
-/// start asks for.
+/// start asks for. In the timeline "B1" and "B2" stand for the UUIDs that end so.
 [[nodiscard]] boost::json::object shopVisit(std::string_view timeline);
+/// A step: a report of the shop's beacon. It is lost five to six seconds after its last one.
+[[nodiscard]] std::string near(double at, int minor = 1);
 /// Parses what a test writes down; throws when it is no JSON.
 [[nodiscard]] boost::json::value asJson(std::string_view text);
 /// Answers of the visit's scripted back office.

@@ -1,75 +1,13 @@
 #include "tests/tool/replay_support.h"
 
-#include <algorithm>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 // How time passes in a replay: turns, ties, repetitions, recordings, suspension, clock, end.
 namespace quomi::test {
 namespace {
-
-using testing::Contains;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 class ReplayTest : public testing::Test {
 protected:
     ReplayBench bench;
 };
-
-TEST_F(ReplayTest, StartAndStopLeaveTheirRecordsInTheOrderOfWhatHappens) {
-    const auto replayed = bench.play(shopVisit(R"([{"at": 0, "call": "start"}, {"at": 5, "call": "stop"}])"));
-    EXPECT_EQ(replayed.status, 0);
-    EXPECT_THAT(replayed.lines(), ElementsAre("0 request GET /u_applications/query.json",  //
-                                              "0 call start true",                         //
-                                              "0 category QuomiYesNo",                     //
-                                              "0.05 response 200 /u_applications/query.json",
-                                              "0.05 request GET /u_applications/limits.json",
-                                              "0.05 monitor Quomi beacon",  //
-                                              "0.05 range Quomi beacon",
-                                              "0.05 range Quomi beacon",  // the authorization, reported unasked
-                                              "0.1 response 200 /u_applications/limits.json",
-                                              "0.1 request POST /u_app_users/find_or_create_by_udid.json",
-                                              "0.15 response 200 /u_app_users/find_or_create_by_udid.json",
-                                              "5 unrange Quomi beacon",    //
-                                              "5 unmonitor Quomi beacon",  //
-                                              "5 call stop"));
-    const auto monitor = std::ranges::find_if(replayed.records, [](const auto& r) { return r.contains("monitor"); });
-    EXPECT_EQ(monitor->at("region"),
-              asJson(R"({"identifier": "Quomi beacon", "uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"})"));
-    EXPECT_EQ(replayed.records[0].at("headers"),
-              asJson(R"({"Content-Type": "application/json", "Accept": "application/json"})"));
-}
-
-TEST_F(ReplayTest, StartWithEverythingOnBeginsLocationUnderABackgroundTaskAndWatchesServiceBeacons) {
-    auto visit = shopVisit(R"([{"at": 0, "call": "start"}, {"at": 5, "call": "stop"}])");
-    visit["app"].as_object() = {{"namespace", "shop"}};
-    const auto replayed = bench.play(visit);
-    EXPECT_EQ(replayed.status, 0);
-    EXPECT_THAT(replayed.lines(), ElementsAre("0 request GET /u_applications/query.json",  //
-                                              "0 call start true",                         //
-                                              "0 category QuomiYesNo",                     //
-                                              "0.05 response 200 /u_applications/query.json",
-                                              "0.05 request GET /u_applications/limits.json",
-                                              "0.05 backgroundTask begin 1",  //
-                                              "0.05 monitor Quomi beacon service",
-                                              "0.05 monitor Quomi beacon",    //
-                                              "0.05 range Quomi beacon",      //
-                                              "0.05 updates significant on",  // in turns of their own
-                                              "0.05 backgroundTask end 1",    //
-                                              "0.05 range Quomi beacon", "0.1 response 200 /u_applications/limits.json",
-                                              "0.1 request POST /u_app_users/find_or_create_by_udid.json",
-                                              "0.15 response 200 /u_app_users/find_or_create_by_udid.json",
-                                              "0.15 backgroundTask begin 2",  // the rules follow the user
-                                              "0.15 backgroundTask end 2",
-                                              "5 updates significant off",         //
-                                              "5 unmonitor Quomi beacon service",  //
-                                              "5 unrange Quomi beacon",            //
-                                              "5 unmonitor Quomi beacon",          //
-                                              "5 call stop"));
-}
 
 TEST_F(ReplayTest, ARelaunchFindsStoreAndRegionsAndHearsThePhoneOnlyAfterStartHasReturned) {
     auto visit = shopVisit(R"([{"at": 0, "call": "start"}])");
@@ -106,8 +44,7 @@ TEST_F(ReplayTest, TimersComeBeforeAnswersAndBothBeforeStepsOfTheirTime) {
     // At 6.05 the SDK notices that a beacon last heard at 2 is gone, an answer arrives and a step is due.
     auto visit = shopVisit(R"([
         {"at": 0, "call": "start"},
-        {"at": 2, "range": [{"uuid": "6b6e1b5a-0c0d-4a6e-9e62-0000000000b1", "major": 1, "minor": 7,
-                             "proximity": "near", "accuracy": 1.5, "rssi": -64}]},
+        )" + near(2, 7) + R"(,
         {"at": 3, "call": "updateUserInformation"},
         {"at": 6.05, "call": "getDebugFileContent"}])");
     answersOf(visit)["POST /u_app_users/find_or_create_by_udid.json"] =
@@ -130,56 +67,40 @@ constexpr const char* kPackets =
     "15000,scan,,,,,\n";
 
 TEST_F(ReplayTest, PacketsBeginWithTheFirstRowAndRunAtTheirSpeed) {
-    struct Case {
-        const char* step;
-        const char* entry;
-        const char* found;
-        const char* exit;
-    };
     // Ranging began at 0.05, so reports come at 1.05, 2.05, …
-    const std::vector<Case> cases = {
+    const Table<const char*, const char*, const char*, const char*> cases = {
         {R"({"at": 10, "packets": {"csv": "packets.csv"}})", "11", "11.05", "44"},
         {R"({"at": 10, "packets": {"csv": "packets.csv", "speed": 2}})", "10.5", "11.05", "42"},
         {R"({"at": 10.25, "packets": {"csv": "packets.csv", "speed": 0.8}})", "11.5", "12.05", "45.25"},
     };
     bench.write("packets.csv", kPackets);
-    for (const auto& some : cases) {
-        SCOPED_TRACE(some.step);
-        const auto replayed = bench.play(shopVisit(std::string(R"([{"at": 0, "call": "start"}, )") + some.step + "]"));
-        const std::string entry = some.entry + std::string(" delegate didEnterBeaconRegion ") + kShopUUID;
+    for (const auto& [step, entered, found, exit] : cases) {
+        SCOPED_TRACE(step);
+        const auto replayed = bench.play(shopVisit(std::string(R"([{"at": 0, "call": "start"}, )") + step + "]"));
+        const std::string entry = entered + std::string(" delegate didEnterBeaconRegion B1");
         // The phone tells the state and then the entry, and the SDK takes each for an entry.
         EXPECT_THAT(replayed.lines("delegate didEnterBeaconRegion"), ElementsAre(entry, entry));
         EXPECT_THAT(replayed.lines("delegate didFindNewBeacon"),
-                    ElementsAre(some.found + std::string(" delegate didFindNewBeacon 1-7")));
+                    ElementsAre(found + std::string(" delegate didFindNewBeacon 1-7")));
         EXPECT_THAT(replayed.lines("delegate didExitBeaconRegion"),
-                    ElementsAre(some.exit + std::string(" delegate didExitBeaconRegion ") + kShopUUID));
+                    ElementsAre(exit + std::string(" delegate didExitBeaconRegion B1")));
     }
 }
 
 TEST_F(ReplayTest, APacketTakesThePlaceOfItsStepAmongThoseOfEqualTime) {
-    struct Case {
-        const char* timeline;
-        std::size_t entries;
-    };
-    const std::vector<Case> cases = {
+    const Table<const char*, std::size_t> cases = {
         {R"([{"at": 0, "call": "start"}, {"at": 9, "packets": {"csv": "p.csv"}}, {"at": 10, "call": "stop"}])", 2},
         {R"([{"at": 0, "call": "start"}, {"at": 10, "call": "stop"}, {"at": 9, "packets": {"csv": "p.csv"}}])", 0},
     };
     bench.write("p.csv", kPackets);
-    for (const auto& some : cases) {
-        const auto replayed = bench.play(shopVisit(some.timeline));
-        EXPECT_EQ(replayed.lines("delegate didEnterBeaconRegion").size(), some.entries) << some.timeline;
+    for (const auto& [timeline, entries] : cases) {
+        const auto replayed = bench.play(shopVisit(timeline));
+        EXPECT_EQ(replayed.lines("delegate didEnterBeaconRegion").size(), entries) << timeline;
     }
 }
 
 TEST_F(ReplayTest, EndsAsTheVisitSaysOrAMinuteAfterTheLastStep) {
-    struct Case {
-        const char* name;
-        const char* timeline;
-        const char* end;
-        double lastMoment;
-    };
-    const std::vector<Case> cases = {
+    const Table<const char*, const char*, const char*, double> cases = {
         {"last step", R"([{"at": 0, "call": "start"}, {"at": 20, "app": "active"}])", nullptr, 80},
         {"last in time", R"([{"at": 20, "app": "active"}, {"at": 0, "call": "start"}])", nullptr, 80},
         {"repetition", R"([{"at": 0, "call": "start"}, {"at": 1, "every": 4, "until": 12, "app": "active"}])", nullptr,
@@ -190,14 +111,14 @@ TEST_F(ReplayTest, EndsAsTheVisitSaysOrAMinuteAfterTheLastStep) {
         {"said", R"([{"at": 0, "call": "start"}, {"at": 90, "call": "stop"}])", "30.5", 30.5},
     };
     bench.write("p.csv", kPackets);
-    for (const auto& some : cases) {
-        SCOPED_TRACE(some.name);
+    for (const auto& [name, timeline, end, lastMoment] : cases) {
+        SCOPED_TRACE(name);
         for (const bool isInTime : {true, false}) {
-            auto visit = shopVisit(some.timeline);
+            auto visit = shopVisit(timeline);
             visit["app"].as_object()["settings"] = asJson(R"({"requestTimeout": 1000})");
             auto& answer = answersOf(visit)["GET /u_applications/query.json"].as_object();
-            answer["delay"] = isInTime ? some.lastMoment : some.lastMoment + 0.001;
-            if (some.end != nullptr) visit["end"] = asJson(some.end);
+            answer["delay"] = isInTime ? lastMoment : lastMoment + 0.001;
+            if (end != nullptr) visit["end"] = asJson(end);
             const auto replayed = bench.play(visit);
             EXPECT_EQ(replayed.status, 0);
             EXPECT_EQ(replayed.lines("response").size(), isInTime ? 1U : 0U);
@@ -211,10 +132,9 @@ TEST_F(ReplayTest, WhatComesDueWhileTheAppIsSuspendedComesInOrderOnResuming) {
         {"at": 0, "call": "start"},
         {"at": 2, "call": "updateUserInformation"},
         {"at": 3, "app": "suspend"},
-        {"at": 4, "range": [{"uuid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1", "major": 1, "minor": 7,
-                             "proximity": "near", "accuracy": 1.5, "rssi": -64}]},
+        )" + near(4, 7) + R"(,
         {"at": 6, "call": "getDebugFileContent"},
-        {"at": 8, "enterBeaconRegion": "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1"},
+        {"at": 8, "enterBeaconRegion": "B1"},
         {"at": 20, "app": "resume"}])");
     answersOf(visit)["POST /u_app_users/find_or_create_by_udid.json"] =
         asJson(R"([{"json": {}}, {"json": {}, "delay": 3}])");
@@ -232,7 +152,7 @@ TEST_F(ReplayTest, WhatComesDueWhileTheAppIsSuspendedComesInOrderOnResuming) {
         "20 callback updateUserInformation success",
         "20 call getDebugFileContent ",
         "20 range Quomi beacon",
-        std::string("20 delegate didEnterBeaconRegion ") + kShopUUID,
+        "20 delegate didEnterBeaconRegion B1",
     };
     ASSERT_GE(lines.size(), expected.size());
     lines.resize(expected.size());

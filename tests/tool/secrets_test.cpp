@@ -1,18 +1,8 @@
 #include "quomi/core/settings.h"
 #include "tests/tool/replay_support.h"
 
-#include <fstream>
-#include <iterator>
-
-#include <boost/json/serialize.hpp>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 namespace quomi::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::Not;
 
 const char* const kBeacons = R"({"query_params": {}, "valid_until": "2099-01-01T00:00:00Z", "remove_ids": [],
     "u_beacons": [{"id": "door", "name": "Door", "proximity_uid": "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2", "major": 1,
@@ -59,8 +49,7 @@ TEST(Guarantees, NoLogHoldsASecret) {
     std::string stored;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(bench.state())) {
         if (!entry.is_regular_file()) continue;
-        std::ifstream file(entry.path(), std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+        const auto bytes = contentOf(entry.path());
         const bool isStore = entry.path().filename().string().starts_with(kQuomiSQLiteStoreFile);
         if (isStore) stored += bytes;
         EXPECT_THAT(bytes, Not(HasSubstr("CANARYtoken"))) << entry.path();

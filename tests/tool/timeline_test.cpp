@@ -1,13 +1,9 @@
 #include "tools/quomi/timeline/timeline.h"
 
+#include "tests/support/prelude.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 #include "tools/quomi/timeline/visit_summary.h"
-
-#include <sstream>
-
-#include <boost/json/parse.hpp>
-#include <gtest/gtest.h>
 
 namespace quomi::tool {
 namespace {

@@ -2,37 +2,18 @@
 #include "tests/tool/replay_support.h"
 #include "tools/quomi/replay/geojson.h"
 
-#include <algorithm>
-#include <chrono>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <sstream>
-
-#include <boost/json/parse.hpp>
-#include <boost/json/serialize.hpp>
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::test {
 namespace {
 
 namespace json = boost::json;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 const std::filesystem::path kTracks = QUOMI_SHARED_DATA_DIR "/tracks";
 const std::string kTown = QUOMI_SOURCE_DIR "/examples/town/visit.json";
 
-std::string readFile(const std::filesystem::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 json::array featuresOf(const std::filesystem::path& path) {
-    const auto collection = json::parse(readFile(path));
+    const auto collection = json::parse(contentOf(path));
     EXPECT_EQ(collection.at("type"), "FeatureCollection");
     return collection.at("features").as_array();
 }
@@ -138,9 +119,9 @@ TEST_F(WalkReplayTest, AGeoJsonFileThatCannotBeWrittenIsAFailureAndLeavesWhatWas
         EXPECT_THAT(run.err, HasSubstr("cannot be written"));
     }
     EXPECT_EQ(bench_.run({(bench_.folder() / "no.json").string(), "--geojson", old.string()}).status, 2);
-    EXPECT_EQ(readFile(old), "old");
+    EXPECT_EQ(contentOf(old), "old");
     EXPECT_EQ(bench_.run({file, "--geojson", (bench_.folder() / "link").string()}).status, 0);
-    EXPECT_THAT(readFile(old), HasSubstr("FeatureCollection")) << "what the link names is replaced";
+    EXPECT_THAT(contentOf(old), HasSubstr("FeatureCollection")) << "what the link names is replaced";
     EXPECT_TRUE(std::filesystem::is_symlink(bench_.folder() / "link"));
     EXPECT_FALSE(std::filesystem::exists(old.string() + ".tmp"));
 }
@@ -172,43 +153,6 @@ TEST(GeoJsonTest, AGeofenceIsARingAtItsRadiusAndItsCenter) {
     EXPECT_EQ(features[0].at("geometry").at("coordinates").at(0).as_array().size(), 65U);
     EXPECT_EQ(features[1].at("geometry"), asJson(R"({"type": "Point", "coordinates": [2, 1]})"));
     EXPECT_EQ(features[1].at("properties").at("radius"), 9);
-}
-
-TEST_F(WalkReplayTest, TheTownOfTheExamplesPlays) {
-    const auto out = bench_.folder() / "town.geojson";
-    const auto run = bench_.run({kTown, "--json", "--geojson", out.string()});
-    EXPECT_EQ(run.status, 0) << run.err;
-    const auto features = featuresOf(out);
-    EXPECT_EQ(features[0].at("geometry").at("coordinates").as_array().size(), 102U);
-    auto kinds = kindsOf(features);
-    EXPECT_EQ(kinds["delegate didFindNewBeacon"], 1);
-    EXPECT_EQ(kinds["delegate didReceiveEnterRegionNotification"], 3);
-    for (const char* rule : {"rule-leaving-the-gate", "rule-dwell", "rule-window"}) {
-        EXPECT_THAT(run.out, HasSubstr(fmt::format(R"("rule":"{}","owner")", rule)));
-    }
-    EXPECT_THAT(run.out, HasSubstr(R"("decision":"latched","detail":{"seconds":60})"));
-    EXPECT_EQ(bench_.run({kTown, "--json"}).out, run.out) << "the same bytes, drawn or not";
-}
-
-TEST_F(WalkReplayTest, RecordedTracksPlayToTheirEnd) {
-    if (!std::filesystem::exists(kTracks)) GTEST_SKIP() << "the tracks are not here";
-    const std::map<std::string, std::pair<std::size_t, double>> tracks = {{"bus_limerick.gpx", {2144, 4476}},
-                                                                          {"bike_berkshire.gpx", {857, 2887}},
-                                                                          {"hike_alps_all_day.gpx", {3540, 36624}}};
-    for (const auto& [name, expected] : tracks) {
-        const auto out = bench_.folder() / "out.geojson";
-        const auto began = std::clock();
-        const auto played =
-            bench_.play(visit(fmt::format(R"([{{"at": 0, "call": "start"}}, {{"at": 0, "walk": {{"gpx": "{}"}}}}])",
-                                          (kTracks / name).string())),
-                        {"--geojson", out.string()});
-        EXPECT_LT(static_cast<double>(std::clock() - began) / CLOCKS_PER_SEC, 5.0) << "even with sanitizers";
-        EXPECT_EQ(played.status, 0);
-        const auto features = featuresOf(out);
-        const auto& track = features[0];
-        EXPECT_EQ(track.at("geometry").at("coordinates").as_array().size(), expected.first) << name;
-        EXPECT_EQ(track.at("properties").at("times").as_array().back().to_number<double>(), expected.second) << name;
-    }
 }
 
 }  // namespace

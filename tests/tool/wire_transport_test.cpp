@@ -2,21 +2,13 @@
 
 #include "hosts/simulated/observed_transport.h"
 #include "tests/support/loopback_server.h"
+#include "tests/support/prelude.h"
 
 #include <condition_variable>
 #include <mutex>
-#include <string>
-#include <vector>
-
-#include <fmt/format.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace quomi::tool {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 /// A server that echoes the target as a JSON text; "/slow" is answered only after "/fast".
 class WireTransportTest : public ::testing::Test {
@@ -77,12 +69,7 @@ TEST_F(WireTransportTest, AnswersComeInTheOrderOfSendingAtTheInstantOfSending) {
 }
 
 TEST_F(WireTransportTest, OnlyTheBaseUrlsAndTheirHostsStandForTheServer) {
-    struct Case {
-        const char* url;
-        const char* outcome;
-        std::vector<std::string> received;
-    };
-    const std::vector<Case> cases = {
+    const Table<const char*, const char*, std::vector<std::string>> cases = {
         {"https://own.test/api/a?b=c", "200", {"GET /a?b=c"}},
         {"https://own.test/other", "200", {"GET /other"}},
         {"HTTPS://Default.test/x", "200", {"GET /x"}},
@@ -93,16 +80,16 @@ TEST_F(WireTransportTest, OnlyTheBaseUrlsAndTheirHostsStandForTheServer) {
         {"/a", "connection", {}},
         {"", "connection", {}},
     };
-    for (const auto& some : cases) {
-        SCOPED_TRACE(some.url);
+    for (const auto& [url, outcome, received] : cases) {
+        SCOPED_TRACE(url);
         log_.clear();
         received_.clear();
-        const auto task = send(some.url);
-        EXPECT_THAT(log_, ElementsAre(std::string("request ") + some.url));
+        const auto task = send(url);
+        EXPECT_THAT(log_, ElementsAre(std::string("request ") + url));
         wire_.settle();
         ASSERT_EQ(log_.size(), 3U);
-        EXPECT_EQ(log_[1], fmt::format("response {} {}", some.outcome, some.url));
-        EXPECT_EQ(received_, some.received);
+        EXPECT_EQ(log_[1], fmt::format("response {} {}", outcome, url));
+        EXPECT_EQ(received_, received);
     }
 }
 

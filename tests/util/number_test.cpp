@@ -1,11 +1,8 @@
 #include "quomi/util/number.h"
 
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <string>
+#include "tests/support/prelude.h"
 
-#include <gtest/gtest.h>
+#include <cmath>
 
 namespace quomi {
 namespace {
@@ -23,38 +20,20 @@ TEST(Saturate, KeepsWhatFitsAndCutsTheRestToTheBounds) {
 
 TEST(DoubleOfText, ReadsTheNumberAtTheBeginning) {
     const double largest = std::numeric_limits<double>::max();
-    const struct {
-        std::string text;
-        double expected;
-    } cases[] = {
-        {"12.5", 12.5},
-        {"  \t-3", -3},
-        {"+7e2x", 700},
-        {".5", 0.5},
-        {"5.", 5},
-        {"12abc", 12},
-        {"1e", 1},
-        {"1e+", 1},
-        {"1,5", 1},
-        {"abc", 0},
-        {"", 0},
-        {"-", 0},
-        {".", 0},
-        {"+-1", 0},
-        {"nan", 0},
-        {"inf", 0},
-        {"0x10", 0},
-        {"1e999", largest},
-        {"-1e999", -largest},
-        {"1e99999999999999999999", largest},
-        {"0.0001e400", largest},
-        {std::string(400, '9') + ".5", largest},
-        {"1e-999", 0},
-        {"0." + std::string(400, '0') + "1e10", 0},
-        {"1e-99999999999999999999", 0},
-        {"0e999", 0},
-    };
-    for (const auto& [text, expected] : cases) EXPECT_EQ(doubleOfText(text), expected) << text;
+    for (const auto& [expected, texts] : Table<double, Strings>{
+             {12.5, {"12.5"}},
+             {-3, {"  \t-3"}},
+             {700, {"+7e2x"}},
+             {0.5, {".5"}},
+             {5, {"5."}},
+             {12, {"12abc"}},
+             {1, {"1e", "1e+", "1,5"}},
+             {0, {"abc", "", "-", ".", "+-1", "nan", "inf", "0x10", "1e-999", "0e999", "1e-99999999999999999999"}},
+             {0, {"0." + std::string(400, '0') + "1e10"}},
+             {-largest, {"-1e999"}},
+             {largest, {"1e999", "1e99999999999999999999", "0.0001e400", std::string(400, '9') + ".5"}}}) {
+        for (const auto& text : texts) EXPECT_EQ(doubleOfText(text), expected) << text;
+    }
 }
 
 TEST(IntegerOfText, ReadsTheIntegerAtTheBeginning) {

@@ -1,8 +1,6 @@
 #include "quomi/platform/application_helpers.h"
 #include "quomi/platform/device_helpers.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -81,12 +79,8 @@ private:
 };
 
 TEST(DeviceHelpers, SplitsTheSystemVersion) {
-    const struct {
-        const char* version;
-        std::size_t compounds;
-        int major;
-        int minor;
-    } cases[] = {{"17.4.1", 3, 17, 4}, {"9.0", 2, 9, 0}, {"18", 1, 18, 0}, {"", 1, 0, 0}, {"x.7b", 2, 0, 7}};
+    const Table<const char*, std::size_t, int, int> cases = {
+        {"17.4.1", 3, 17, 4}, {"9.0", 2, 9, 0}, {"18", 1, 18, 0}, {"", 1, 0, 0}, {"x.7b", 2, 0, 7}};
     for (const auto& [version, compounds, major, minor] : cases) {
         const TestDevice device(version);
         EXPECT_EQ(QuomiUtils::iOSVersionCompounds(device).size(), compounds) << version;

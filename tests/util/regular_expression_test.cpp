@@ -1,6 +1,6 @@
 #include "quomi/util/regular_expression.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -14,12 +14,7 @@ std::string replace(std::string_view text, std::string_view pattern, std::string
 }
 
 TEST(RegularExpression, FillsTheTemplate) {
-    const struct {
-        const char* text;
-        const char* pattern;
-        const char* templateText;
-        const char* expected;
-    } cases[] = {
+    const Table<const char*, const char*, const char*, const char*> cases = {
         {"Hi {firstName}, {x}!", "\\{(.*?)\\}", "$1", "Hi firstName, x!"},
         {"{}{", "\\{(.*?)\\}", "<$1>", "<>{"},
         {"no match", "\\{(.*?)\\}", "$1", "no match"},

@@ -1,7 +1,6 @@
 #include "quomi/util/text.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/prelude.h"
 
 namespace quomi {
 namespace {
@@ -22,11 +21,6 @@ TEST(Text, TrimRemovesWhiteSpaceAtTheEndsOnly) {
     EXPECT_FALSE(isEmpty(std::optional<std::string>("a")));
 }
 
-TEST(Text, ComponentsKeepEmptyParts) {
-    EXPECT_THAT(componentsSeparatedBy("a;;b;", ';'), testing::ElementsAre("a", "", "b", ""));
-    EXPECT_THAT(componentsSeparatedBy("", ';'), testing::ElementsAre(""));
-}
-
 TEST(Text, HexPairsAreReadAsFarAsTheyAreHex) {
     const std::pair<const char*, Bytes> cases[] = {
         {"", {}},
@@ -40,11 +34,6 @@ TEST(Text, HexPairsAreReadAsFarAsTheyAreHex) {
     for (const auto& [text, expected] : cases) EXPECT_EQ(hexStringToData(text), expected) << text;
     EXPECT_EQ(dataToHexString(Bytes{0x00, 0x0a, 0xff}), "000aff");
     EXPECT_EQ(dataToHexString({}), "");
-}
-
-TEST(Text, PadDataOnlyLengthens) {
-    EXPECT_EQ(padData({1, 2}, 4), (Bytes{1, 2, 0, 0}));
-    EXPECT_EQ(padData({1, 2, 3}, 2), (Bytes{1, 2, 3}));
 }
 
 TEST(Text, AverageCutsTheEndToTheLastIndex) {
