@@ -17,7 +17,7 @@ endif()
 
 add_library(quomi_options INTERFACE)
 target_compile_options(quomi_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   # g++ 12 warns of overlapping copies inside std::string's operator+ where there are none (GCC bug 105329).
