@@ -51,6 +51,15 @@ std::string geofencesAnswer(int count) {
     return text += "]}";
 }
 
+void placeAt(QuomiGeofence& geofence, double latitude, double longitude, double radius) {
+    geofence.latitude = latitude;
+    geofence.longitude = longitude;
+    geofence.radius = radius;
+    geofence.startDate = WallTime(std::chrono::days(18000));
+    geofence.endDate = WallTime(std::chrono::days(22000));
+    geofence.updatedAt = WallTime(std::chrono::days(20000));
+}
+
 BenchStore::BenchStore() {
     std::optional<Error> error;
     data = QuomiData::create(file, false, platform, errors, &error);

@@ -16,6 +16,9 @@ namespace quomi::bench {
 /// A server's answer of so many geofences with two rules each, about 800 bytes a geofence.
 [[nodiscard]] std::string geofencesAnswer(int count);
 
+/// Puts a geofence there (degrees, kilometres), valid from 2019 to 2030.
+void placeAt(QuomiGeofence& geofence, double latitude, double longitude, double radius);
+
 /// A phone with an empty store.
 struct BenchStore {
     BenchStore();

@@ -22,12 +22,7 @@ constexpr double kLongitude = 13.6;
 
 /// 100,000 geofences, of which about 2,500 lie within a degree: 40 to a degree of latitude, 15 to one of longitude.
 void placeInCountry(int number, QuomiGeofence& geofence) {
-    geofence.latitude = 40 + (number % 800) * 0.025;
-    geofence.longitude = 9 + (number / 800) * 0.065;
-    geofence.radius = 0.1;
-    geofence.startDate = WallTime(std::chrono::days(18000));
-    geofence.endDate = WallTime(std::chrono::days(22000));
-    geofence.updatedAt = WallTime(std::chrono::days(20000));
+    placeAt(geofence, 40 + (number % 800) * 0.025, 9 + (number / 800) * 0.065, 0.1);
 }
 
 /// The floor are the two searches that a position makes: what lies around it, and what lies around the phone.

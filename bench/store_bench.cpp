@@ -17,12 +17,7 @@ WallTime dateOf(double seconds) {
 
 /// Places on a grid of a town: about 2,500 of 100,000 lie in a box of a fifth of a degree.
 void placeInTown(int number, QuomiGeofence& geofence) {
-    geofence.latitude = 52 + (number % 316) * 0.004;
-    geofence.longitude = 13 + (number / 316) * 0.004;
-    geofence.radius = 100;
-    geofence.startDate = WallTime(std::chrono::days(18000));
-    geofence.endDate = WallTime(std::chrono::days(22000));
-    geofence.updatedAt = WallTime(std::chrono::days(20000));
+    placeAt(geofence, 52 + (number % 316) * 0.004, 13 + (number / 316) * 0.004, 100);
 }
 
 /// A geofence made by hand of the statement's row.
