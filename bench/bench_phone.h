@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/sdk.h"
+#include "quomi/sdk/sdk.h"
 
 #include <filesystem>
 #include <memory>

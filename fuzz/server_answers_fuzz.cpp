@@ -1,10 +1,10 @@
 // The server's answers on their way into a store.
 #include "fuzz/fuzz_input.h"
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/files.h"
 #include "quomi/util/json_readers.h"
 

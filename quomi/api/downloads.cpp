@@ -1,6 +1,6 @@
 #include "quomi/api/api_client.h"
 #include "quomi/api/url.h"
-#include "quomi/core/settings.h"
+#include "quomi/model/settings.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/text.h"
 #include "quomi/util/uuid.h"

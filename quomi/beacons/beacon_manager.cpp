@@ -1,8 +1,8 @@
 #include "quomi/beacons/beacon_manager.h"
 
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/region_text.h"

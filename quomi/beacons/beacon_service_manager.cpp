@@ -2,8 +2,8 @@
 
 #include "quomi/beacons/beacon.h"
 #include "quomi/beacons/beacon_security.h"
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 
 #include <utility>
 

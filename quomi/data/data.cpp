@@ -1,7 +1,7 @@
 #include "quomi/data/data.h"
 
-#include "quomi/core/errors.h"
 #include "quomi/data/store_file.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/application.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/files.h"

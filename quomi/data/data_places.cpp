@@ -1,7 +1,7 @@
 // The places of the store: geofences and beacons, and what is done alike with both.
-#include "quomi/core/errors.h"
 #include "quomi/data/data.h"
 #include "quomi/location/location_utils.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/clock.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/uuid.h"

@@ -1,8 +1,8 @@
 #include "quomi/data/data_updater.h"
 
-#include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/util/uuid.h"

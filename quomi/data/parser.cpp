@@ -1,9 +1,9 @@
 #include "quomi/data/parser.h"
 
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
 #include "quomi/data/data.h"
 #include "quomi/data/place_parsing.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/uuid.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "quomi/data/managed_object.h"
-#include "quomi/rules/history.h"
+#include "quomi/model/history.h"
 #include "quomi/util/time.h"
 
 #include <cstdint>

@@ -1,8 +1,8 @@
 #include "quomi/data/rule.h"
 
-#include "quomi/core/errors.h"
 #include "quomi/data/entity_type.h"
 #include "quomi/data/rule_owner.h"
+#include "quomi/model/errors.h"
 #include "quomi/util/json_readers.h"
 
 #include <utility>

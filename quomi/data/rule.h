@@ -2,8 +2,8 @@
 
 #include "quomi/beacons/proximity.h"
 #include "quomi/data/managed_object.h"
-#include "quomi/rules/action.h"
-#include "quomi/rules/history.h"
+#include "quomi/model/action.h"
+#include "quomi/model/history.h"
 #include "quomi/util/error.h"
 #include "quomi/util/time.h"
 

@@ -1,7 +1,7 @@
 #include "quomi/data/rule_owner.h"
 
-#include "quomi/core/errors.h"
 #include "quomi/data/entity_type.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/clock.h"
 #include "quomi/util/dates.h"
 

@@ -2,7 +2,7 @@
 
 #include "quomi/beacons/proximity.h"
 #include "quomi/data/rule.h"
-#include "quomi/rules/schedule.h"
+#include "quomi/model/schedule.h"
 
 #include <string_view>
 

@@ -1,10 +1,10 @@
 #include "quomi/data/store_file.h"
 
-#include "quomi/core/errors.h"
 #include "quomi/data/migration.h"
 #include "quomi/data/prepared_statement.h"
 #include "quomi/data/schema.h"
 #include "quomi/data/schema_versions.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/files.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "quomi/location/location_manager.h"
 
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
 #include "quomi/location/location_utils.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 #include "quomi/rules/beacon_rule_executor.h"
 
 #include "quomi/beacons/beacon.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/rules/rule_gates.h"

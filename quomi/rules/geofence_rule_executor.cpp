@@ -1,6 +1,6 @@
 #include "quomi/rules/geofence_rule_executor.h"
 
-#include "quomi/core/errors.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/run_loop.h"

@@ -1,7 +1,7 @@
 #include "quomi/rules/notification_helpers.h"
 
+#include "quomi/model/notification_rights.h"
 #include "quomi/platform/notification_center.h"
-#include "quomi/rules/notification_rights.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,8 +1,8 @@
 #include "quomi/api/callback.h"
-#include "quomi/core/settings.h"
+#include "quomi/model/notify_server_response.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/application.h"
 #include "quomi/rules/action_executor.h"
-#include "quomi/rules/notify_server_response.h"
 #include "quomi/rules/rule_executor.h"
 #include "quomi/util/text.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "quomi/data/data.h"
-#include "quomi/rules/action.h"
+#include "quomi/model/action.h"
 #include "quomi/rules/latch_timers.h"
 #include "quomi/rules/rule_context.h"
 

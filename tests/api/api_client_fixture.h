@@ -3,8 +3,8 @@
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/api/api_client.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/platform.h"
 #include "tests/support/prelude.h"
 

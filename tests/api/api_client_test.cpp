@@ -1,6 +1,6 @@
 #include "quomi/api/api_client.h"
 
-#include "quomi/core/user.h"
+#include "quomi/model/user.h"
 #include "tests/api/api_client_fixture.h"
 
 namespace quomi::test {

@@ -1,7 +1,7 @@
 #include "quomi/api/server_notification.h"
 
-#include "quomi/core/errors.h"
-#include "quomi/rules/notify_server_response.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/notify_server_response.h"
 #include "tests/api/api_client_fixture.h"
 
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "quomi/core/errors.h"
+#include "quomi/model/errors.h"
 #include "tests/beacons/manager_bench.h"
 
 namespace quomi::test {

@@ -1,7 +1,7 @@
 #include "quomi/beacons/beacon_service_manager.h"
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/settings.h"
+#include "quomi/model/settings.h"
 #include "tests/support/prelude.h"
 
 namespace quomi {

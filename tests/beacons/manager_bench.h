@@ -2,8 +2,8 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/beacons/beacon_manager.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/settings.h"
 #include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 

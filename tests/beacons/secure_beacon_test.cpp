@@ -2,8 +2,8 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/beacons/beacon_security.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/settings.h"
 #include "quomi/util/dates.h"
 #include "tests/support/prelude.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "hosts/posix/files.h"
-#include "quomi/core/errors.h"
 #include "quomi/data/store_file.h"
+#include "quomi/model/errors.h"
 #include "quomi/platform/localization.h"
 #include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"

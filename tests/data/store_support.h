@@ -1,9 +1,9 @@
 #pragma once
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/errors.h"
-#include "quomi/core/settings.h"
 #include "quomi/data/data.h"
+#include "quomi/model/errors.h"
+#include "quomi/model/settings.h"
 #include "quomi/platform/files.h"
 #include "tests/support/prelude.h"
 

@@ -1,8 +1,8 @@
 #include "quomi/location/location_manager.h"
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/settings.h"
 #include "quomi/diagnostics/debug_log.h"
+#include "quomi/model/settings.h"
 #include "tests/support/prelude.h"
 
 namespace quomi {

@@ -9,67 +9,48 @@ namespace quomi::test {
 
 namespace {
 
-/// A group of files that share a floor.
-struct Room {
-    std::string_view name;
-    std::vector<std::string_view> standsOn;        ///< may include these, and whatever those stand on
-    std::vector<std::string_view> mayAlsoInclude;  ///< these as well, but not what they stand on
-};
-
-constexpr std::string_view kLowCoreFiles[] = {"errors", "settings", "user", "version"};
-
-const std::vector<Room>& rooms() {
-    static const std::vector<Room> all = {
-        {"util", {}, {}},
-        {"platform", {"util"}, {}},
-        {"low core", {"platform"}, {}},
-        {"diagnostics", {"low core"}, {}},
-        {"beacons", {"diagnostics"}, {}},
-        {"location", {"diagnostics"}, {}},
-        // The values of the rules lie below the data, their executors above it.
-        {"rules", {"beacons", "location"}, {"data", "api"}},
-        {"data", {"rules"}, {}},
-        {"api", {"data"}, {}},
-        // A watch near the roof that happens to be told of in the diagnostics.
-        {"authorization watch", {"data"}, {}},
-        {"core", {"api", "authorization watch"}, {}},
-        {"umbrella", {"core"}, {}},
-        {"hosts/posix", {"core"}, {}},
-        {"hosts/simulated", {"hosts/posix"}, {}},
-        {"tools", {"hosts/simulated"}, {}},
+/// From the ground up. A file includes only its own room and the floors below it.
+const std::vector<std::vector<std::string_view>>& floors() {
+    static const std::vector<std::vector<std::string_view>> all = {
+        {"quomi/util"},
+        {"quomi/platform"},
+        {"quomi/diagnostics"},
+        {"quomi/model"},
+        {"quomi/beacons", "quomi/location"},
+        {"quomi/data"},
+        {"quomi/api"},
+        {"quomi/rules"},
+        {"quomi/sdk"},
+        {"quomi/quomi.h"},
+        {"hosts/posix"},
+        {"hosts/simulated"},
+        {"tools/quomi"},
     };
     return all;
 }
 
-/// Name of the room in which the file is; empty for those whose includes are free (tests, benchmarks, fuzzers).
-std::string roomOf(std::string_view path) {
-    if (path == "quomi/quomi.h") return "umbrella";
-    if (path.starts_with("quomi/diagnostics/authorization_")) return "authorization watch";
-    if (path.starts_with("quomi/core/")) {
-        const std::string_view file = path.substr(11);
-        const auto isLow = [&](std::string_view name) { return file.substr(0, file.find('.')) == name; };
-        return std::ranges::any_of(kLowCoreFiles, isLow) ? "low core" : "core";
+constexpr std::string_view kNoFloor = "a room without a floor";
+
+/// The room in which the file is; empty for those whose includes are free (tests, benchmarks, fuzzers).
+std::string_view roomOf(std::string_view path) {
+    for (const auto& floor : floors()) {
+        for (const std::string_view room : floor) {
+            if (path == room || (path.starts_with(room) && path[room.size()] == '/')) return room;
+        }
     }
-    if (path.starts_with("quomi/")) return std::string(path.substr(6, path.find('/', 6) - 6));
-    if (path.starts_with("hosts/")) return std::string(path.substr(0, path.find('/', 6)));
-    return path.starts_with("tools/") ? "tools" : "";
+    const bool isBuiltFrom = path.starts_with("quomi/") || path.starts_with("hosts/") || path.starts_with("tools/");
+    return isBuiltFrom ? kNoFloor : std::string_view();
 }
 
-bool contains(const std::vector<std::string_view>& names, std::string_view name) {
-    return std::ranges::find(names, name) != names.end();
-}
-
-bool standsOn(std::string_view from, std::string_view to) {
-    const auto room = std::ranges::find(rooms(), from, &Room::name);
-    if (room == rooms().end()) return false;
-    const auto reaches = [&](std::string_view below) { return below == to || standsOn(below, to); };
-    return std::ranges::any_of(room->standsOn, reaches);
+std::size_t floorOf(std::string_view room) {
+    const auto holds = [&](const auto& floor) { return std::ranges::find(floor, room) != floor.end(); };
+    return static_cast<std::size_t>(std::ranges::find_if(floors(), holds) - floors().begin());
 }
 
 bool mayInclude(std::string_view from, std::string_view to) {
-    if (from.empty() || from == to || standsOn(from, to)) return true;
-    const auto room = std::ranges::find(rooms(), from, &Room::name);
-    return room != rooms().end() && contains(room->mayAlsoInclude, to);
+    if (from.empty()) return true;
+    if (from == kNoFloor || to == kNoFloor || to.empty()) return false;
+    return from == to || floorOf(to) < floorOf(from);
 }
 
 /// Where headers of a foreign library may be included; nowhere below quomi/, hosts/ and tools/ when there is no place.
@@ -214,11 +195,11 @@ std::vector<std::string> findUnknownIncludes(const std::vector<SourceFile>& sour
 std::vector<std::string> findUpwardIncludes(const std::vector<SourceFile>& sources) {
     std::vector<std::string> findings;
     for (const SourceFile& source : sources) {
-        const std::string from = roomOf(source.path);
+        const std::string_view from = roomOf(source.path);
         for (const Include& include : source.includes) {
             if (!include.isQuoted) continue;
-            const std::string to = roomOf(include.name);
-            if (!mayInclude(from, to)) findings.push_back(at(source, include) + ", which is not below " + from);
+            if (mayInclude(from, roomOf(include.name))) continue;
+            findings.push_back(at(source, include) + ", which is not below " + std::string(from));
         }
     }
     return findings;

@@ -88,21 +88,21 @@ TEST(StructureChecks, FindIncludesThatReachUp) {
     for (const auto& [from, to, isAllowed] : Table<std::string, std::string, bool>{
              {"quomi/util/a.h", "quomi/util/b.h", true},
              {"quomi/util/a.h", "quomi/platform/b.h", false},
-             {"quomi/platform/a.cpp", "quomi/core/errors.h", false},
-             {"quomi/core/settings.cpp", "quomi/core/user.h", true},
-             {"quomi/core/settings.cpp", "quomi/core/sdk.h", false},
-             {"quomi/diagnostics/authorization_watch.cpp", "quomi/location/b.h", true},
-             {"quomi/diagnostics/debug_log.cpp", "quomi/diagnostics/authorization_watch.h", false},
+             {"quomi/platform/a.cpp", "quomi/model/errors.h", false},
+             {"quomi/model/settings.cpp", "quomi/model/user.h", true},
+             {"quomi/model/settings.cpp", "quomi/sdk/sdk.h", false},
+             {"quomi/sdk/authorization_watch.cpp", "quomi/location/b.h", true},
+             {"quomi/diagnostics/debug_log.cpp", "quomi/sdk/authorization_watch.h", false},
              {"quomi/beacons/a.h", "quomi/location/b.h", false},
              {"quomi/rules/a.cpp", "quomi/data/b.h", true},
              {"quomi/data/a.cpp", "quomi/api/b.h", false},
-             {"quomi/core/sdk.cpp", "hosts/posix/b.h", false},
-             {"quomi/core/sdk.cpp", "quomi/quomi.h", false},
+             {"quomi/sdk/sdk.cpp", "hosts/posix/b.h", false},
+             {"quomi/sdk/sdk.cpp", "quomi/quomi.h", false},
              {"quomi/new_room/a.h", "quomi/util/b.h", false},
              {"quomi/util/a.h", "tests/support/b.h", false},
              {"hosts/simulated/a.h", "hosts/posix/b.h", true},
              {"hosts/simulated/a.h", "tools/quomi/b.h", false},
-             {"tests/core/a.cpp", "tools/quomi/b.h", true}}) {
+             {"tests/sdk/a.cpp", "tools/quomi/b.h", true}}) {
         const auto findings = findUpwardIncludes(treeOf({{from, "\n#include \"" + to + "\"\n"}}));
         EXPECT_EQ(findings.size(), isAllowed ? 0U : 1U) << from << " includes " << to;
         if (!isAllowed) {
@@ -114,7 +114,7 @@ TEST(StructureChecks, FindIncludesThatReachUp) {
 TEST(StructureChecks, FindLibrariesOutsideTheirRooms) {
     for (const auto& [from, header, isAllowed] :
          Table<std::string, std::string, bool>{{"quomi/data/a.h", "SQLiteCpp/Database.h", true},
-                                               {"quomi/core/a.h", "SQLiteCpp/Database.h", false},
+                                               {"quomi/sdk/a.h", "SQLiteCpp/Database.h", false},
                                                {"hosts/posix/a.h", "sqlite3.h", false},
                                                {"tools/quomi/a.h", "iostream", true},
                                                {"quomi/util/a.h", "iostream", false},
@@ -150,7 +150,7 @@ TEST(StructureChecks, TellCallsFromWhatLooksLikeThem) {
         {"fmt::format_to(out, 1);", false},
     };
     for (const auto& [code, isFound] : cases) {
-        EXPECT_EQ(!findForbiddenCalls(treeOf({{"quomi/core/a.cpp", code}})).empty(), isFound) << code;
+        EXPECT_EQ(!findForbiddenCalls(treeOf({{"quomi/sdk/a.cpp", code}})).empty(), isFound) << code;
     }
 }
 

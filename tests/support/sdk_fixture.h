@@ -2,8 +2,8 @@
 
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/sdk.h"
-#include "quomi/core/settings.h"
+#include "quomi/model/settings.h"
+#include "quomi/sdk/sdk.h"
 #include "tests/support/prelude.h"
 #include "tests/support/temporary_directory.h"
 

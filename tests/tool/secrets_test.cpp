@@ -1,4 +1,4 @@
-#include "quomi/core/settings.h"
+#include "quomi/model/settings.h"
 #include "tests/tool/replay_support.h"
 
 namespace quomi::test {

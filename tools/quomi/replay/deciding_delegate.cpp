@@ -1,6 +1,6 @@
 #include "tools/quomi/replay/deciding_delegate.h"
 
-#include "quomi/core/sdk_delegate.h"
+#include "quomi/sdk/sdk_delegate.h"
 #include "tools/quomi/visit/visit.h"
 
 #include <utility>

@@ -1,9 +1,9 @@
 #include "tools/quomi/replay/replay_host.h"
 
 #include "hosts/simulated/simulated_phone.h"
-#include "quomi/core/sdk.h"
-#include "quomi/core/settings.h"
-#include "quomi/diagnostics/authorization_manager.h"
+#include "quomi/model/settings.h"
+#include "quomi/sdk/authorization_manager.h"
+#include "quomi/sdk/sdk.h"
 #include "tools/quomi/replay/setting_fields.h"
 #include "tools/quomi/visit/visit.h"
 

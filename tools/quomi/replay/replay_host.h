@@ -1,6 +1,6 @@
 #pragma once
 
-#include "quomi/core/sdk_delegate.h"
+#include "quomi/sdk/sdk_delegate.h"
 #include "tools/quomi/replay/deciding_delegate.h"
 #include "tools/quomi/replay/trace.h"
 

@@ -1,6 +1,6 @@
 #include "tools/quomi/replay/setting_fields.h"
 
-#include "quomi/core/settings.h"
+#include "quomi/model/settings.h"
 #include "quomi/util/json_readers.h"
 
 #include <map>

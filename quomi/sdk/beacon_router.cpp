@@ -1,0 +1,158 @@
+#include "quomi/sdk/beacon_router.h"
+
+#include "quomi/beacons/beacon_security.h"
+#include "quomi/data/data.h"
+#include "quomi/data/data_updater.h"
+#include "quomi/model/settings.h"
+#include "quomi/platform/clock.h"
+#include "quomi/rules/beacon_rule_executor.h"
+#include "quomi/sdk/host_delegate.h"
+
+#include <string>
+#include <utility>
+
+#include <boost/json/object.hpp>
+
+namespace quomi {
+
+namespace {
+
+using Record = std::shared_ptr<QuomiBeaconData>;
+using ErrorSlot = std::optional<Error>*;
+
+/// The beacon's dictionary is made only for a host that wants it: thousands of reports a second may come by here.
+template <class Operation>
+void tellOfBeacon(const HostDelegate& host, Operation operation, const QuomiBeacon& beacon) {
+    if (host.implements(operation)) host.tell(operation, beacon.name(), beacon.dictionary());
+}
+
+template <class Operation>
+void tellOfRegion(const HostDelegate& host, Operation operation, const BeaconRegion& region) {
+    host.tell(operation, region.proximityUUID.string(), boost::json::object());
+}
+
+}  // namespace
+
+BeaconRouter::BeaconRouter(RoutingContext context, QuomiBeaconActionExecutor& executor)
+    : context_(std::move(context)), executor_(executor) {
+    didEnterBeaconRegion = [this](const BeaconRegion& region) {
+        tellOfRegion(context_.host, &QuomiSDKDelegate::didEnterBeaconRegion, region);
+        route(region, kTriggerOnEntry, [this](const Record& record, ErrorSlot error) {
+            return executor_.executeRegionEnteredActions(record, error);
+        });
+    };
+    didExitBeaconRegion = [this](const BeaconRegion& region) {
+        tellOfRegion(context_.host, &QuomiSDKDelegate::didExitBeaconRegion, region);
+        route(region, kTriggerOnExit, [this](const Record& record, ErrorSlot error) {
+            return executor_.executeRegionExitedActions(record, error);
+        });
+    };
+    didFindBeacon = [this](const QuomiBeacon& beacon) {
+        tellOfBeacon(context_.host, &QuomiSDKDelegate::didFindNewBeacon, beacon);
+        logBeaconEvent(kTriggerOnEntry, beacon);
+        route(beacon, [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
+            return executor_.executeBeaconFoundActions(record, proximity, error);
+        });
+    };
+    didLoseBeacon = [this](const QuomiBeacon& beacon) {
+        tellOfBeacon(context_.host, &QuomiSDKDelegate::didLoseBeaconSignal, beacon);
+        logBeaconEvent(kTriggerOnExit, beacon);
+        route(beacon, [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
+            return executor_.executeBeaconLostActions(record, proximity, error);
+        });
+    };
+    // The beacon's own accuracy counts, not the one that is told: deliberate, they are the same unless a host changed
+    // something meanwhile.
+    didUpdateBeacon = [this](const QuomiBeacon& beacon, QuomiProximity oldProximity, double oldAccuracy,
+                             QuomiProximity newProximity, double /*newAccuracy*/) {
+        tellOfBeacon(context_.host, &QuomiSDKDelegate::didUpdateBeacon, beacon);
+        route(beacon, [this, oldProximity, oldAccuracy, newProximity, accuracy = beacon.accuracy()](
+                          const Record& record, ErrorSlot error) {
+            return executor_.executeBeaconProximityChangedActions(record, oldProximity, oldAccuracy, newProximity,
+                                                                  accuracy, error);
+        });
+    };
+    didReceivePingFromBeacon = [this](const QuomiBeacon& beacon) {
+        tellOfBeacon(context_.host, &QuomiSDKDelegate::didReceivePingFromBeacon, beacon);
+    };
+}
+
+void BeaconRouter::route(const BeaconRegion& region, const char* trigger, const Execute& operation) {
+    if (ended_) return;
+    context_.logEvent({{"type", "region"},
+                       {"trigger", trigger},
+                       {"area_type", "beacon"},
+                       {"proximity_uuid", region.proximityUUID.string()}});
+    if (ended_) return;
+    std::optional<Error> error;
+    const auto records =
+        context_.data.getBeaconsByProximityUUID(region.proximityUUID, std::nullopt, std::nullopt, &error);
+    execute(records, error, {region.proximityUUID}, operation);
+}
+
+void BeaconRouter::route(const QuomiBeacon& beacon, const Execute& operation) {
+    if (ended_) return;
+    std::optional<Error> error;
+    const auto records = recordsOf(beacon, &error);
+    execute(records, error, {beacon.proximityUUID(), beacon.major(), beacon.minor()}, operation);
+}
+
+void BeaconRouter::execute(const Records& records, const std::optional<Error>& lookupError, const UpdateBeacons& update,
+                           const Execute& operation) {
+    if (lookupError) {
+        context_.host.forwardErrorToDelegate(lookupError);
+        return;
+    }
+    for (const auto& record : records) {
+        if (record->namespace_ != context_.settings.namespace_) continue;
+        std::optional<Error> failure;
+        operation(record, &failure);
+        if (ended_) return;
+        if (failure) context_.host.forwardErrorToDelegate(failure);
+        if (ended_) return;
+    }
+    context_.updater.performBeaconsDataUpdateIfNeeded(update);
+    context_.logNotificationRights();
+}
+
+/// A secure beacon's minor is a code of the day: its record is found by major, and by the code that it would have.
+BeaconRouter::Records BeaconRouter::recordsOf(const QuomiBeacon& beacon, std::optional<Error>* error) const {
+    const int major = beacon.major();
+    const int minor = beacon.minor();
+    if (!beacon.isSecure()) {
+        return context_.data.getBeaconsByProximityUUID(beacon.proximityUUID(), major, minor, error);
+    }
+    const auto now = context_.platform.clock.now();
+    const auto zone = context_.platform.clock.timeZone();
+    const auto isMatching = [&](const QuomiBeaconData& candidate) {
+        return QuomiBeaconSecurity::isAdvertisementMatchingCRCCode(
+            static_cast<std::uint16_t>(minor), now, zone, candidate.serialNumber.value_or(""),
+            candidate.sharedSecret.value_or(""), static_cast<std::uint16_t>(major), true);
+    };
+    return context_.data.getBeaconsByProximityUUID(beacon.proximityUUID(), major, isMatching, error);
+}
+
+void BeaconRouter::logBeaconEvent(const char* trigger, const QuomiBeacon& beacon) const {
+    if (ended_) return;
+    context_.logEvent({{"type", "view"},
+                       {"trigger", trigger},
+                       {"area_type", "beacon"},
+                       {"proximity_uuid", beacon.proximityUUID().string()},
+                       {"major", std::to_string(beacon.major())},
+                       {"minor", std::to_string(beacon.minor())}});
+}
+
+BeaconServiceRouter::BeaconServiceRouter(RoutingContext context) : context_(std::move(context)) {
+    // The check code is not looked at, deliberately: the server knows its beacons by their service identifiers.
+    didFindLowBatteryAdvertisement = [this](const Uuid& proximityUUID, std::uint16_t serviceID,
+                                            std::uint16_t /*crc16Code*/) {
+        auto alert = std::make_shared<QuomiBatteryAlert>();
+        alert->date = context_.platform.clock.now();
+        alert->appNamespace = context_.settings.namespace_.value_or("");
+        alert->proximityUUID = proximityUUID.string();
+        alert->serviceID = std::to_string(serviceID);
+        context_.data.sendBatteryAlert(alert);
+    };
+}
+
+}  // namespace quomi
