@@ -31,8 +31,8 @@ void BeaconRadio::hear(const Packet& packet) {
     if (!model_.hear(packet, loop_.monotonicNow())) return;
     watchForExit(uuid);
     if (!location_.isMonitored(uuid)) return;
-    location_.beaconRegionState(uuid, RegionState::inside);
     location_.enterBeaconRegion(uuid);
+    location_.beaconRegionState(uuid, RegionState::inside);
 }
 
 void BeaconRadio::rangingBegan(const BeaconRegion& region) {
@@ -76,8 +76,8 @@ void BeaconRadio::exitIfDue(const Uuid& proximityUUID) {
     if (*due > loop_.monotonicNow()) return watchForExit(proximityUUID);
     model_.setOutside(proximityUUID);
     if (!location_.isMonitored(proximityUUID)) return;
-    location_.beaconRegionState(proximityUUID, RegionState::outside);
     location_.exitBeaconRegion(proximityUUID);
+    location_.beaconRegionState(proximityUUID, RegionState::outside);
 }
 
 }  // namespace quomi::simulated

@@ -12,8 +12,8 @@ namespace quomi::simulated {
 
 /// Carries packets from the air through the phone model to the phone's location services. Once it is switched on, each
 /// ranged region gets a report once a second, counted from the moment ranging began, empty ones included; the first
-/// packet of a monitored UUID while outside is an entry (state callback, then entry callback), 30 s without one an exit
-/// (state, then exit).
+/// packet of a monitored UUID while outside is an entry (entry callback, then state callback), 30 s without one an exit
+/// (exit, then state).
 ///
 /// It belongs to the phone, not to the app: it listens on while the app is suspended.
 class BeaconRadio final : public BeaconInterest {

@@ -178,7 +178,7 @@ TEST_F(SimulatedPhoneTest, TheModelRangesOnTheBeatAndTellsEntryAndExit) {
     EXPECT_THAT(news(), ElementsAre("a range beacons")) << "3 s after ranging began";
     phone_.hearPacket({kShop, 1, 7, -59, -65});
     phone_.hearPacket({kShop, 1, 8, -59, -60});
-    EXPECT_THAT(news(), ElementsAre("a state beacons 1", "a enter beacons"));
+    EXPECT_THAT(news(), ElementsAre("a enter beacons", "a state beacons 1"));
     phone_.advanceBy(1s);
     EXPECT_THAT(news(), ElementsAre("a range beacons 8 7"));
     a.service().stopRangingBeacons("beacons");
@@ -187,9 +187,9 @@ TEST_F(SimulatedPhoneTest, TheModelRangesOnTheBeatAndTellsEntryAndExit) {
     phone_.advanceBy(30s - 1us);
     EXPECT_THAT(news(), IsEmpty());
     phone_.advanceBy(1us);
-    EXPECT_THAT(news(), ElementsAre("a state beacons 2", "a exit beacons"));
+    EXPECT_THAT(news(), ElementsAre("a exit beacons", "a state beacons 2"));
     phone_.hearPacket({kShop, 1, 7, -59, -65});
-    EXPECT_THAT(news(), ElementsAre("a state beacons 1", "a enter beacons"));
+    EXPECT_THAT(news(), ElementsAre("a enter beacons", "a state beacons 1"));
     a.service().requestState(beacons());
     EXPECT_THAT(news(), ElementsAre("a state beacons 1"));
 }
@@ -209,7 +209,7 @@ TEST_F(SimulatedPhoneTest, ThePhoneGoesOnWhileTheAppIsSuspended) {
     EXPECT_THAT(news(), IsEmpty());
     phone_.resume();
     EXPECT_THAT(news(),
-                ElementsAre("a range beacons", "a state beacons 1", "a enter beacons", "timer", "a range beacons 7"));
+                ElementsAre("a range beacons", "a enter beacons", "a state beacons 1", "timer", "a range beacons 7"));
 }
 
 TEST_F(SimulatedPhoneTest, ARelaunchedAppFindsItsMonitoredRegions) {

@@ -152,7 +152,7 @@ TEST_F(WalkTest, BeaconsAreHeardAlongTheWayAndWhereItEnds) {
     phone_.placeBeacons({{kTown, 1, 1, east(0), -59}, {kTown, 1, 2, east(100), -59}});
     // Ten metres a second between two points that are ten seconds apart.
     EXPECT_TRUE(phone_.follow({{0s, east(0), {}}, {10s, east(100), {}}, {100s, east(100), {}}, {110s, east(200), {}}}));
-    EXPECT_THAT(news(), ElementsAre("state town 1", "enter town"));
+    EXPECT_THAT(news(), ElementsAre("enter town", "state town 1"));
     EXPECT_EQ(ranged_.size(), 110U);
     EXPECT_THAT(std::vector(ranged_.begin(), ranged_.begin() + 3), ElementsAre("1: 1 -34", "2: 1 -84", "3: 1 -92"));
     EXPECT_EQ(ranged_[6], "7: 2 -99 1 0") << "in reach at 60 m, and the first one silent";
@@ -160,10 +160,10 @@ TEST_F(WalkTest, BeaconsAreHeardAlongTheWayAndWhereItEnds) {
     phone_.advanceBy(23s);
     EXPECT_THAT(news(), IsEmpty());
     phone_.advanceBy(1s);
-    EXPECT_THAT(news(), ElementsAre("state town 2", "exit town")) << "30 s after the last packet, at 140 m";
+    EXPECT_THAT(news(), ElementsAre("exit town", "state town 2")) << "30 s after the last packet, at 140 m";
     phone_.setLocation(east(99), 5);
     phone_.advanceBy(60s);
-    EXPECT_THAT(news(), ElementsAre("state town 1", "enter town"));
+    EXPECT_THAT(news(), ElementsAre("enter town", "state town 1"));
     EXPECT_EQ(ranged_.back(), "194: 2 -59");
 }
 
@@ -172,10 +172,10 @@ TEST_F(WalkTest, AtAPointThePositionComesFirstAndThenTheBeacons) {
     service_->startUpdatingLocation();
     watch("a", 10, 5);
     phone_.placeBeacons({{kTown, 1, 1, east(0), -59}});
-    EXPECT_THAT(walk({200, 10}), ElementsAre("at 200", "at 10", "enter a", "state town 1", "enter town"));
+    EXPECT_THAT(walk({200, 10}), ElementsAre("at 200", "at 10", "enter a", "enter town", "state town 1"));
     phone_.setLocation(east(500), 5);
     phone_.advanceBy(31s);
-    EXPECT_THAT(news(), ElementsAre("at 500", "state town 2", "exit town"));
+    EXPECT_THAT(news(), ElementsAre("at 500", "exit town", "state town 2"));
     EXPECT_TRUE(phone_.follow({{0s, east(0), {}}, {0s, east(500), {}}}));
     EXPECT_THAT(news(), ElementsAre("at 0", "exit a", "at 500")) << "no time to hear anything";
 }
