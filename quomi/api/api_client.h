@@ -2,8 +2,8 @@
 
 #include "quomi/api/http_session.h"
 #include "quomi/api/server_notification.h"
+#include "quomi/api/uploader.h"
 #include "quomi/data/data_updater.h"
-#include "quomi/data/event_upload.h"
 #include "quomi/model/errors.h"
 #include "quomi/platform/platform.h"
 #include "quomi/platform/reachability.h"

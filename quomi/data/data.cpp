@@ -28,7 +28,7 @@ std::unique_ptr<QuomiData> QuomiData::create(const std::filesystem::path& file,
 }
 
 QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, const QuomiErrors& errors)
-    : platform_(platform), errors_(errors), file_(std::move(file)), objectContext_(*file_), uploadLoop_(platform) {}
+    : platform_(platform), errors_(errors), file_(std::move(file)), objectContext_(*file_) {}
 
 QuomiData::~QuomiData() = default;
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "quomi/data/event_upload.h"
 #include "quomi/data/object_context.h"
 #include "quomi/data/records.h"
 #include "quomi/data/rule_owner.h"
@@ -10,14 +9,11 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
-
-#include <boost/json/fwd.hpp>
 
 namespace quomi {
 
@@ -25,7 +21,7 @@ class QuomiErrors;
 class StoreFile;
 class Uuid;
 
-/// The store: what the SDK keeps between launches, in one SQLite file, and the event log with its upload.
+/// The store: what the SDK keeps between launches, in one SQLite file.
 ///
 /// Objects come from `currentObjectContext` and may be changed by whoever holds them; `saveContext` writes what has
 /// changed. Operations that can fail return false, nothing or an empty list and fill the error: 600 with SQLite's
@@ -157,29 +153,15 @@ public:
     bool removeBeaconsWithIds(std::span<const std::string> ids, ErrorSlot error = nullptr);  // saved; 606 as above
     bool resetAllBeaconsCounters(ErrorSlot error = nullptr);                                 // saved
 
-    // Events and battery alerts
+    // What earlier versions kept of events; the newest first, pages from 0
 
-    /// Who uploads; null for nobody. Outlives the store or is taken away before it ends.
-    void setApiClient(Uploader* client);
-    /// Appends an event to the event log; see EventUploadLoop.
-    bool logEvent(const boost::json::object& event, WallTime date) { return uploadLoop_.logEvent(event, date); }
-    /// Starts the upload of logged events now.
-    void uploadLogsInBatches() { uploadLoop_.uploadLogsInBatches(); }
-    /// Sends the events of the log one by one; those that do not arrive go back to it.
-    void flushLoggedEventsQueue() { uploadLoop_.flushLoggedEventsQueue(); }
-
-    // What earlier versions kept of events in the store; the newest first, pages from 0.
     [[nodiscard]] std::size_t getLoggedEventsCount(ErrorSlot error = nullptr);
     [[nodiscard]] List<QuomiDebugLog> getLoggedEvents(int page, int perPage, ErrorSlot error = nullptr);
     [[nodiscard]] List<QuomiDebugLog> getAllLoggedEvents(ErrorSlot error = nullptr);
     bool removeAllLoggedEvents(ErrorSlot error = nullptr);  // saved
 
-    /// Stores a disconnected alert and sends all that wait. One that does not arrive waits again, and so does one that
-    /// is on its way when the client is taken away.
-    void sendBatteryAlert(const std::shared_ptr<QuomiBatteryAlert>& alert);
-    void flushBatteryAlertsQueue();
-    void sendBatteryAlertEntity(const std::shared_ptr<QuomiBatteryAlert>& alert);
-    /// The newest first.
+    // Battery alerts that wait to be sent; the newest first
+
     [[nodiscard]] List<QuomiBatteryAlert> getAllBatteryAlerts(ErrorSlot error = nullptr);
     bool removeAllBatteryAlerts(ErrorSlot error = nullptr);  // saved
 
@@ -202,7 +184,6 @@ private:
     bool resetAllCounters(ErrorSlot error);
     bool removeAll(const EntityType& type, ErrorSlot error);
     bool failBusy(ErrorSlot error) const;
-    void store(const BatteryAlert& values);
 
     const Platform& platform_;
     const QuomiErrors& errors_;
@@ -212,12 +193,7 @@ private:
     std::optional<UpdateDates> updateDates_;  // as they were when the file was of that version
     std::uint32_t updateDatesVersion_ = 0;
     int backgroundUsers_ = 0;
-    EventUploadLoop uploadLoop_;
-    Uploader* apiClient_ = nullptr;
-    std::map<std::uint64_t, BatteryAlert> alertsOnTheirWay_;
-    std::uint64_t lastAlertSent_ = 0;
     bool busyWithInsertOrUpdateData_ = false;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace quomi

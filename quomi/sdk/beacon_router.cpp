@@ -6,6 +6,7 @@
 #include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/rules/beacon_rule_executor.h"
+#include "quomi/sdk/battery_alerts.h"
 #include "quomi/sdk/host_delegate.h"
 
 #include <string>
@@ -142,7 +143,8 @@ void BeaconRouter::logBeaconEvent(const char* trigger, const QuomiBeacon& beacon
                        {"minor", std::to_string(beacon.minor())}});
 }
 
-BeaconServiceRouter::BeaconServiceRouter(RoutingContext context) : context_(std::move(context)) {
+BeaconServiceRouter::BeaconServiceRouter(RoutingContext context, BatteryAlertQueue& alerts)
+    : context_(std::move(context)), alerts_(alerts) {
     // The check code is not looked at, deliberately: the server knows its beacons by their service identifiers.
     didFindLowBatteryAdvertisement = [this](const Uuid& proximityUUID, std::uint16_t serviceID,
                                             std::uint16_t /*crc16Code*/) {
@@ -151,7 +153,7 @@ BeaconServiceRouter::BeaconServiceRouter(RoutingContext context) : context_(std:
         alert->appNamespace = context_.settings.namespace_.value_or("");
         alert->proximityUUID = proximityUUID.string();
         alert->serviceID = std::to_string(serviceID);
-        context_.data.sendBatteryAlert(alert);
+        alerts_.sendBatteryAlert(alert);
     };
 }
 

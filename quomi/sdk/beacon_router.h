@@ -14,6 +14,7 @@
 
 namespace quomi {
 
+class BatteryAlertQueue;
 class QuomiBeaconActionExecutor;
 struct QuomiBeaconData;
 struct UpdateBeacons;
@@ -46,13 +47,15 @@ private:
     bool ended_ = false;
 };
 
-/// Where the service beacon manager's news go: into the store's queue of battery alerts.
+/// Where the service beacon manager's news go: into the queue of battery alerts.
 class BeaconServiceRouter : public QuomiBeaconServiceManagerDelegate {
 public:
-    explicit BeaconServiceRouter(RoutingContext context);
+    /// The queue outlives the router.
+    BeaconServiceRouter(RoutingContext context, BatteryAlertQueue& alerts);
 
 private:
     const RoutingContext context_;
+    BatteryAlertQueue& alerts_;
 };
 
 }  // namespace quomi

@@ -21,8 +21,10 @@
 #include "quomi/rules/geofence_rule_executor.h"
 #include "quomi/rules/notification_helpers.h"
 #include "quomi/sdk/authorization_logger.h"
+#include "quomi/sdk/battery_alerts.h"
 #include "quomi/sdk/beacon_router.h"
 #include "quomi/sdk/deferred_release.h"
+#include "quomi/sdk/event_upload.h"
 #include "quomi/sdk/geofence_router.h"
 #include "quomi/sdk/host_delegate.h"
 
@@ -50,7 +52,8 @@ Uuid uuidOf(const std::string& text) {
 
 }  // namespace
 
-Session::Session(const SessionContext& context) : context_(context) {}
+Session::Session(const SessionContext& context)
+    : context_(context), eventUpload_(std::make_unique<EventUploadLoop>(context.platform)) {}
 
 Session::~Session() = default;
 
@@ -60,13 +63,15 @@ bool Session::openData(bool allowStoreDeletion, std::optional<Error>* error) {
     if (data_ != nullptr) return true;
     const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
     data_ = QuomiData::create(file, allowStoreDeletion, context_.platform, context_.errors, error);
-    return data_ != nullptr;
+    if (data_ == nullptr) return false;
+    batteryAlerts_ = std::make_unique<BatteryAlertQueue>(*data_);
+    return true;
 }
 
 bool Session::open(std::optional<Error>* error) {
     openClient();
     if (!openData(false, error)) return false;
-    data_->setApiClient(api_.get());
+    setUploader(api_.get());
     if (apiResponseParser_ == nullptr) {
         apiResponseParser_ =
             std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform, context_.settings);
@@ -84,7 +89,7 @@ bool Session::open(std::optional<Error>* error) {
 /// A client of another server takes the place of the one there was.
 void Session::openClient() {
     if (api_ != nullptr && api_->baseURL() == context_.settings.baseAPIUrl) return;
-    if (data_ != nullptr) data_->setApiClient(nullptr);
+    setUploader(nullptr);
     if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
     if (api_ != nullptr) {
         api_->cancelAllRequests();
@@ -93,6 +98,11 @@ void Session::openClient() {
     }
     api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
                                       context_.debugLog);
+}
+
+void Session::setUploader(Uploader* uploader) {
+    eventUpload_->setUploader(uploader);
+    if (batteryAlerts_ != nullptr) batteryAlerts_->setUploader(uploader);
 }
 
 void Session::makeExecutors() {
@@ -117,7 +127,7 @@ void Session::makeExecutors() {
 void Session::makeRouters() {
     if (beaconRouter_ != nullptr) return;
     beaconRouter_ = std::make_shared<BeaconRouter>(routingContext(), *beaconActionExecutor_);
-    beaconServiceRouter_ = std::make_shared<BeaconServiceRouter>(routingContext());
+    beaconServiceRouter_ = std::make_shared<BeaconServiceRouter>(routingContext(), *batteryAlerts_);
     geofenceRouter_ = std::make_shared<GeofenceRouter>(
         routingContext(),
         GeofenceRouting{*geofenceActionExecutor_, context_.errors, [this] { return locationManager_.get(); },
@@ -392,7 +402,7 @@ void Session::drop() {
     if (genericActionExecutor_ != nullptr) genericActionExecutor_->end();
     notificationHelpers_.reset();
     if (api_ != nullptr) api_->cancelAllRequests();
-    if (data_ != nullptr) data_->setApiClient(nullptr);
+    setUploader(nullptr);
     isShutDown_ = true;
 }
 
@@ -401,7 +411,7 @@ void Session::drop() {
 void Session::logEvent(const boost::json::object& event) {
     if (isShutDown_ || data_ == nullptr || !context_.eventLogsEnabled) return;
     const WallTime now = context_.platform.clock.now();
-    if (data_->logEvent(event, now)) context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+    if (eventUpload_->logEvent(event, now)) context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
 }
 
 void Session::executeNotificationRequestActions(const NotificationRequest& request) {

@@ -14,11 +14,13 @@
 
 namespace quomi {
 
+class BatteryAlertQueue;
 class BeaconRouter;
 class BeaconServiceRouter;
 class DebugLog;
 class DeferredRelease;
 class DeviceCapabilities;
+class EventUploadLoop;
 class GeofenceRouter;
 class HostDelegate;
 class QuomiAPI;
@@ -41,6 +43,7 @@ struct RuleObserver;
 struct NotificationRequest;
 struct QuomiApplication;
 class QuomiUser;
+class Uploader;
 struct QuomiSettings;
 
 /// What the facade holds for good and lends to each of its sessions.
@@ -150,6 +153,7 @@ public:
 
 private:
     void openClient();
+    void setUploader(Uploader* uploader);
     void makeExecutors();
     void makeRouters();
     [[nodiscard]] std::shared_ptr<QuomiActionExecutor> makeActionExecutor();
@@ -161,7 +165,9 @@ private:
     void applicationChanged(ApplicationEvent event);
 
     const SessionContext context_;
+    const std::unique_ptr<EventUploadLoop> eventUpload_;
     std::unique_ptr<QuomiData> data_;
+    std::unique_ptr<BatteryAlertQueue> batteryAlerts_;  // there with the store
     std::unique_ptr<QuomiAPI> api_;
     std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
     std::unique_ptr<QuomiDataUpdater> dataUpdater_;

@@ -1,5 +1,6 @@
-#include "quomi/data/event_upload.h"
+#include "quomi/api/uploader.h"
 #include "quomi/platform/clock.h"
+#include "quomi/sdk/event_upload.h"
 #include "tests/durability/scenarios.h"
 
 #include <deque>
@@ -54,7 +55,7 @@ private:
     std::deque<std::function<void()>> waiting_;
 };
 
-/// The part of the store that logs and uploads, in one launch of the app.
+/// The part of the SDK that logs and uploads, in one launch of the app.
 class Launch {
 public:
     Launch(const Platform& platform, Witness& witness)

@@ -1,9 +1,9 @@
-#include "quomi/data/event_upload.h"
+#include "quomi/sdk/event_upload.h"
 
 #include "quomi/platform/clock.h"
-#include "tests/data/scripted_uploader.h"
 #include "tests/data/store_support.h"
 #include "tests/diagnostics/faulty_files.h"
+#include "tests/sdk/scripted_uploader.h"
 
 namespace quomi::test {
 namespace {

@@ -3,34 +3,18 @@
 #include "quomi/diagnostics/event_log.h"
 #include "quomi/platform/platform.h"
 #include "quomi/platform/run_loop.h"
-#include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 #include "quomi/util/time.h"
 
-#include <functional>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include <boost/json/fwd.hpp>
 
 namespace quomi {
 
-struct BatteryAlert;
-
-/// What the store's uploads need of whoever speaks to the server. Of an operation's two callbacks one runs, in a later
-/// turn, unless the uploader drops the request; an empty one is not called.
-class Uploader {
-public:
-    virtual ~Uploader() = default;
-    /// Sends the records as one batch.
-    virtual void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
-                                      std::function<void(const Error&)> failure) = 0;
-    virtual void sendDLogEvent(const QuomiDLog& record, std::function<void()> success,
-                               std::function<void(const Error&)> failure) = 0;
-    virtual void sendBatteryAlert(const BatteryAlert& alert, std::function<void()> success,
-                                  std::function<void(const Error&)> failure) = 0;
-};
+class Uploader;
 
 /// The event log's way home: writes events to the log file and uploads them in batches, at the first event's time plus
 /// 40 s and every 40 s from then on, and at once with an event when the last upload began more than 300 s before.
@@ -60,8 +44,7 @@ private:
     void sendEvent(const QuomiDLog& record);
     [[nodiscard]] std::optional<std::vector<QuomiDLog>> nextBatch();
     [[nodiscard]] bool isInFlight(const std::vector<QuomiDLog>& batch) const;
-    void batchArrived(std::uint64_t run);
-    void batchFailed(std::uint64_t run, const Error& error);
+    void batchArrived();
 
     const Platform& platform_;
     QuomiDLogger logger_;
@@ -69,8 +52,8 @@ private:
     std::optional<std::vector<QuomiDLog>> currentBatchWithLogs_;
     std::optional<WallTime> lastUploadedLogsAt_;
     std::unique_ptr<Timer> uploadLogLoopTimer_;
-    std::uint64_t run_ = 0;  // changes with the uploader: answers to an earlier one are too late
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    Lifetime batches_;  // begins anew with the uploader: what an earlier one answers is too late
+    const Lifetime lifetime_;
 };
 
 }  // namespace quomi

@@ -1,19 +1,20 @@
+#include "quomi/sdk/battery_alerts.h"
+
 #include "quomi/platform/clock.h"
-#include "tests/data/scripted_uploader.h"
 #include "tests/data/store_support.h"
+#include "tests/sdk/scripted_uploader.h"
 
 namespace quomi::test {
 namespace {
 
 class BatteryAlerts : public testing::Test {
 protected:
-    BatteryAlerts() { data->setApiClient(&uploader); }
-    ~BatteryAlerts() override { data.reset(); }
+    BatteryAlerts() { queue->setUploader(&uploader); }
 
     void send(const char* service, double date) {
         auto alert = std::make_shared<QuomiBatteryAlert>();
         alert->setValues({at(date), "shop", "U", service});
-        data->sendBatteryAlert(alert);
+        queue->sendBatteryAlert(alert);
     }
     /// What would be there after a kill.
     std::string stored() {
@@ -25,6 +26,7 @@ protected:
     StoreHost host;
     ScriptedUploader uploader;
     std::unique_ptr<QuomiData> data = host.open();
+    std::unique_ptr<BatteryAlertQueue> queue = std::make_unique<BatteryAlertQueue>(*data);
 };
 
 TEST_F(BatteryAlerts, WaitInTheStoreUntilTheyArrive) {
@@ -32,12 +34,14 @@ TEST_F(BatteryAlerts, WaitInTheStoreUntilTheyArrive) {
     EXPECT_THAT(uploader.alerts, ElementsAre("1"));
     uploader.fail();
     EXPECT_EQ(stored(), "1");
-    data->setApiClient(nullptr);
+    queue->setUploader(nullptr);
     send("2", 20);
     EXPECT_EQ(stored(), "1 2") << "nobody sends";
+    queue.reset();
     data = host.open();
-    data->setApiClient(&uploader);
-    data->flushBatteryAlertsQueue();
+    queue = std::make_unique<BatteryAlertQueue>(*data);
+    queue->setUploader(&uploader);
+    queue->flushBatteryAlertsQueue();
     EXPECT_THAT(uploader.alerts, ElementsAre("1", "2", "1")) << "the newest first";
     EXPECT_EQ(data->getAllBatteryAlerts().size(), 0U) << "on their way";
     uploader.succeed();
@@ -52,7 +56,7 @@ TEST_F(BatteryAlerts, ThoseOnTheirWayWaitAgainWhenTheSenderGoes) {
     send("1", 10);
     send("2", 20);
     uploader.succeed();
-    data->setApiClient(nullptr);
+    queue->setUploader(nullptr);
     EXPECT_EQ(stored(), "2");
     uploader.fail();
     EXPECT_EQ(stored(), "2") << "an answer that comes too late";

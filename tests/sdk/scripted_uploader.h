@@ -1,8 +1,8 @@
 #pragma once
 
-#include "quomi/data/event_upload.h"
+#include "quomi/api/uploader.h"
 #include "quomi/data/records.h"
-#include "quomi/util/error.h"
+#include "quomi/diagnostics/event_log.h"
 
 #include <deque>
 #include <functional>

@@ -1,5 +1,6 @@
-#include "quomi/data/event_upload.h"
+#include "quomi/sdk/event_upload.h"
 
+#include "quomi/api/uploader.h"
 #include "quomi/platform/clock.h"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ EventUploadLoop::~EventUploadLoop() = default;
 void EventUploadLoop::setUploader(Uploader* uploader) {
     if (uploader_ == uploader) return;
     uploader_ = uploader;
-    ++run_;
+    batches_.renew();
     currentBatchWithLogs_.reset();
 }
 
@@ -50,14 +51,8 @@ void EventUploadLoop::uploadLogsInBatchesFromTmpFile() {
     auto batch = nextBatch();
     if (!batch || isInFlight(*batch)) return;
     currentBatchWithLogs_ = std::move(batch);
-    uploader_->sendBatchOfLogEvents(
-        *currentBatchWithLogs_,
-        [this, run = run_, alive = std::weak_ptr(alive_)] {
-            if (!alive.expired()) batchArrived(run);
-        },
-        [this, run = run_, alive = std::weak_ptr(alive_)](const Error& error) {
-            if (!alive.expired()) batchFailed(run, error);
-        });
+    uploader_->sendBatchOfLogEvents(*currentBatchWithLogs_, batches_.guard([this] { batchArrived(); }),
+                                    batches_.guard([this](const Error&) { currentBatchWithLogs_.reset(); }));
 }
 
 void EventUploadLoop::flushLoggedEventsQueue() {
@@ -69,10 +64,9 @@ void EventUploadLoop::flushLoggedEventsQueue() {
 }
 
 void EventUploadLoop::sendEvent(const QuomiDLog& record) {
-    uploader_->sendDLogEvent(record, nullptr, [this, record, alive = std::weak_ptr(alive_)](const Error&) {
-        if (alive.expired()) return;
+    uploader_->sendDLogEvent(record, nullptr, lifetime_.guard([this, record](const Error&) {
         logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()));
-    });
+    }));
 }
 
 std::optional<std::vector<QuomiDLog>> EventUploadLoop::nextBatch() {
@@ -93,17 +87,12 @@ bool EventUploadLoop::isInFlight(const std::vector<QuomiDLog>& batch) const {
            std::ranges::equal(batch, *currentBatchWithLogs_, {}, lineOf, lineOf);
 }
 
-void EventUploadLoop::batchArrived(std::uint64_t run) {
-    if (run != run_) return;
+void EventUploadLoop::batchArrived() {
     currentBatchWithLogs_.reset();
     logger_.clearTmpLogFile();
     // A batch file that cannot be removed waits for the next firing: going on would send it over and over.
     if (const auto left = logger_.getBatchOfQuomiDLogsFromTmpFile(); left && !left->empty()) return;
     uploadLogsInBatchesFromTmpFile();
-}
-
-void EventUploadLoop::batchFailed(std::uint64_t run, const Error& /*error*/) {
-    if (run == run_) currentBatchWithLogs_.reset();
 }
 
 }  // namespace quomi
