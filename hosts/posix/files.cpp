@@ -46,11 +46,18 @@ auto retried(Call&& call) -> decltype(call()) {
     }
 }
 
+/// What stands at a path and is no regular file has no bytes of ours: opening it may wait for somebody at its other
+/// end.
+int codeOfSpecialFile(mode_t mode) {
+    return S_ISDIR(mode) ? EISDIR : ENOTSUP;
+}
+
 class Descriptor {
 public:
     explicit Descriptor(int number) : number_(number) {}
+    /// Never waits, whatever stands at the path.
     Descriptor(const fs::path& path, int flags)
-        : number_(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, kFileMode); })) {}
+        : number_(retried([&] { return ::open(path.c_str(), flags | kNeverWaiting, kFileMode); })) {}
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
     ~Descriptor() {
@@ -61,8 +68,30 @@ public:
     [[nodiscard]] int number() const { return number_; }
 
 private:
+    static constexpr int kNeverWaiting = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+
     int number_;
 };
+
+/// The size of the open file; nothing, with an error, when it is not open or no regular file.
+std::optional<std::uint64_t> sizeOf(const Descriptor& file, std::error_code& error) {
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
+        // A FIFO that nobody reads is not even opened for writing.
+        fail(error, errno == ENXIO ? ENOTSUP : errno);
+        return std::nullopt;
+    }
+    if (S_ISREG(status.st_mode)) return static_cast<std::uint64_t>(status.st_size);
+    fail(error, codeOfSpecialFile(status.st_mode));
+    return std::nullopt;
+}
+
+/// Whether a file may take the place: nothing stands there, or a regular file.
+bool mayBeReplaced(const fs::path& path, std::error_code& error) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode)) return true;
+    return fail(error, codeOfSpecialFile(status.st_mode));
+}
 
 bool writeAll(const Descriptor& file, std::string_view bytes, std::error_code& error) {
     while (!bytes.empty()) {
@@ -99,14 +128,10 @@ std::optional<std::string> readFrom(const Descriptor& file, std::uint64_t offset
 /// The last `count` bytes, or all of them.
 std::optional<std::string> readEnd(const fs::path& path, std::uint64_t count, std::error_code& error) {
     const Descriptor file(path, O_RDONLY);
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0) {
-        fail(error, errno);
-        return std::nullopt;
-    }
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    const std::uint64_t expected = std::min(size, count);
-    auto bytes = readFrom(file, size - expected, expected, error);
+    const auto size = sizeOf(file, error);
+    if (!size) return std::nullopt;
+    const std::uint64_t expected = std::min(*size, count);
+    auto bytes = readFrom(file, *size - expected, expected, error);
     if (bytes && bytes->size() > count) bytes->erase(0, bytes->size() - count);  // the file grew meanwhile
     return bytes;
 }
@@ -214,6 +239,7 @@ std::optional<std::string> PosixFiles::read(const fs::path& path, std::error_cod
 
 bool PosixFiles::replace(const fs::path& path, std::string_view bytes, std::error_code& error) {
     return guarded(error, [&] {
+        if (!mayBeReplaced(path, error)) return false;
         removeLeftoversOnce(path);
         return writeAndRename(path, bytes, error) && synchronizeDirectory(directoryOf(path), error);
     });
@@ -222,7 +248,7 @@ bool PosixFiles::replace(const fs::path& path, std::string_view bytes, std::erro
 bool PosixFiles::append(const fs::path& path, std::string_view bytes, std::error_code& error) {
     error.clear();
     const Descriptor file(path, O_WRONLY | O_APPEND | O_CREAT);
-    return file.isOpen() ? writeAll(file, bytes, error) : fail(error, errno);
+    return sizeOf(file, error) && writeAll(file, bytes, error);
 }
 
 std::optional<std::string> PosixFiles::readTail(const fs::path& path, std::uint64_t count,
@@ -233,9 +259,8 @@ std::optional<std::string> PosixFiles::readTail(const fs::path& path, std::uint6
 bool PosixFiles::truncate(const fs::path& path, std::uint64_t size, std::error_code& error) {
     error.clear();
     const Descriptor file(path, O_WRONLY);
-    struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0) return fail(error, errno);
-    if (static_cast<std::uint64_t>(status.st_size) <= size) return true;
+    const auto before = sizeOf(file, error);
+    if (!before || *before <= size) return before.has_value();
     if (retried([&] { return ::ftruncate(file.number(), static_cast<off_t>(size)); }) == 0) return true;
     return fail(error, errno);
 }
@@ -243,15 +268,18 @@ bool PosixFiles::truncate(const fs::path& path, std::uint64_t size, std::error_c
 std::optional<std::uint64_t> PosixFiles::size(const fs::path& path, std::error_code& error) const {
     error.clear();
     struct stat status {};
-    if (::stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode)) {
-        return static_cast<std::uint64_t>(status.st_size);
+    if (::stat(path.c_str(), &status) != 0) {
+        fail(error, errno);
+        return std::nullopt;
     }
-    fail(error, S_ISDIR(status.st_mode) ? EISDIR : errno);
+    if (S_ISREG(status.st_mode)) return static_cast<std::uint64_t>(status.st_size);
+    fail(error, codeOfSpecialFile(status.st_mode));
     return std::nullopt;
 }
 
 bool PosixFiles::move(const fs::path& from, const fs::path& to, std::error_code& error) {
     return guarded(error, [&] {
+        if (!mayBeReplaced(to, error)) return false;
         if (::rename(from.c_str(), to.c_str()) != 0) return fail(error, errno);
         return synchronizeDirectory(directoryOf(to), error);
     });

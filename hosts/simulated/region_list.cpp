@@ -105,6 +105,7 @@ void RegionList::write() {
     // Not through the port, which forces every file to the disk: no simulated phone loses its power, and a walk past
     // many regions writes often.
     const std::filesystem::path fresh = path_.string() + ".tmp";
+    if (!files_.remove(fresh, error) || std::filesystem::is_other(path_, error)) return;
     {
         std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
         file << json::serialize(json::object{{"monitoredRegions", std::move(list)}});

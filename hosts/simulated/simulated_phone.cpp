@@ -271,8 +271,4 @@ bool SimulatedPhone::closeWebPage() {
     return parts_->screens.closeWebPage();
 }
 
-bool SimulatedPhone::dismissWebPage() {
-    return parts_->screens.dismissWebPage();
-}
-
 }  // namespace quomi::simulated

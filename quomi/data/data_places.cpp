@@ -168,6 +168,8 @@ bool QuomiData::resetAllCounters(ErrorSlot error) {
 // Geofences
 
 bool QuomiData::insertOrUpdateGeofenceRegion(const std::shared_ptr<QuomiGeofenceRegion>& region, ErrorSlot error) {
+    // Begun first, so that what a busy store cannot take does not wait in memory.
+    if (!objectContext_.begin(error)) return false;
     objectContext_.insert(region);
     return saveContext(error);
 }

@@ -1,6 +1,7 @@
 #include "quomi/data/migration.h"
 
 #include "quomi/data/schema_versions.h"
+#include "quomi/data/untrusted_file.h"
 #include "quomi/platform/files.h"
 
 #include <algorithm>
@@ -21,8 +22,6 @@ namespace quomi {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr int kBusyTimeoutMilliseconds = 1000;
 
 fs::path withSuffix(const fs::path& path, std::string_view suffix) {
     return path.string() + std::string(suffix);
@@ -163,14 +162,14 @@ void build(SQLite::Database& store, const fs::path& next, const SchemaVersion& f
     SQLite::Statement attach(store, "ATTACH ? AS next");
     attach.bind(1, next.string());
     attach.exec();
-    store.exec("PRAGMA next.journal_mode = OFF");
+    store.exec("PRAGMA next.journal_mode = MEMORY");  // a connection that trusts no file refuses OFF
     store.exec("PRAGMA next.synchronous = FULL");
     copyRows(store, from, to);
     store.exec("DETACH next");
 }
 
 void swapIn(const fs::path& next, const fs::path& store, Files& files) {
-    for (const char* suffix : {"-wal", "-shm", "-journal"}) removeFile(withSuffix(store, suffix), files);
+    for (const auto suffix : kSideFileSuffixes) removeFile(withSuffix(store, suffix), files);
     std::error_code failure;
     require(files.move(next, store, failure), failure, "replacing");
 }
@@ -178,7 +177,8 @@ void swapIn(const fs::path& next, const fs::path& store, Files& files) {
 }  // namespace
 
 void migrateOneStep(const fs::path& path, Files& files) {
-    SQLite::Database store(path.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMilliseconds);
+    SQLite::Database store(path.string(), SQLite::OPEN_READWRITE, kLockPatienceMilliseconds);
+    distrust(store);
     takeForOneself(store);
     const SchemaVersion* from = findVersion(store);
     if (from == nullptr || from == &currentVersion()) return;

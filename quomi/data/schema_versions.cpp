@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <tuple>
@@ -180,15 +181,47 @@ std::set<Column> columnsOf(const std::vector<Entity>& entities) {
     return columns;
 }
 
-/// Views and triggers are among them, so that a file with any is of no version.
+/// The tables that SQLite adds by itself: for keys that count up, and for statistics (ANALYZE).
+constexpr std::string_view kTablesOfSQLite[] = {"CREATE TABLE sqlite_sequence(name,seq)",
+                                                "CREATE TABLE sqlite_stat1(tbl,idx,stat)",
+                                                "CREATE TABLE sqlite_stat4(tbl,idx,neq,nlt,ndlt,sample)"};
+
+bool isTableOfSQLite(std::string_view statement) {
+    return std::ranges::find(kTablesOfSQLite, statement) != std::end(kTablesOfSQLite);
+}
+
+/// Whether the line of the schema stands for a plain table or an index. It is the statement that SQLite goes by: the
+/// line may call a trigger an index. SQLite writes the beginnings of statements anew, so these are all there are.
+bool isTableOrIndex(std::string_view type, std::string_view name, const std::optional<std::string>& statement) {
+    if (!statement) return name.starts_with("sqlite_autoindex_");
+    if (statement->starts_with("CREATE INDEX ") || statement->starts_with("CREATE UNIQUE INDEX "))
+        return type == "index";
+    return type == "table" && statement->starts_with("CREATE TABLE ") &&
+           (statement->ends_with(')') || isTableOfSQLite(*statement));
+}
+
+/// Asked before anything else is, since even the columns of a virtual table run code.
+bool hasTablesAndIndicesAlone(const SQLite::Database& database) {
+    SQLite::Statement query(database, "SELECT type, name, sql FROM sqlite_master");
+    while (query.executeStep()) {
+        std::optional<std::string> statement;
+        if (!query.isColumnNull(2)) statement = query.getColumn(2).getString();
+        if (!isTableOrIndex(query.getColumn(0).getString(), query.getColumn(1).getString(), statement)) return false;
+    }
+    return true;
+}
+
+/// A column that is not simply stored (a generated one) is none that a version has.
 std::set<Column> columnsOf(const SQLite::Database& database) {
     std::set<Column> columns;
     SQLite::Statement query(database,
-                            "SELECT m.name, p.name, p.type, p.\"notnull\", p.dflt_value, p.pk, f.\"table\""
-                            " FROM sqlite_master m LEFT JOIN pragma_table_info(m.name) p"
+                            "SELECT m.name, p.name, iif(p.hidden, 'generated', p.type), p.\"notnull\", p.dflt_value,"
+                            " p.pk, f.\"table\", m.sql"
+                            " FROM sqlite_master m LEFT JOIN pragma_table_xinfo(m.name) p"
                             " LEFT JOIN pragma_foreign_key_list(m.name) f ON f.\"from\" = p.name"
-                            " WHERE m.type <> 'index' AND m.name NOT LIKE 'sqlite\\_%' ESCAPE '\\'");
+                            " WHERE m.type = 'table'");
     while (query.executeStep()) {
+        if (isTableOfSQLite(query.getColumn(7).getString())) continue;
         columns.emplace(query.getColumn(0).getString(), query.getColumn(1).getString(), query.getColumn(2).getString(),
                         query.getColumn(3).getInt() != 0, query.getColumn(4).getString(),
                         query.getColumn(5).getInt() != 0, query.getColumn(6).getString());
@@ -220,8 +253,9 @@ void makeTables(SQLite::Database& database, const std::vector<Entity>& entities,
 }
 
 const SchemaVersion* findVersion(const SQLite::Database& database) {
-    const auto present = columnsOf(database);
     const int mark = markOf(database);
+    if (mark > kCurrentVersionNumber || !hasTablesAndIndicesAlone(database)) return nullptr;
+    const auto present = columnsOf(database);
     const SchemaVersion* newest = nullptr;
     for (auto version = allVersions().rbegin(); version != allVersions().rend(); ++version) {
         if (columnsOf(version->entities) != present) continue;

@@ -32,7 +32,8 @@ void makeTables(SQLite::Database& database, const std::vector<Entity>& entities,
 
 /// The version that the file's own tables are of: names, types, optionality, defaults, keys and owners of all columns,
 /// in any order; indices do not count. Where versions differ in none of these the file's mark decides, and without a
-/// mark the newest one is taken. Null when the file is of no version. Only reads; throws what SQLite throws.
+/// mark the newest one is taken. Null when the file is of no version: when it has anything but tables and indices, a
+/// generated column, or the mark of a later version than there are. Only reads; throws what SQLite throws.
 [[nodiscard]] const SchemaVersion* findVersion(const SQLite::Database& database);
 
 }  // namespace quomi

@@ -4,6 +4,7 @@
 #include "quomi/data/prepared_statement.h"
 #include "quomi/data/schema.h"
 #include "quomi/data/schema_versions.h"
+#include "quomi/data/untrusted_file.h"
 #include "quomi/model/errors.h"
 #include "quomi/platform/files.h"
 
@@ -23,13 +24,15 @@ namespace quomi {
 
 namespace {
 
-constexpr int kBusyTimeoutMilliseconds = 1000;
-
 /// The file was read and is not a store of any version; everything else that fails is not its content's fault.
-struct NotOurStore {};
+struct NotOurStore {
+    std::optional<std::string> reason = std::nullopt;
+};
 
+/// Statements of ours fail with these only on a schema, or on rows, that no version of ours has written.
 bool meansForeignContent(int code) {
-    return code == SQLITE_NOTADB || code == SQLITE_CORRUPT;
+    return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR || code == SQLITE_CONSTRAINT ||
+           code == SQLITE_MISMATCH || code == SQLITE_TOOBIG;
 }
 
 std::vector<std::string> schemaStatements() {
@@ -83,7 +86,7 @@ void renewIndices(SQLite::Database& database, const Contents& contents) {
     while (query.executeStep()) names.push_back(query.getColumn(0).getString());
     query.reset();
     SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
-    for (const auto& name : names) database.exec(fmt::format("DROP INDEX \"{}\"", name));
+    for (const auto& name : names) database.exec("DROP INDEX " + quotedName(name));
     for (const auto& statement : wanted) database.exec(statement);
     database.exec(fmt::format("PRAGMA user_version = {}", kCurrentVersionNumber));
     transaction.commit();
@@ -106,8 +109,15 @@ void configure(SQLite::Database& database) {
 
 enum class Found { nothing, earlierVersion, currentVersion, currentAsMadeNow };
 
+bool isOfLaterVersion(const Contents& contents) {
+    return contents.mark > kCurrentVersionNumber && std::ranges::any_of(contents.statements, [](const auto& statement) {
+               return statement.starts_with("CREATE TABLE \"QuomiStatusInfo\"");
+           });
+}
+
 Found lookAt(const SQLite::Database& database, const Contents& contents) {
     if (contents.statements.empty()) return Found::nothing;
+    if (isOfLaterVersion(contents)) throw NotOurStore{"The store was made by a later version"};
     if (contents.mark == kCurrentVersionNumber && contents.statements == schemaStatements()) {
         return Found::currentAsMadeNow;
     }
@@ -120,8 +130,11 @@ Found lookAt(const SQLite::Database& database, const Contents& contents) {
 std::unique_ptr<SQLite::Database> openDatabase(const std::filesystem::path& file, const Files& files) {
     // One thread at a time uses the connection, so that SQLite need not lock it at every call.
     const int flags = SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX;
-    auto database = std::make_unique<SQLite::Database>(file.string(), flags, kBusyTimeoutMilliseconds);
+    auto database = std::make_unique<SQLite::Database>(file.string(), flags, kLockPatienceMilliseconds);
+    distrust(*database);
     std::error_code ignored;
+    const auto endOfJournal = files.readTail(file.string() + "-journal", kEndOfJournal, ignored);
+    if (endOfJournal && namesAnotherFile(*endOfJournal)) throw NotOurStore();
     keepLog(*database, files.size(file.string() + "-wal", ignored).value_or(0) > 0);  // it may be someone else's
     const auto contents = contentsOf(*database);
     const Found found = lookAt(*database, contents);
@@ -164,12 +177,28 @@ bool prepareDirectory(const std::filesystem::path& directory, Files& files, cons
     return false;
 }
 
+/// Whether there is a regular file; 603 when anything else stands there: opening that might wait for ever.
+std::optional<bool> hasFile(const std::filesystem::path& file, const Files& files, const QuomiErrors& errors,
+                            std::optional<Error>* error) {
+    std::error_code failure;
+    const auto type = files.type(file, failure);
+    if (!failure && type == std::filesystem::file_type::regular) return true;
+    if (!failure && type == std::filesystem::file_type::not_found) return false;
+    const auto reason = failure ? failure.message() : fmt::format("{} is not a file", file.filename().string());
+    assign(error, errors.errorWithCode(ErrorCode::storeOpening, reason));
+    return std::nullopt;
+}
+
 /// SQLite makes its side files with the mode of the main one, so making that one private makes all of them private.
 bool prepareFile(const std::filesystem::path& file, Files& files, const QuomiErrors& errors,
                  std::optional<Error>* error) {
+    for (const auto suffix : kSideFileSuffixes) {
+        if (!hasFile(file.string() + std::string(suffix), files, errors, error)) return false;
+    }
+    const auto isThere = hasFile(file, files, errors, error);
+    if (!isThere || *isThere) return isThere.has_value();
     std::error_code failure;
-    if (files.type(file, failure) != std::filesystem::file_type::not_found) return true;
-    if (!failure && files.append(file, {}, failure)) return true;
+    if (files.append(file, {}, failure)) return true;
     assign(error, errors.errorWithCode(ErrorCode::storeOpening, failure.message()));
     return false;
 }
@@ -177,9 +206,9 @@ bool prepareFile(const std::filesystem::path& file, Files& files, const QuomiErr
 bool deleteStore(const std::filesystem::path& file, Files& files, const QuomiErrors& errors,
                  std::optional<Error>* error) {
     std::error_code failure;
-    bool removed = true;
-    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
-        removed = files.remove(file.string() + suffix, failure) && removed;
+    bool removed = files.remove(file, failure);
+    for (const auto suffix : kSideFileSuffixes) {
+        removed = files.remove(file.string() + std::string(suffix), failure) && removed;
     }
     if (!removed) assign(error, errors.errorWithCode(ErrorCode::storeDeletion));
     return removed;
@@ -212,11 +241,13 @@ std::unique_ptr<StoreFile> StoreFile::open(const std::filesystem::path& file, bo
     if (!prepareDirectory(file.parent_path(), files, errors, error)) return nullptr;
     for (bool deleted = false;; deleted = true) {
         if (!prepareFile(file, files, errors, error)) return nullptr;
+        std::optional<std::string> reason;
         try {
             auto database = openOrMigrate(file, files);
             if (allowDeletion && !isSound(*database)) throw NotOurStore();
             return std::unique_ptr<StoreFile>(new StoreFile(std::move(database), errors));
-        } catch (const NotOurStore&) {
+        } catch (const NotOurStore& foreign) {
+            reason = foreign.reason;
         } catch (const SQLite::Exception& exception) {
             if (!meansForeignContent(exception.getErrorCode())) {
                 assign(error, errors.errorWithCode(ErrorCode::storeOpening, exception.what()));
@@ -227,7 +258,8 @@ std::unique_ptr<StoreFile> StoreFile::open(const std::filesystem::path& file, bo
             return nullptr;
         }
         if (!allowDeletion || deleted) {
-            assign(error, errors.errorWithCode(ErrorCode::storeMigration));
+            assign(error, reason ? errors.errorWithCode(ErrorCode::storeMigration, *reason)
+                                 : errors.errorWithCode(ErrorCode::storeMigration));
             return nullptr;
         }
         if (!deleteStore(file, files, errors, error)) return nullptr;
@@ -244,10 +276,16 @@ bool StoreFile::perform(const std::function<void()>& work, std::optional<Error>*
         work();
         return true;
     } catch (const SQLite::Exception& exception) {
+        if (exception.getErrorCode() == SQLITE_BUSY) setPatience(false);
         assign(error, errors_.errorWithCode(ErrorCode::data, exception.what()));
     }
     statements_->resetAll();
     return false;
+}
+
+void StoreFile::setPatience(bool isPatient) const noexcept {
+    if (std::exchange(isPatient_, isPatient) == isPatient) return;
+    sqlite3_busy_timeout(database_->getHandle(), isPatient ? kLockPatienceMilliseconds : 0);
 }
 
 bool StoreFile::wipeFreePages(std::optional<Error>* error) {
@@ -272,6 +310,7 @@ void StoreFile::begin() {
     if (isInTransaction_) return;
     statement("BEGIN IMMEDIATE").exec();
     isInTransaction_ = true;
+    setPatience(true);
 }
 
 void StoreFile::commit() {

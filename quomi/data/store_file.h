@@ -22,12 +22,14 @@ class QuomiErrors;
 /// The SQLite file under the store: one connection, prepared statements kept, changes in transactions.
 ///
 /// A change is whole or not there, whenever the process is killed. A loss of power may cost the last changes but leaves
-/// a sound file. One thread at a time.
+/// a sound file. The file is not trusted: nothing that a doctored one holds is run. A lock that another process holds
+/// is waited for 250 ms; after a wait in vain nobody waits again before the lock was got once. One thread at a time.
 class StoreFile {
 public:
     /// Opens the file, making it and its directory when they are not there, and taking a store of an earlier version to
     /// the current one. Fails: 604 when a file stands where the directory belongs, 601 when the file is no store of any
-    /// version, 603 with the reason when it cannot be read, written or locked. What is there stays untouched then, but
+    /// version, or one of a later version than this one knows, 603 with the reason when it cannot be read, written or
+    /// locked or is no regular file. What is there stays untouched then, but
     /// for a store of an earlier version, which may have become one of a later. With `allowDeletion` the whole file is
     /// checked, and one that is damaged or no store of any version is deleted and made anew (602 when it cannot be
     /// deleted).
@@ -64,6 +66,7 @@ public:
 
 private:
     class Statements;
+    void setPatience(bool isPatient) const noexcept;
     StoreFile(std::unique_ptr<SQLite::Database> database, const QuomiErrors& errors);
 
     const QuomiErrors& errors_;
@@ -71,6 +74,7 @@ private:
     std::unique_ptr<Statements> statements_;  // after the database: they end first
     bool isInTransaction_ = false;
     bool isInSavepoint_ = false;
+    mutable bool isPatient_ = true;
 };
 
 }  // namespace quomi

@@ -13,7 +13,7 @@ namespace quomi {
 ///
 /// Any thread; calls are synchronous and short. Files and directories that an operation creates are readable and
 /// writable by their owner alone. No operation throws; each reports through its error code, which is cleared on
-/// success.
+/// success. None waits: at the place of a file a FIFO, a device or a directory is an error at once.
 class Files {
 public:
     virtual ~Files() = default;

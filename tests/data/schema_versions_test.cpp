@@ -177,7 +177,8 @@ TEST_F(SchemaVersions, AreRecognisedByTheirTablesAndTheMarkWhereThoseDoNotDiffer
         {"marked 12", 12, "", 12},
         {"without a mark", 12, "PRAGMA user_version = 0", 13},
         {"marked otherwise", 9, "PRAGMA user_version = 13", 9},
-        {"marked by a later system", 13, "PRAGMA user_version = 14", 13},
+        {"marked by a later system", 13, "PRAGMA user_version = 14", 0},
+        {"an earlier one, marked by a later system", 9, "PRAGMA user_version = 14", 0},
         {"indices of its own", 8, "CREATE INDEX i ON QuomiDebugLog (logTime)", 8},
         {"statistics", 13, "ANALYZE", 13},
         {"columns in another order", 7,
@@ -198,6 +199,26 @@ TEST_F(SchemaVersions, AreRecognisedByTheirTablesAndTheMarkWhereThoseDoNotDiffer
          0},
         {"a view", 13, "CREATE VIEW v AS SELECT 1", 0},
         {"a trigger", 13, "CREATE TRIGGER t AFTER INSERT ON QuomiDebugLog BEGIN DELETE FROM QuomiBeaconData; END", 0},
+        {"a trigger called an index", 13,
+         "CREATE TRIGGER t AFTER INSERT ON QuomiDebugLog BEGIN DELETE FROM QuomiBeaconData; END;"
+         "PRAGMA writable_schema = ON; UPDATE sqlite_master SET type = 'index' WHERE name = 't'",
+         0},
+        {"a view under SQLite's name", 13,
+         "CREATE VIEW v AS SELECT 1; PRAGMA writable_schema = ON;"
+         "UPDATE sqlite_master SET name = 'sqlite_v', tbl_name = 'sqlite_v', sql = 'CREATE VIEW sqlite_v AS SELECT 1'"
+         " WHERE name = 'v'",
+         0},
+        {"a table under SQLite's name", 13,
+         "CREATE TABLE t (x); PRAGMA writable_schema = ON; UPDATE sqlite_master SET name = 'sqlite_stat1',"
+         " tbl_name = 'sqlite_stat1', sql = 'CREATE TABLE sqlite_stat1(x AS (1))' WHERE name = 't'",
+         0},
+        {"a virtual table", 13,
+         "DROP TABLE QuomiDebugLog; CREATE VIRTUAL TABLE QuomiDebugLog USING fts5(logTime, logData)", 0},
+        {"a generated column", 13, "ALTER TABLE QuomiDebugLog ADD COLUMN more AS (1)", 0},
+        {"rows without keys", 13,
+         "DROP TABLE QuomiDebugLog; CREATE TABLE QuomiDebugLog (_id INTEGER PRIMARY KEY, logTime REAL, logData TEXT)"
+         " WITHOUT ROWID",
+         0},
     };
     for (const auto& recognition : cases) {
         SCOPED_TRACE(recognition.name);

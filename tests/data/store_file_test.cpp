@@ -1,6 +1,7 @@
 #include "tests/data/store_support.h"
 
 #include <csignal>
+#include <numeric>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,6 +56,20 @@ void makeStoreAnd(StoreHost& host, const std::string& sql) {
     host.connect().exec(sql);
 }
 
+std::string bigEndian(std::size_t number) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift & 0xFFU);
+    return bytes;
+}
+
+/// A rollback journal of several files, as SQLite writes it: at the end stands the file that lists them all, which goes
+/// when the journal has been rolled back.
+std::string journalNaming(const std::filesystem::path& list) {
+    const auto name = list.string();
+    const auto sum = std::accumulate(name.begin(), name.end(), std::size_t{0});
+    return std::string(512, 'x') + name + bigEndian(name.size()) + bigEndian(sum) + "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+}
+
 TEST(StoreFile, ContentThatIsNoStoreOfOurs) {
     const std::vector<Content> contents{
         {"few bytes", [](StoreHost& host) { write(host.file, "none"); }},
@@ -62,21 +77,58 @@ TEST(StoreFile, ContentThatIsNoStoreOfOurs) {
         {"another app's", [](StoreHost& host) { host.connect().exec("CREATE TABLE Notes (text TEXT)"); }},
         {"another app's, WAL",
          [](StoreHost& host) { host.connect().exec("PRAGMA journal_mode = WAL; CREATE TABLE Notes (text TEXT)"); }},
-        {"cut short", [](StoreHost& host) {
+        {"cut short",
+         [](StoreHost& host) {
              makeStore(host);
              std::filesystem::resize_file(host.file, 3000);
+         }},
+        {"with a trigger",
+         [](StoreHost& host) {
+             makeStoreAnd(host,
+                          "CREATE TRIGGER t AFTER UPDATE ON QuomiStatusInfo BEGIN DELETE FROM QuomiApplication; END");
+         }},
+        {"of a later version", [](StoreHost& host) { makeStoreAnd(host, "PRAGMA user_version = 14"); }},
+        {"with a journal that names a file", [](StoreHost& host) {
+             makeStore(host);
+             write(host.file.string() + "-journal", journalNaming(host.phone.container() / "canary"));
          }}};
     for (const auto& [what, make] : contents) {
         SCOPED_TRACE(what);
         StoreHost host;
+        const auto canary = host.phone.container() / "canary";
+        write(canary, "");
         make(host);
         const auto before = contentOf(host.file);
         EXPECT_EQ(host.failureOf(), 601);
-        EXPECT_EQ(host.error->domain, kErrorDomain);
+        const auto error = host.error.value_or(Error());
+        const bool saysLaterVersion =
+            error.localizedDescription().value_or("").find("by a later version") != std::string::npos;
+        EXPECT_EQ(saysLaterVersion, std::string_view(what) == "of a later version");
+        EXPECT_EQ(error.domain, kErrorDomain);
         EXPECT_EQ(contentOf(host.file), before);
         EXPECT_TRUE(isEmpty(host.open(true).get()));
         EXPECT_EQ(modeOf(host.file), 0600U);
+        EXPECT_TRUE(std::filesystem::exists(canary));
     }
+}
+
+/// What a doctored store says is neither run when it is opened nor when it is used.
+TEST(StoreFile, StatementsInNamesAndTablesAreNotRun) {
+    StoreHost host;
+    const auto outside = host.phone.container() / "outside";
+    makeStoreAnd(host, fmt::format("CREATE INDEX \"a\"\"; ATTACH '{}' AS o; CREATE TABLE o.t (x); --\""
+                                   " ON QuomiDebugLog (logTime); CREATE INDEX a ON QuomiDebugLog (logTime);"
+                                   "PRAGMA user_version = 0",
+                                   outside.string()));
+    EXPECT_TRUE(isAsMade(host.open().get()));
+    EXPECT_FALSE(std::filesystem::exists(outside));
+
+    host.connect().exec(
+        "PRAGMA writable_schema = ON; UPDATE sqlite_master SET"
+        " sql = replace(sql, '\"isStarted\" INTEGER', '\"isStarted\" INTEGER CHECK (isStarted)')");
+    const auto data = host.open();
+    ASSERT_TRUE(isAsMade(data.get()));
+    EXPECT_TRUE(data->setSdkIsStarted(false));
 }
 
 TEST(StoreFile, UpkeepByOtherToolsIsNoOtherVersion) {
@@ -111,6 +163,14 @@ TEST(StoreFile, DamagedRows) {
 }
 
 TEST(StoreFile, DirectoriesAndFilesInTheWrongPlaces) {
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+        StoreHost host;
+        const auto fifo = host.file.string() + suffix;
+        std::filesystem::create_directories(host.file.parent_path());
+        ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+        EXPECT_EQ(host.failureOf(true), 603) << suffix;
+        EXPECT_TRUE(std::filesystem::is_fifo(fifo)) << suffix;
+    }
     StoreHost directory;
     std::filesystem::create_directories(directory.file / "inside");
     StoreHost file;

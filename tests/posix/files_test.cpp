@@ -93,16 +93,48 @@ TEST_F(PosixFilesTest, FailuresAreReportedAndClearedByTheNextSuccess) {
     EXPECT_FALSE(files_.replace(inMissing, "x", error_));
     EXPECT_FALSE(files_.read(inMissing, error_));
     EXPECT_FALSE(files_.truncate(inMissing, 0, error_));
-    EXPECT_FALSE(files_.read(files_.documentsDirectory(), error_));
-    EXPECT_EQ(error_, std::errc::is_a_directory);
-    EXPECT_FALSE(files_.size(files_.documentsDirectory(), error_));
     EXPECT_FALSE(files_.remove(files_.documentsDirectory(), error_));
-    EXPECT_FALSE(files_.replace(files_.documentsDirectory(), "x", error_));
+    EXPECT_EQ(error_, std::errc::is_a_directory);
     EXPECT_EQ(entries(files_.documentsDirectory().parent_path()), 1U) << "the temporary file stayed";
     ASSERT_TRUE(files_.append(file_, "x", error_));
     EXPECT_FALSE(error_);
     EXPECT_FALSE(files_.createDirectories(file_ / "below", error_));
     EXPECT_EQ(error_, std::errc::not_a_directory);
+}
+
+/// A FIFO that nobody writes or reads, a device without an end, a directory.
+TEST_F(PosixFilesTest, NothingButAFileIsWaitedForOrReplaced) {
+    const auto fifo = files_.documentsDirectory() / "fifo";
+    const auto device = files_.documentsDirectory() / "device";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    fs::create_symlink("/dev/zero", device);
+    ASSERT_TRUE(files_.append(file_, "x", error_));
+    for (const auto& [path, type, error] : Table<fs::path, fs::file_type, std::errc>{
+             {fifo, fs::file_type::fifo, std::errc::not_supported},
+             {device, fs::file_type::character, std::errc::not_supported},
+             {files_.documentsDirectory(), fs::file_type::directory, std::errc::is_a_directory}}) {
+        SCOPED_TRACE(path);
+        const std::function<bool()> operations[] = {[&] { return files_.read(path, error_).has_value(); },
+                                                    [&] { return files_.readTail(path, 1, error_).has_value(); },
+                                                    [&] { return files_.size(path, error_).has_value(); },
+                                                    [&] { return files_.append(path, "x", error_); },
+                                                    [&] { return files_.replace(path, "x", error_); },
+                                                    [&] { return files_.truncate(path, 0, error_); },
+                                                    [&] { return files_.move(file_, path, error_); }};
+        for (const auto& operation : operations) {
+            EXPECT_FALSE(operation());
+            EXPECT_EQ(error_, error);
+        }
+        EXPECT_EQ(fs::status(path).type(), type);
+    }
+    EXPECT_EQ(content(file_), "x");
+    const auto path = files_.libraryDirectory() / "Preferences" / "defaults.json";
+    ASSERT_TRUE(files_.createDirectories(path.parent_path(), error_));
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    JsonDefaults defaults(files_);
+    defaults.setBool("a", true);
+    EXPECT_EQ(defaults.boolForKey("a"), true);
+    EXPECT_TRUE(fs::is_fifo(path));
 }
 
 TEST_F(PosixFilesTest, AFullDiskLeavesTheOldFileOrAPrefixOfTheAppendedBytes) {

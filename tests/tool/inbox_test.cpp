@@ -4,6 +4,7 @@
 #include "tests/support/prelude.h"
 #include "tools/quomi/backoffice/backoffice.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <SQLiteCpp/Database.h>
@@ -113,6 +114,30 @@ TEST_F(InboxTest, RefusesWhatIsNoInboxAndLeavesItAlone) {
     }
 }
 
+/// One that has all marks of an inbox and something else besides.
+TEST_F(InboxTest, RefusesADoctoredOneAndWaitsForNothing) {
+    for (const char* sql :
+         {"CREATE TRIGGER t AFTER INSERT ON received BEGIN DELETE FROM totals; END", "CREATE VIEW more AS SELECT 1",
+          "CREATE VIRTUAL TABLE more USING fts5(x)", "ALTER TABLE received ADD COLUMN more AS (length(content))",
+          "CREATE INDEX \"a\"\"; DROP TABLE totals; --\" ON received (udid)"}) {
+        SCOPED_TRACE(sql);
+        fs::remove(file_);
+        ASSERT_TRUE(Inbox::open(file_.string()));
+        SQLite::Database(file_.string(), SQLite::OPEN_READWRITE).exec(sql);
+        const std::string before = contentOf(file_);
+        std::optional<Error> error;
+        EXPECT_FALSE(Inbox::open(file_.string(), &error));
+        EXPECT_THAT(error.value_or(Error()).localizedDescription().value_or(""), HasSubstr("expected the inbox"));
+        EXPECT_EQ(contentOf(file_), before);
+    }
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+        const std::string fifo = (folder_ / "fifo.sqlite").string() + suffix;
+        ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+        EXPECT_FALSE(Inbox::open((folder_ / "fifo.sqlite").string())) << suffix;
+        fs::remove(fifo);
+    }
+}
+
 TEST_F(InboxTest, TwoInboxesOfOneFileShareIt) {
     const Inbox::Bounds bounds{.entries = 150};
     std::vector<std::thread> threads;
@@ -133,9 +158,7 @@ TEST_F(InboxTest, WhatCannotBeKeptIsRefused) {
     auto inbox = Inbox::open(file_.string());
     ASSERT_TRUE(inbox->add({event("a")}));
     SQLite::Database saboteur(file_.string(), SQLite::OPEN_READWRITE);
-    saboteur.exec(
-        "CREATE TRIGGER full BEFORE INSERT ON received WHEN new.udid = 'c' "
-        "BEGIN SELECT RAISE(FAIL, 'full'); END");
+    saboteur.exec("CREATE UNIQUE INDEX full ON received (iif(udid = 'c', 'a', udid))");  // no "c" beside the "a"
     EXPECT_FALSE(inbox->add({event("b"), event("c")}));
     EXPECT_EQ(udidsOf(*inbox), "a") << "all of a request or nothing";
     ASSERT_TRUE(inbox->add({event("d")}));

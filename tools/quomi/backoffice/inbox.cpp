@@ -1,5 +1,7 @@
 #include "tools/quomi/backoffice/inbox.h"
 
+#include "hosts/posix/files.h"
+#include "quomi/data/untrusted_file.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/error.h"
 
@@ -90,6 +92,18 @@ bool makePrivate(const std::string& path) {
     return ::chmod(path.c_str(), S_IRUSR | S_IWUSR) == 0;
 }
 
+/// Whether SQLite can open what lies beside the file without waiting for anybody and without touching other files.
+bool hasHarmlessSideFiles(const std::string& path) {
+    const posix::PosixFiles files({});
+    std::error_code failure;
+    const auto isHarmless = [&](std::string_view suffix) {
+        const auto type = files.type(path + std::string(suffix), failure);
+        return type == std::filesystem::file_type::not_found || type == std::filesystem::file_type::regular;
+    };
+    return std::ranges::all_of(kSideFileSuffixes, isHarmless) &&
+           !namesAnotherFile(files.readTail(path + "-journal", kEndOfJournal, failure).value_or(""));
+}
+
 std::int64_t pragma(SQLite::Database& database, const char* name) {
     return database.execAndGet(fmt::format("PRAGMA {}", name)).getInt64();
 }
@@ -99,8 +113,22 @@ bool isEmpty(SQLite::Database& database) {
            database.execAndGet("SELECT count(*) FROM sqlite_master").getInt() == 0;
 }
 
+/// The statements that the schema is made of, sorted.
+std::vector<std::string> schemaOf(SQLite::Database& database) {
+    std::vector<std::string> statements;
+    SQLite::Statement query(database,
+                            "SELECT type || ' ' || name || ' ' || coalesce(sql, '') FROM sqlite_master ORDER BY 1");
+    while (query.executeStep()) statements.push_back(query.getColumn(0).getString());
+    return statements;
+}
+
+/// A file with the mark of an inbox and anything else in it (a trigger, say) is none.
 bool isInbox(SQLite::Database& database) {
-    return pragma(database, "application_id") == kApplicationId && pragma(database, "user_version") == kVersion;
+    if (pragma(database, "application_id") != kApplicationId || pragma(database, "user_version") != kVersion)
+        return false;
+    SQLite::Database asMadeNow(":memory:", SQLite::OPEN_READWRITE);
+    asMadeNow.exec(kSchema);
+    return schemaOf(database) == schemaOf(asMadeNow);
 }
 
 /// Whether a file that nobody is writing may be used. It is only read, without even the side files that opening makes:
@@ -112,6 +140,7 @@ bool isUsable(const std::string& path) {
         uri += isSpecial ? fmt::format("%{:02X}", static_cast<unsigned char>(c)) : std::string(1, c);
     }
     SQLite::Database database(uri + "?immutable=1", SQLite::OPEN_READONLY | SQLite::OPEN_URI);
+    distrust(database);
     return isEmpty(database) || isInbox(database);
 }
 
@@ -137,7 +166,9 @@ void report(std::optional<Error>* slot, const std::string& text) {
 class Inbox::Database {
 public:
     explicit Database(const std::string& path)
-        : connection_(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMilliseconds) {}
+        : connection_(path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, kBusyTimeoutMilliseconds) {
+        distrust(connection_);
+    }
 
     [[nodiscard]] SQLite::Database& connection() { return connection_; }
 
@@ -232,6 +263,7 @@ std::unique_ptr<Inbox> Inbox::open(const std::string& path, const Bounds& bounds
     if (state == FileState::none) return refused("a file that can be made or written");
     try {
         const std::string absolute = std::filesystem::absolute(path).string();
+        if (!hasHarmlessSideFiles(absolute)) return refused(kOther);
         if (state == FileState::open) {
             if (!isUsable(absolute)) return refused(kOther);
             if (!makePrivate(absolute)) return refused("a file of this user");
