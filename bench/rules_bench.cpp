@@ -163,6 +163,15 @@ void thousandRulesAtTheirLimit(benchmark::State& state) {
     state.counters["bound_ms"] = 5;
 }
 
+/// All of one beacon's rules run; the floor is a thousand of them.
+void fourThousandRulesRun(benchmark::State& state) {
+    const auto all = [](int, QuomiBeaconRuleWithActions&) {};
+    RuleBench many(4000, all);
+    RuleBench few(1000, all);
+    compare(
+        state, 5, [&] { many.find(); }, [&] { few.find(); });
+}
+
 constexpr std::uint16_t kBeacons = 1000;
 
 boost::json::object thousandBeacons() {
@@ -273,6 +282,7 @@ BENCHMARK(foundBeaconWithTwentyRules)->UseManualTime()->Unit(benchmark::kMicrose
 BENCHMARK(foundBeaconObserved)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(thousandRulesOutOfRange)->Unit(benchmark::kMillisecond);
 BENCHMARK(thousandRulesAtTheirLimit)->Unit(benchmark::kMillisecond);
+BENCHMARK(fourThousandRulesRun)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(rangingReportOfBeaconsWithRecords)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(latchTimerBeside)->Arg(0)->Arg(100)->Arg(10'000)->Arg(1'000'000);
 BENCHMARK(hourBesideLatchTimers)->Arg(0)->Arg(10'000)->Iterations(10'000);

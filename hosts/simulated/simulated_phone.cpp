@@ -271,4 +271,8 @@ bool SimulatedPhone::closeWebPage() {
     return parts_->screens.closeWebPage();
 }
 
+bool SimulatedPhone::dismissWebPage() {
+    return parts_->screens.dismissWebPage();
+}
+
 }  // namespace quomi::simulated

@@ -146,6 +146,8 @@ public:
     [[nodiscard]] std::shared_ptr<Screen> presentScreen(bool present);
     /// The user closes the page on top; false when none is shown.
     bool closeWebPage();
+    /// The page on top is swiped away; false when none is shown.
+    bool dismissWebPage();
 
 private:
     struct Parts;

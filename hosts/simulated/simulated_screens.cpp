@@ -54,6 +54,14 @@ bool SimulatedScreens::closeWebPage() {
     return true;
 }
 
+bool SimulatedScreens::dismissWebPage() {
+    if (pages_.empty()) return false;
+    const auto page = pages_.back();
+    takeAway(page);
+    post(page, &WebPageEvents::dismissed);
+    return true;
+}
+
 void SimulatedScreens::post(const std::shared_ptr<Page>& page, std::function<void()> WebPageEvents::*event) {
     loop_.post([page, event] {
         const auto told = page->events.*event;

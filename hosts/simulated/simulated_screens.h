@@ -45,6 +45,8 @@ public:
 
     /// Lever: the user closes the page on top. False when none is shown.
     bool closeWebPage();
+    /// Lever: the page on top is swiped away. False when none is shown.
+    bool dismissWebPage();
     /// URL of the page on top; empty when none is shown or it has loaded nothing.
     [[nodiscard]] std::string shownURL() const;
     /// Whether the page on top shows that it loads.

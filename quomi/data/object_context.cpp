@@ -239,33 +239,59 @@ std::int64_t ObjectContext::nextID(const EntityType& type) {
 
 // Noticing and writing
 
+ObjectContext::Bulk::Bulk(ObjectContext& context) : context_(context) {
+    ++context_.bulks_;
+    if (context_.parent_ != nullptr) ++context_.parent_->bulks_;
+}
+
+ObjectContext::Bulk::~Bulk() {
+    context_.endBulk();
+    if (context_.parent_ != nullptr) context_.parent_->endBulk();
+}
+
+void ObjectContext::endBulk() {
+    if (--bulks_ == 0) touched_.clear();
+}
+
+void ObjectContext::touch(std::shared_ptr<ManagedObject> object) {
+    if (bulks_ > 0) touched_.push_back(std::move(object));
+}
+
 std::vector<ObjectContext::Changed> ObjectContext::changedObjects() const {
     std::vector<Changed> all;
-    std::vector<std::size_t> changed;
-    for (const auto& [type, table] : tables_) {
-        const auto& fields = type->fields();
-        for (const auto& [objectID, object] : table) {
-            changed.clear();
-            for (std::size_t i = 0; i < fields.size(); ++i) {
-                if (fields[i].image(*object) != object->image_[i]) changed.push_back(i);
-            }
-            if (!changed.empty()) all.push_back({object, changed});
+    if (bulks_ > 0) {
+        for (const auto& object : touched_) {
+            const bool isKept = object->context_ == this && !object->image_.empty();
+            if (isKept) addIfChanged(object, all);
         }
+        return all;
+    }
+    for (const auto& [type, table] : tables_) {
+        for (const auto& [objectID, object] : table) addIfChanged(object, all);
     }
     return all;
+}
+
+void ObjectContext::addIfChanged(const Object& object, std::vector<Changed>& all) {
+    const auto& fields = object->entityType().fields();
+    std::vector<std::size_t> changed;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (fields[i].image(*object) != object->image_[i]) changed.push_back(i);
+    }
+    if (!changed.empty()) all.push_back({object, std::move(changed)});
 }
 
 /// Makes the store, within the open transaction, what the objects are.
 bool ObjectContext::flush(std::optional<Error>* error) {
     if (parent_ != nullptr) {
-        letGoOfUnheld();
+        if (bulks_ == 0) letGoOfUnheld();
         return parent_->flush(error);
     }
     if (refusal_) {
         dropEverything();  // the save that tells would drop it too
         return true;
     }
-    const auto changed = bulks_ == 0 ? changedObjects() : std::vector<Changed>();
+    const auto changed = changedObjects();
     if (!inserted_.empty() || !removed_.empty() || !changed.empty()) {
         if (!file_.perform([this] { file_.begin(); }, error)) return false;
         std::optional<Error> refusal;
@@ -381,6 +407,7 @@ void ObjectContext::dropEverything() {
     tables_.clear();
     inserted_.clear();
     removed_.clear();
+    touched_.clear();
     for (auto& [type, last] : lastIDs_) last.isCurrent = false;
 }
 
@@ -439,6 +466,7 @@ bool ObjectContext::saveToParent(std::optional<Error>* error) {
         const auto original = parent_->objectWithID(object->entityType(), object->objectID_);
         if (original != nullptr) {
             for (const auto field : changed) object->entityType().fields()[field].copy(*object, *original);
+            parent_->touch(original);
         }
         takeImage(*object, changed);
     }

@@ -98,18 +98,21 @@ public:
     /// Drops what was not saved: every object is disconnected, and the next fetch reads the store as it is.
     void rollback();
 
-    /// While one lives, fetches see insertions and removals at once, but look for no changed members: for loops over
-    /// many objects that are known not to change what is asked for.
+    /// While one lives, fetches and saves see insertions and removals at once, but of changed members only those of
+    /// objects that were told of by `touch`: for loops over many objects, so that none costs a look at all the others.
+    /// What else has changed waits for the next fetch or save after its end. A child's is one of its parent too.
     class Bulk {
     public:
-        explicit Bulk(ObjectContext& context) : context_(context) { ++context_.bulks_; }
-        ~Bulk() { --context_.bulks_; }
+        explicit Bulk(ObjectContext& context);
+        ~Bulk();
         Bulk(const Bulk&) = delete;
         Bulk& operator=(const Bulk&) = delete;
 
     private:
         ObjectContext& context_;
     };
+    /// Inside a `Bulk`: the object may have changed. Nothing otherwise, where all changes are noticed.
+    void touch(std::shared_ptr<ManagedObject> object);
 
 private:
     friend class ManagedObject;
@@ -136,6 +139,8 @@ private:
         std::vector<std::size_t> fields;
     };
     [[nodiscard]] std::vector<Changed> changedObjects() const;
+    static void addIfChanged(const Object& object, std::vector<Changed>& all);
+    void endBulk();
     bool flush(std::optional<Error>* error);
     void write(const std::vector<Changed>& changed);
     void writeRow(const ManagedObject& object);
@@ -167,6 +172,7 @@ private:
     std::unordered_map<const EntityType*, LastID> lastIDs_;
     std::optional<Error> refusal_;  // why the changes since the last save were dropped
     int bulks_ = 0;
+    Objects touched_;  // inside a bulk: where to look for changes
 };
 
 }  // namespace quomi

@@ -39,6 +39,9 @@ struct WebPageEvents {
     std::function<void()> didAppear{};
     std::function<void()> didDisappear{};
     std::function<void()> closeRequested{};
+    /// The page is off the screen, for good, by other means than `WebPage::dismiss` (the user swiped it away). Comes
+    /// after `didDisappear`.
+    std::function<void()> dismissed{};
     /// A load begins; it has finished or failed.
     std::function<void()> loadDidStart{};
     std::function<void()> loadDidEnd{};

@@ -86,7 +86,7 @@ bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner) {
                        {"rule_id", rule->ruleId.value_or("")},
                        {areaKeyOf(area_), owner->identifier()}});
     if (hasEnded_ || rule->context() == nullptr) return false;
-    const auto stop = countEvent(context_, area_, *rule, *owner);
+    const auto stop = countEvent(context_, area_, rule, *owner);
     if (!stop) return true;
     report(*rule, *owner, stop->decision, [&stop] { return detailOf(*stop); });
     return false;

@@ -158,28 +158,29 @@ bool QuomiRuleHelper::maxEventsConditionsFulfilledForRule(const RuleWithActions&
     return !stopAtMaximum(rule, group, now);
 }
 
-std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area, RuleWithActions& rule,
-                                   const RuleOwner& owner) {
+std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area,
+                                   const std::shared_ptr<RuleWithActions>& rule, const RuleOwner& owner) {
     const RuleStop notCounted{RuleDecision::saveFailed};
-    Owner group;
-    WallTime now;
-    {
-        // What rules change is not what these fetches ask for: they need not look through all rules for changes.
-        const ObjectContext::Bulk bulk(context.data.currentObjectContext());
-        group = fetchGroup(context, area, owner);
-        now = context.platform.clock.now();
-        const auto status = context.data.getSDKStatusInfo();
-        if (status == nullptr) return notCounted;
-        Stop stop;
-        if (area == RuleArea::beacon) stop = stopInMinInterval(*status, now);
-        if (!stop && rule.underGlobalCounter) stop = stopAtGlobalMaximum(*status, now);
-        if (!stop) stop = stopAtMaximum(rule, group.get(), now);
-        if (stop) return stop;
-        const auto members = group != nullptr ? fetchMembers(context, area, *group) : std::vector<Owner>();
-        count(area, *status, rule, group.get(), members, now);
-    }
+    // What rules change is not what these fetches ask for, and what is saved is known: no rule costs a look at all the
+    // others.
+    auto& objects = context.data.currentObjectContext();
+    const ObjectContext::Bulk bulk(objects);
+    const auto group = fetchGroup(context, area, owner);
+    const auto now = context.platform.clock.now();
+    const auto status = context.data.getSDKStatusInfo();
+    if (status == nullptr) return notCounted;
+    Stop stop;
+    if (area == RuleArea::beacon) stop = stopInMinInterval(*status, now);
+    if (!stop && rule->underGlobalCounter) stop = stopAtGlobalMaximum(*status, now);
+    if (!stop) stop = stopAtMaximum(*rule, group.get(), now);
+    if (stop) return stop;
+    const auto members = group != nullptr ? fetchMembers(context, area, *group) : std::vector<Owner>();
+    count(area, *status, *rule, group.get(), members, now);
+    objects.touch(status);
+    objects.touch(rule);
+    if (group != nullptr) objects.touch(group);
     if (!context.data.saveContext()) return notCounted;
-    return stopBelowMinimum(rule, group.get(), now);
+    return stopBelowMinimum(*rule, group.get(), now);
 }
 
 void uncountEvent(const RuleExecutorContext& context, RuleWithActions* rule) {

@@ -40,7 +40,7 @@ struct RuleStop {
 /// of its group. Nothing when the rule may act, else what stopped it. A group that cannot be read is told of in the
 /// system log and has no gates.
 [[nodiscard]] std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area,
-                                                 RuleWithActions& rule, const RuleOwner& owner);
+                                                 const std::shared_ptr<RuleWithActions>& rule, const RuleOwner& owner);
 
 /// Takes back what a beacon's rule counted: the device-wide interval holds nothing back any more, and of a rule under
 /// the device-wide counter all counts are one less, and saved. The counts of any other rule stay: deliberate, campaigns

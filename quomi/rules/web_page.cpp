@@ -23,6 +23,7 @@ std::shared_ptr<QuomiWebPageViewController> QuomiWebPageViewController::present(
     events.didAppear = event(&QuomiWebPageViewController::viewDidAppear);
     events.didDisappear = event(&QuomiWebPageViewController::viewDidDisappear);
     events.closeRequested = event(&QuomiWebPageViewController::closeModalView);
+    events.dismissed = event(&QuomiWebPageViewController::wasDismissed);
     events.loadDidStart = event(&QuomiWebPageViewController::loadDidStart);
     events.loadDidEnd = event(&QuomiWebPageViewController::loadDidEnd);
     controller->didClose_ = std::move(didClose);
@@ -43,7 +44,15 @@ void QuomiWebPageViewController::viewDidAppear() {
 void QuomiWebPageViewController::viewDidDisappear() {
     viewDidAppear_ = false;
     targetURL_.reset();
-    if (isClosing_ && didClose_) std::exchange(didClose_, nullptr)();
+    if (isClosing_) tellThatItClosed();
+}
+
+void QuomiWebPageViewController::wasDismissed() {
+    tellThatItClosed();
+}
+
+void QuomiWebPageViewController::tellThatItClosed() {
+    if (didClose_) std::exchange(didClose_, nullptr)();
 }
 
 void QuomiWebPageViewController::closeModalView() {

@@ -25,7 +25,8 @@ public:
     QuomiWebPageViewController& operator=(const QuomiWebPageViewController&) = delete;
 
     /// Presents a new one over the screen; null when that is not possible. `didClose` is called once, after the user
-    /// closed it, from inside one of its own functions. Letting go of it takes it off the screen.
+    /// closed it or it went in another way, from inside one of its own functions. Letting go of it takes it off the
+    /// screen.
     [[nodiscard]] static std::shared_ptr<QuomiWebPageViewController> present(Screens& screens,
                                                                              const std::shared_ptr<Screen>& over,
                                                                              std::function<void()> didClose);
@@ -40,11 +41,15 @@ public:
     void viewDidDisappear();
     /// The user wants it closed: it goes, and with it whatever it presents.
     void closeModalView();
+    /// It is off the screen, without `closeModalView` (swiped away).
+    void wasDismissed();
     /// The overlay that says "loading" is there from the start of a load to its end, good or bad.
     void loadDidStart();
     void loadDidEnd();
 
 private:
+    void tellThatItClosed();
+
     std::unique_ptr<WebPage> page_;
     std::function<void()> didClose_;
     std::optional<std::string> targetURL_;
@@ -52,7 +57,7 @@ private:
     bool isClosing_ = false;
 };
 
-/// Shows web pages and keeps each until the user closes it. Host's thread only; its end takes all of them away.
+/// Shows web pages and keeps each as long as it is on show. Host's thread only; its end takes all of them away.
 class WebPagePresenter {
 public:
     /// The ports outlive the object.

@@ -133,6 +133,31 @@ TEST_F(Contexts, EvictionNeverLosesAChange) {
     EXPECT_EQ(saved("triggersCount", "QuomiGeofenceRuleWithActions"), "1 9 1");
 }
 
+TEST_F(Contexts, InBulkASaveLooksAtWhatWasTouchedAndTheNextAtAll) {
+    for (const bool inChild : {false, true}) {
+        for (const char* id : {"a", "b"}) context.insert(geofence(id));
+        ASSERT_TRUE(context.save());
+        ObjectContext child(context);
+        auto& used = inChild ? child : context;
+        const auto touched = byId(used, "a");
+        const auto other = byId(used, "b");
+        const auto save = [&] { return used.save() && context.save(); };
+        {
+            const ObjectContext::Bulk bulk(used);
+            touched->entryCount = other->entryCount = 1;
+            used.touch(touched);
+            EXPECT_TRUE(save());
+            EXPECT_EQ(saved("entryCount"), "1 0") << inChild;
+            touched->entryCount = 2;
+            EXPECT_TRUE(save());
+            EXPECT_EQ(saved("entryCount"), "2 0") << inChild << ": touched until the end";
+        }
+        EXPECT_TRUE(save());
+        EXPECT_EQ(saved("entryCount"), "2 1") << inChild;
+        context.removeAll(entityType<QuomiGeofence>());
+    }
+}
+
 TEST_F(Contexts, MembersAndOwners) {
     context.insert(geofence("a", {"r1"}));
     context.insert(geofence("b"));

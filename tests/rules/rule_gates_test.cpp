@@ -77,7 +77,7 @@ TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
         const bool isUnderGlobalCounter = judged->underGlobalCounter;
 
         const auto mayAct = QuomiRuleHelper::maxEventsConditionsFulfilledForRule(*judged, group.get(), now());
-        const auto stop = countEvent(context(), RuleArea::beacon, *judged, *owner);
+        const auto stop = countEvent(context(), RuleArea::beacon, judged, *owner);
         ASSERT_EQ(stop ? std::optional(stop->decision) : std::nullopt, each.stop);
         if (stop) {
             EXPECT_EQ(stop->observed, each.observed);
@@ -106,7 +106,7 @@ TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
     const auto status = data_->getSDKStatusInfo();
     status->globalMinInterval = 100;
     status->lastEventDate = now() - seconds(1);
-    for (int i = 0; i < 3; ++i) EXPECT_FALSE(countEvent(context(), RuleArea::geofence, *judged, *place));
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(countEvent(context(), RuleArea::geofence, judged, *place));
     EXPECT_EQ(status->lastEventDate, now() - seconds(1));
     EXPECT_EQ(judged->triggersCount, 3);
     EXPECT_TRUE(judged->history.empty()) << "no period asks for it";
@@ -121,7 +121,7 @@ TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
         const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
         const auto owner = beacon("b", std::vector{judged}, "group");
         const auto status = data_->getSDKStatusInfo();
-        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, *judged, *owner));
+        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, judged, *owner));
         EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
         uncountEvent(context(), judged.get());
         const std::int32_t left = isUnderGlobalCounter ? 0 : 1;

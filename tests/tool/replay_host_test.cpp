@@ -114,20 +114,23 @@ TEST_F(ReplayHostTest, PagesAndLinksOfTheHostOpenWithoutAsking) {
         {"at": 1, "call": "openWebPageForUrl", "with": "file://help.html"}, {"at": 2, "presentScreen": true},
         {"at": 3, "call": "openWebPageForUrl", "with": "https://shop.test"}, {"at": 4, "presentScreen": false},
         {"at": 5, "closeWebPage": true}, {"at": 6, "call": "openWebPageForUrl", "with": "https://shop.test/x"},
+        {"at": 6, "dismissWebPage": true}, {"at": 6.5, "call": "openWebPageForUrl", "with": "https://shop.test/z"},
         {"at": 7, "call": "openDeepLinkForURL", "with": "https://shop.test/y"},
         {"at": 8, "call": "openDeepLinkForURL", "with": "shop://y"}, {"at": 9, "call": "openNotification"},
         {"at": 10, "call": "stop"}, {"at": 11, "call": "openDeepLinkForURL", "with": "https://shop.test/y"}])");
     visit["app"].as_object()["delegate"] =
         asJson(R"({"shouldExecuteOpenWebPageRequest": false, "shouldExecuteOpenDeepLinkRequest": false})");
     visit["app"].as_object()["resources"] = asJson(R"({"help.html": "<p>"})");
-    EXPECT_EQ(laterLines(visit),
-              parts("1 call openWebPageForUrl true | 1 webPage file://help.html | 3 console Quomi SDK Warning: can't "
-                    "present view controller for web page action, a UIVIewController is already presented by "
-                    "UIVIewController <UIViewController> | 3 call openWebPageForUrl false | "
-                    "6 call openWebPageForUrl true | 6 webPage https://shop.test/x | 7 call openDeepLinkForURL true | "
-                    "7 openURL https://shop.test/y | 8 call openDeepLinkForURL false | 9 call openNotification | "
-                    "10 unrange Quomi beacon | 10 unmonitor Quomi beacon | 10 call stop | "
-                    "11 call openDeepLinkForURL false"));
+    EXPECT_EQ(
+        laterLines(visit),
+        parts("1 call openWebPageForUrl true | 1 webPage file://help.html | 3 console Quomi SDK Warning: can't "
+              "present view controller for web page action, a UIVIewController is already presented by "
+              "UIVIewController <UIViewController> | 3 call openWebPageForUrl false | "
+              "6 call openWebPageForUrl true | 6 webPage https://shop.test/x | "
+              "6.5 call openWebPageForUrl true | 6.5 webPage https://shop.test/z | 7 call openDeepLinkForURL true | "
+              "7 openURL https://shop.test/y | 8 call openDeepLinkForURL false | 9 call openNotification | "
+              "10 unrange Quomi beacon | 10 unmonitor Quomi beacon | 10 call stop | "
+              "11 call openDeepLinkForURL false"));
 }
 
 TEST_F(ReplayHostTest, TheDebugLogIsTheResultOfItsCallUntilItIsCleared) {

@@ -323,6 +323,7 @@ private:
         phone_.loop().post(std::move(task));
     }
     void act(const CloseWebPageStep&) { phone_.closeWebPage(); }
+    void act(const DismissWebPageStep&) { phone_.dismissWebPage(); }
     void act(const PacketsStep&) {}  // its packets come one by one from the queue
     void act(const WalkStep&) {}     // and so do the points of its track
     // Refused when the visit is read.

@@ -81,6 +81,7 @@ struct PresentScreenStep {
     bool presents = false;
 };
 struct CloseWebPageStep {};
+struct DismissWebPageStep {};
 /// The wall clock jumps by so much, either way.
 struct ClockStep {
     Duration jump{};
@@ -103,11 +104,11 @@ struct CallStep {
     boost::json::value with;
 };
 
-using StepAction =
-    std::variant<RangeStep, BeaconRegionStep, BeaconRegionStateStep, LocationStep, RegionStep, MonitoringFailsStep,
-                 RangingFailsStep, LocationFailsStep, AuthorizationStep, BluetoothStep, BackgroundRefreshStep,
-                 NotificationRightsStep, LocationServicesStep, AppStep, NetworkStep, ExpireBackgroundTasksStep,
-                 PresentScreenStep, CloseWebPageStep, ClockStep, TimeZoneStep, PacketsStep, WalkStep, CallStep>;
+using StepAction = std::variant<RangeStep, BeaconRegionStep, BeaconRegionStateStep, LocationStep, RegionStep,
+                                MonitoringFailsStep, RangingFailsStep, LocationFailsStep, AuthorizationStep,
+                                BluetoothStep, BackgroundRefreshStep, NotificationRightsStep, LocationServicesStep,
+                                AppStep, NetworkStep, ExpireBackgroundTasksStep, PresentScreenStep, CloseWebPageStep,
+                                DismissWebPageStep, ClockStep, TimeZoneStep, PacketsStep, WalkStep, CallStep>;
 
 /// One entry of the timeline. Times are counted from the visit's start.
 struct Step {

@@ -152,6 +152,11 @@ constexpr StepKey kStepKeys[] = {
          n.onlyTrue();
          return CloseWebPageStep{};
      }},
+    {"dismissWebPage",
+     [](const JsonNode& n, const Folder&) -> StepAction {
+         n.onlyTrue();
+         return DismissWebPageStep{};
+     }},
     {"clock", [](const JsonNode& n, const Folder&) -> StepAction { return ClockStep{n.seconds(-kLongestTime)}; }},
     {"timeZone", [](const JsonNode& n, const Folder&) -> StepAction { return TimeZoneStep{readTimeZone(n)}; }},
     {"packets",
