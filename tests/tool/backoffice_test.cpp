@@ -5,6 +5,7 @@
 #include "tools/quomi/backoffice/backoffice_page.h"
 
 #include <atomic>
+#include <sys/resource.h>
 
 #include <httplib.h>
 
@@ -89,6 +90,9 @@ protected:
         client_.set_tcp_nodelay(true);
     }
 
+    /// The header as it stands in a request.
+    std::string host() const { return fmt::format("Host: 127.0.0.1:{}\r\n", backoffice_.port()); }
+
     static int started(Backoffice& backoffice) { return backoffice.start() ? backoffice.port() : 0; }
 
     void expectRefusal(const httplib::Result& result, int status, const std::string& error) {
@@ -166,11 +170,15 @@ TEST_F(BackofficeTest, KeepsUsersAndEvents) {
     EXPECT_EQ(backoffice_.inbox().counts().events, 4U);
 }
 
-TEST_F(BackofficeTest, KeepsPushTokensAndBatteryAlerts) {
+TEST_F(BackofficeTest, KeepsPushTokensBatteryAlertsAndAdvertisingIdentifiersThatThePageShortens) {
+    auto advertised = user();
+    advertised["advertising_id"] = "A1B2C3D4-0000-4000-8000-00000000BEEF";
     expectAnswer(client_.Post(kTokenPath, kToken, kJson), {{"success", true}});
-    expectAnswer(client_.Post(kAlertPath, kAlert, kJson), {{"success", true}});
+    expectAnswer(client_.Post(kAlertPath, kAlert, "Application/JSON; charset=utf-8"), {{"success", true}});
+    expectAnswer(client_.Post(kUserPath, userBody(advertised), kJson), {{"success", true}});
     const std::vector<Received> all = backoffice_.inbox().all();
-    ASSERT_EQ(all.size(), 2U);
+    ASSERT_EQ(all.size(), 3U);
+    EXPECT_EQ(json::parse(all[2].content), json::value(advertised));
     EXPECT_EQ(all[0].kind, ReceivedKind::pushToken);
     EXPECT_EQ(all[0].udid, "U");
     EXPECT_EQ(all[0].content, R"({"push_token":"0123456789abcdef0123456789abcdef"})");
@@ -180,6 +188,38 @@ TEST_F(BackofficeTest, KeepsPushTokensAndBatteryAlerts) {
     EXPECT_THAT(page, HasSubstr("<code>01234567…</code>"));
     EXPECT_THAT(page, Not(HasSubstr("0123456789abcdef")));
     EXPECT_THAT(page, HasSubstr("push tokens: 1, battery alerts: 1;"));
+    EXPECT_THAT(page, HasSubstr("&quot;advertising_id&quot;:&quot;A1B2C3D4…&quot;"));
+    EXPECT_THAT(page, Not(HasSubstr("BEEF")));
+}
+
+TEST_F(BackofficeTest, AnswersOnlyWhatThisMachineAsksAndTakesJsonOnly) {
+    const auto port = std::to_string(backoffice_.port());
+    const Table<std::string, std::string, const char*, int> cases = {
+        {"127.0.0.1:" + port, "", kJson, 200},
+        {"LocalHost:" + port, "http://localhost:" + port, kJson, 200},
+        {"[::1]:" + port, "http://127.0.0.1:" + port, kJson, 200},
+        {"127.0.0.1:1", "", kJson, 403},
+        {"127.0.0.1", "", kJson, 403},
+        {"rebound.test:" + port, "", kJson, 403},
+        {"127.0.0.1:" + port, "http://evil.test", kJson, 403},
+        {"127.0.0.1:" + port, "https://127.0.0.1:" + port, kJson, 403},
+        {"127.0.0.1:" + port, "null", kJson, 403},
+        {"127.0.0.1:" + port, "", "text/plain", 415},
+        {"127.0.0.1:" + port, "", "application/jsonp", 415},
+        {"127.0.0.1:" + port, "", "application/x-www-form-urlencoded", 415},
+        {"127.0.0.1:" + port, "", "multipart/form-data; boundary=b", 415},
+    };
+    std::size_t kept = 0;
+    for (const auto& [host, origin, type, status] : cases) {
+        SCOPED_TRACE(host + " " + origin + " " + type);
+        httplib::Headers headers{{"Host", host}};
+        if (!origin.empty()) headers.emplace("Origin", origin);
+        EXPECT_EQ(client_.Post(kLogPath, headers, kEvent, type)->status, status);
+        kept += status == 200 ? 1 : 0;
+        EXPECT_EQ(backoffice_.inbox().counts().events, kept);
+        EXPECT_EQ(client_.Get("/", headers)->status, status == 403 ? 403 : 200);
+    }
+    EXPECT_THAT(exchanged(backoffice_.port(), "GET / HTTP/1.1\r\n\r\n"), StartsWith("HTTP/1.1 403 "));
 }
 
 TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
@@ -227,8 +267,7 @@ TEST_F(BackofficeTest, RefusesBadBodiesAndKeepsNothing) {
 
 TEST_F(BackofficeTest, BoundsBodiesAndDoesNotUnpackThem) {
     expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody + 1, ' '), kJson), 413, "too large");
-    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody, ' '), "application/x-www-form-urlencoded"),
-                  400, "JSON");
+    expectRefusal(client_.Post(kLogPath, std::string(Backoffice::kMaxBody, ' '), kJson), 400, "JSON");
     static constexpr char gzipped[] =
         "\037\213\010\000\000\000\000\000\002\003\253\126\052\115\311\114\121\262\122\012\125\322\121\112\111\054\111"
         "\005\062\123\224\152\001\000\307\145\132\027\000\000\000";
@@ -241,13 +280,18 @@ TEST_F(BackofficeTest, AnswersWhatIsNoRequestAndRequestsSentInOneGo) {
     const std::string refusal = exchanged(backoffice_.port(), "garbage\r\n\r\n");
     EXPECT_THAT(refusal, StartsWith("HTTP/1.1 400 "));
     EXPECT_THAT(refusal, HasSubstr(R"({"success":false)"));
-    const std::string two = exchanged(backoffice_.port(),
-                                      "POST /u_applications/shop/log.json HTTP/1.1\r\n\r\n"
-                                      "POST /u_applications/shop/log.json HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}"
-                                      "GET /u_applications/limits.json?namespace=shop HTTP/1.1\r\n\r\n");
-    EXPECT_THAT(two, StartsWith("HTTP/1.1 400 "));
+    const std::string two =
+        exchanged(backoffice_.port(), "POST /u_applications/shop/log.json HTTP/1.1\r\n" + host() +
+                                          "\r\n"
+                                          "POST /u_applications/shop/log.json HTTP/1.1\r\n" +
+                                          host() +
+                                          "Content-Length: 2\r\n\r\n{}"
+                                          "GET /u_applications/limits.json?namespace=shop HTTP/1.1\r\n" +
+                                          host() + "\r\n");
+    EXPECT_THAT(two, StartsWith("HTTP/1.1 415 "));
     EXPECT_THAT(two, HasSubstr("\"max_events\":3"));
-    const std::string last = exchanged(backoffice_.port(), "GET / HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}");
+    const std::string last =
+        exchanged(backoffice_.port(), "GET / HTTP/1.1\r\n" + host() + "Content-Length: 2\r\n\r\n{}");
     EXPECT_THAT(last, StartsWith("HTTP/1.1 200 "));
     EXPECT_THAT(last, AllOf(HasSubstr("Connection: close"), Not(HasSubstr("HTTP/1.1 400"))));
 }
@@ -279,6 +323,48 @@ TEST_F(BackofficeTest, AnswersManyClientsAtOnce) {
     for (std::size_t i = 0; i < all.size(); i += 2) {
         EXPECT_EQ(all[i].udid, all[i + 1].udid) << "a batch was torn apart at " << i;
         EXPECT_EQ(all[i].date + all[i + 1].date, "ab");
+    }
+}
+
+/// Connections that say nothing, and others that send a request byte by byte for as long as they live.
+class SlowClients {
+public:
+    SlowClients(int port, int number) {
+        for (int i = 0; i < number; ++i) sockets_.push_back(connectedTo(port));
+        trickle_ = std::thread([this] {
+            while (!ended_) {
+                for (std::size_t i = 0; i < sockets_.size(); i += 2) ::send(sockets_[i], "A", 1, MSG_NOSIGNAL);
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        });
+    }
+    ~SlowClients() {
+        ended_ = true;
+        trickle_.join();
+        for (const int socket : sockets_) ::close(socket);
+    }
+
+private:
+    std::vector<int> sockets_;
+    std::atomic<bool> ended_{false};
+    std::thread trickle_;
+};
+
+TEST_F(BackofficeTest, ClientsThatAreSilentOrTrickleKeepNobodyFromBeingServed) {
+    rlimit files{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &files), 0);
+    files.rlim_cur = std::min<rlim_t>(files.rlim_max, 4096);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &files), 0);
+    for (const int number : {40, 1000}) {
+        const SlowClients slow(backoffice_.port(), number);
+        for (int i = 0; i < 3; ++i) {
+            const auto before = std::chrono::steady_clock::now();
+            httplib::Client client("127.0.0.1", backoffice_.port());
+            const auto result = client.Get("/u_applications/limits.json?namespace=shop");
+            ASSERT_TRUE(result) << number;
+            EXPECT_EQ(result->status, 200);
+            EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(4500)) << number;
+        }
     }
 }
 
@@ -316,7 +402,8 @@ TEST(Backoffice, StopsAtOnceWhenAClientDoesNotTakeItsAnswers) {
     ASSERT_TRUE(backoffice.start());
     const int client = connectedTo(backoffice.port(), 4096);
     std::string requests;
-    for (int i = 0; i < kRequests; ++i) requests += "GET / HTTP/1.1\r\n\r\n";
+    const auto request = fmt::format("GET / HTTP/1.1\r\nHost: localhost:{}\r\n\r\n", backoffice.port());
+    for (int i = 0; i < kRequests; ++i) requests += request;
     ASSERT_GT(::send(client, requests.data(), requests.size(), 0), 0);
     for (int before = -1; before != answered || before == 0;) {  // until the connection is full
         before = answered;
@@ -341,10 +428,11 @@ TEST(Backoffice, ReportsEveryAnswerAndSurvivesAReporterThatThrows) {
     client.Post(kLogPath, "{", kJson);
     client.Put("/nowhere", "", kJson);
     client.Get("/x?push_token=0123456789abcdef&a=1&push_token=");
+    client.Get("/x?advertising_id=0123456789abcdef");
     backoffice.stop();
     EXPECT_THAT(lines, ElementsAre("GET /u_applications/limits.json?namespace=shop&x=%20 200",
                                    "POST /u_applications/shop/log.json 400", "PUT /nowhere 404",
-                                   "GET /x?push_token=0123…&a=1&push_token=… 404"));
+                                   "GET /x?push_token=0123…&a=1&push_token=… 404", "GET /x?advertising_id=0123… 404"));
 }
 
 TEST_F(BackofficeTest, PageEscapesWhatDevicesSend) {

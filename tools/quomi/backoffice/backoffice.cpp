@@ -8,12 +8,14 @@
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <exception>
 #include <mutex>
 #include <optional>
 #include <span>
+#include <strings.h>
 #include <utility>
 #include <vector>
 
@@ -78,15 +80,32 @@ QueryParameter parametersOf(const httplib::Request& request) {
     };
 }
 
-/// The target of a request, without the middle of what it calls a push token.
-std::string withoutToken(std::string target) {
-    static constexpr std::string_view name = "push_token=";
-    for (std::size_t at = 0; (at = target.find(name, at)) != std::string::npos;) {
-        at += name.size();
-        const std::size_t length = std::min(target.find('&', at), target.size()) - at;
-        target.replace(at, length, shortenedToken(std::string_view(target).substr(at, length)));
+/// The target of a request, without the middle of what it calls a push token or an advertising identifier.
+std::string withoutSecrets(std::string target) {
+    for (const std::string_view name : {"push_token=", "advertising_id="}) {
+        for (std::size_t at = 0; (at = target.find(name, at)) != std::string::npos;) {
+            at += name.size();
+            const std::size_t length = std::min(target.find('&', at), target.size()) - at;
+            target.replace(at, length, shortened(std::string_view(target).substr(at, length)));
+        }
     }
     return target;
+}
+
+bool isLoopbackName(const std::string& host, int port) {
+    return std::ranges::any_of(std::array{"127.0.0.1", "localhost", "[::1]"}, [&](const char* name) {
+        return ::strcasecmp(host.c_str(), fmt::format("{}:{}", name, port).c_str()) == 0;
+    });
+}
+
+/// A page of another site that a browser on this machine shows can send requests here, also under a name of its own
+/// that it lets point to this machine.
+bool comesFromThisMachine(const httplib::Request& request, int port) {
+    constexpr std::string_view scheme = "http://";
+    if (!isLoopbackName(request.get_header_value("Host"), port)) return false;
+    if (!request.has_header("Origin")) return true;
+    const auto origin = request.get_header_value("Origin");
+    return origin.starts_with(scheme) && isLoopbackName(origin.substr(scheme.size()), port);
 }
 
 }  // namespace
@@ -247,6 +266,10 @@ void Backoffice::Server::answer(const httplib::Request& request, httplib::Respon
 }
 
 Reply Backoffice::Server::dispatch(const httplib::Request& request) {
+    if (!comesFromThisMachine(request, port_)) {
+        return refusal(403,
+                       fmt::format("this back office answers to 127.0.0.1:{0} and localhost:{0} only", port_.load()));
+    }
     const std::string_view method = request.method == "HEAD" ? std::string_view("GET") : request.method;
     std::string_view allowed;
     for (const Route& route : routes()) {
@@ -269,7 +292,7 @@ void Backoffice::Server::report(const httplib::Request& request, const httplib::
     if (!onRequest_) return;
     const std::lock_guard lock(reportMutex_);
     try {
-        onRequest_(RequestLine{request.method, withoutToken(request.target), response.status});
+        onRequest_(RequestLine{request.method, withoutSecrets(request.target), response.status});
     } catch (...) {  // it counts as one that is not there
     }
 }
@@ -317,6 +340,7 @@ Reply Backoffice::Server::giveGeofences(const Call& call) {
 }
 
 Reply Backoffice::Server::take(const Call& call, ReadBody readBody) {
+    if (!call.request.has_header("Content-Type")) return refusal(415, "the body has to be of type application/json");
     std::string fault;
     auto body = readBody(call.request.body, now(), fault);
     if (!body) return refusal(400, fault);

@@ -13,14 +13,15 @@ namespace quomi::tool {
 struct RequestLine {
     /// Empty when the request could not be read.
     std::string method;
-    /// Path and query as they were sent, but push tokens shortened: foreign bytes, not fit for a terminal as they
-    /// stand.
+    /// Path and query as they were sent, but push tokens and advertising identifiers shortened: foreign bytes, not
+    /// fit for a terminal as they stand.
     std::string path;
     int status = 0;
 };
 
 /// The server that SDKs talk to, on this machine only: it serves one campaign over HTTP on 127.0.0.1 and keeps what
-/// devices send, in memory unless it is given another inbox. docs/campaign.md lists its endpoints.
+/// devices send, in memory unless it is given another inbox. It refuses what names another host (`Host`) or comes from
+/// another site's page (`Origin`). docs/campaign.md lists its endpoints.
 ///
 /// It runs on threads of its own; its operations belong to one thread, except `inbox` and `port`.
 class Backoffice {

@@ -4,6 +4,7 @@
 #include "quomi/util/uuid.h"
 #include "tools/quomi/backoffice/campaign.h"
 #include "tools/quomi/backoffice/inbox.h"
+#include "tools/quomi/json/json_reader.h"
 #include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
@@ -13,7 +14,6 @@
 #include <utility>
 #include <vector>
 
-#include <boost/json/parse.hpp>
 #include <fmt/format.h>
 
 namespace quomi::tool {
@@ -124,12 +124,28 @@ std::string beginning(const std::string& text) {
     return text.substr(0, end) + " …";
 }
 
+/// The user's record without the middle of its advertising identifier; "…" when it cannot be told where that is.
+std::string userRecord(const std::string& content) {
+    JsonFaults faults;
+    auto record = parseJson(content, faults);
+    if (!record || !record->is_object()) return "…";
+    auto* identifier = record->get_object().if_contains("advertising_id");
+    if (identifier == nullptr || !identifier->is_string()) return content;
+    *identifier = shortened(std::string_view(identifier->get_string()));
+    return jsonText(*record);
+}
+
+std::string pushToken(const std::string& content) {
+    JsonFaults faults;
+    const auto record = parseJson(content, faults);
+    const auto* token = record && record->is_object() ? record->get_object().if_contains("push_token") : nullptr;
+    return token != nullptr && token->is_string() ? shortened(std::string_view(token->get_string())) : "…";
+}
+
 std::string shownContent(const Received& entry) {
-    if (entry.kind != ReceivedKind::pushToken) return shown(beginning(entry.content));
-    boost::json::error_code failure;
-    const boost::json::value content = boost::json::parse(entry.content, failure);
-    const auto* token = content.is_object() ? content.get_object().if_contains("push_token") : nullptr;
-    return token != nullptr && token->is_string() ? shown(shortenedToken(std::string_view(token->get_string()))) : "…";
+    if (entry.kind == ReceivedKind::pushToken) return shown(pushToken(entry.content));
+    if (entry.kind == ReceivedKind::user) return shown(beginning(userRecord(entry.content)));
+    return shown(beginning(entry.content));
 }
 
 void writeInbox(std::string& page, const Inbox& inbox) {
@@ -225,9 +241,9 @@ std::string escapedHtml(std::string_view text) {
     return result;
 }
 
-std::string shortenedToken(std::string_view token) {
+std::string shortened(std::string_view secret) {
     constexpr std::size_t kMost = 8;
-    return std::string(token.substr(0, std::min(kMost, token.size() / 4))) + "…";
+    return std::string(secret.substr(0, std::min(kMost, secret.size() / 4))) + "…";
 }
 
 ExampleValues::ExampleValues(const Campaign& campaign) {

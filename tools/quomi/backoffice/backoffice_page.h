@@ -35,12 +35,13 @@ private:
 
 /// The start page: what is served, what was received last, and how to call each endpoint with curl. One HTML document
 /// without scripts that loads nothing. All that comes from devices and from the campaign is escaped, long texts and
-/// lists are cut, and push tokens are shortened.
+/// lists are cut, and push tokens and advertising identifiers are shortened.
 [[nodiscard]] std::string startPage(const Campaign& campaign, const Inbox& inbox, std::string_view baseUrl,
                                     std::span<const EndpointHelp> endpoints);
 
-/// The first digits of a push token, at most a quarter of it: enough to tell two apart, no use for sending.
-[[nodiscard]] std::string shortenedToken(std::string_view token);
+/// The first characters of a push token or an advertising identifier, at most a quarter of it: enough to tell two
+/// apart, no use for sending.
+[[nodiscard]] std::string shortened(std::string_view secret);
 
 /// Text as HTML text or as a quoted attribute's value.
 [[nodiscard]] std::string escapedHtml(std::string_view text);

@@ -9,6 +9,7 @@
 #include <limits>
 #include <netinet/in.h>
 #include <poll.h>
+#include <strings.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <utility>
@@ -16,16 +17,19 @@
 namespace quomi::tool {
 namespace {
 
+using SteadyClock = std::chrono::steady_clock;
+
 constexpr std::size_t kThreads = 32;
 constexpr int kWaitingConnections = 128;
-constexpr int kPatienceMs = 5000;
-constexpr int kSliceMs = 100;
+constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::milliseconds kPatienceWhileOthersWait{50};
+constexpr std::chrono::milliseconds kSlice{20};
 
-bool isReady(socket_t socket, short events, int patienceMs) {
+bool isReady(socket_t socket, short events, std::chrono::milliseconds patience) {
     pollfd wanted{socket, events, 0};
     int result = 0;
     do {
-        result = ::poll(&wanted, 1, patienceMs);
+        result = ::poll(&wanted, 1, static_cast<int>(patience.count()));
     } while (result < 0 && errno == EINTR);
     return result > 0;
 }
@@ -33,17 +37,15 @@ bool isReady(socket_t socket, short events, int patienceMs) {
 /// One connection for its whole life: what arrived beyond a request's end is the beginning of the next.
 class Connection final : public httplib::Stream {
 public:
-    /// Once `closing`, a client that does not take its answer is given up.
-    Connection(socket_t socket, const std::atomic<bool>& closing) : socket_(socket), closing_(closing) {}
+    /// Once `closing`, nobody waits for the client any more. `open` counts all connections: beyond `kThreads`, others
+    /// wait for this one's thread.
+    Connection(socket_t socket, const std::atomic<bool>& closing, const std::atomic<std::size_t>& open)
+        : socket_(socket), closing_(closing), open_(open) {}
 
-    bool is_readable() const override { return begin_ < end_ || isReady(socket_, POLLIN, kPatienceMs); }
-    bool is_writable() const override {
-        for (int waited = 0; waited < kPatienceMs; waited += kSliceMs) {
-            if (isReady(socket_, POLLOUT, kSliceMs)) return true;
-            if (closing_) return false;
-        }
-        return false;
-    }
+    bool is_readable() const override { return begin_ < end_ || awaitBytes(); }
+    bool is_writable() const override { return waitFor(POLLOUT); }
+    /// From here on the time is counted that the next request takes to arrive and its answer to be taken.
+    void nextRequest() { waited_ = {}; }
 
     ssize_t read(char* into, size_t size) override {
         if (begin_ == end_ && !fill()) return failed_ ? -1 : 0;
@@ -62,8 +64,25 @@ public:
     socket_t socket() const override { return socket_; }
 
 private:
+    /// The time waited is that of the whole request, so that a client gains nothing by sending it byte by byte.
+    bool givesWay() const { return open_ > kThreads && waited_ >= kPatienceWhileOthersWait; }
+
+    bool awaitBytes() const { return waitFor(POLLIN) && !givesWay(); }
+
+    bool waitFor(short events) const {
+        const auto limit = waited_ + kPatience;
+        while (waited_ < limit && !givesWay()) {
+            const auto began = SteadyClock::now();
+            const bool ready = isReady(socket_, events, kSlice);
+            waited_ += SteadyClock::now() - began;
+            if (ready) return true;
+            if (closing_) return false;
+        }
+        return false;
+    }
+
     bool fill() {
-        failed_ = !isReady(socket_, POLLIN, kPatienceMs);
+        failed_ = !awaitBytes();
         if (failed_) return false;
         const ssize_t number = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
         failed_ = number < 0;
@@ -85,6 +104,8 @@ private:
 
     socket_t socket_;
     const std::atomic<bool>& closing_;
+    const std::atomic<std::size_t>& open_;
+    mutable SteadyClock::duration waited_{};
     std::array<char, 16384> buffer_{};
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
@@ -96,12 +117,33 @@ void onlyReuseAddress(socket_t socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
 }
 
+/// Counts the connections that are open, those that wait for a thread included.
+class CountingPool final : public httplib::ThreadPool {
+public:
+    explicit CountingPool(std::atomic<std::size_t>& open) : ThreadPool(kThreads), open_(open) {}
+    void enqueue(std::function<void()> serve) override {
+        ++open_;
+        ThreadPool::enqueue([this, serve = std::move(serve)] {
+            serve();
+            --open_;
+        });
+    }
+
+private:
+    std::atomic<std::size_t>& open_;
+};
+
+bool isJson(const std::string& contentType) {
+    const auto mediaType = contentType.substr(0, contentType.find_first_of("; \t"));
+    return ::strcasecmp(mediaType.c_str(), "application/json") == 0;
+}
+
 /// Leaves no request to features that nobody asked for: a compressed body would be unpacked without bound (as it is, it
-/// is refused as not being JSON), one that calls itself a form, as curl's do, would be taken apart and bounded by 8
-/// KiB, no answer is given in parts, and a request that announces no body has none (the library would wait for one).
+/// is refused as not being JSON), one that calls itself a form would be taken apart and bounded by 8 KiB, no answer is
+/// given in parts, and a request that announces no body has none (the library would wait for one).
 void makePlain(httplib::Request& request) {
     request.headers.erase("Content-Encoding");
-    request.headers.erase("Content-Type");
+    if (!isJson(request.get_header_value("Content-Type"))) request.headers.erase("Content-Type");
     request.ranges.clear();
     const bool hasBody = request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
     if (!hasBody) request.set_header("Content-Length", "0");
@@ -125,10 +167,10 @@ const char* whyRefused(int status) {
 LoopbackServer::LoopbackServer() {
     set_tcp_nodelay(true);
     set_keep_alive_max_count(std::numeric_limits<std::int32_t>::max());
-    set_keep_alive_timeout(kPatienceMs / 1000);
+    set_keep_alive_timeout(kPatience.count());
     // The library's own default lets two servers share a port.
     set_socket_options(onlyReuseAddress);
-    new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+    new_task_queue = [this] { return new CountingPool(open_); };
 }
 
 void LoopbackServer::answerWith(Handler answer, Handler report) {
@@ -195,15 +237,16 @@ void LoopbackServer::dismiss(socket_t socket) {
 
 bool LoopbackServer::process_and_close_socket(socket_t socket) {
     bool goesOn = admit(socket);
-    Connection connection(socket, closing_);
+    Connection connection(socket, closing_, open_);
     while (goesOn && !closing_ && connection.is_readable()) {
         bool wantsClose = false;
-        bool isLast = false;
+        bool isLast = open_ > kThreads;
         const auto prepare = [&isLast](httplib::Request& request) {
             makePlain(request);
-            isLast = request.get_header_value("Connection") == "close";
+            if (request.get_header_value("Connection") == "close") isLast = true;
         };
-        goesOn = process_request(connection, false, wantsClose, prepare) && !wantsClose && !isLast;
+        goesOn = process_request(connection, isLast, wantsClose, prepare) && !wantsClose && !isLast;
+        connection.nextRequest();
     }
     dismiss(socket);
     return goesOn;

@@ -10,8 +10,9 @@
 namespace quomi::tool {
 
 /// An HTTP server on 127.0.0.1 that stops at once: connections that a client keeps open, idle or in the middle of a
-/// request, do not hold it up. Requests run on up to 32 threads of its own, one per open connection; further
-/// connections wait for one of those to close (an idle one is closed after 5 seconds).
+/// request, do not hold it up. Requests run on up to 32 threads of its own, one per open connection. While further
+/// connections wait for a thread, one whose client has kept its thread waiting for 0.05 seconds is closed, and every
+/// answer is the last of its connection. An idle connection is closed after 5 seconds in any case.
 ///
 /// A request that runs while `close` is called still gets its answer.
 class LoopbackServer final : public httplib::Server {
@@ -19,9 +20,9 @@ public:
     LoopbackServer();
     ~LoopbackServer() override;
 
-    /// `answer` gets all requests that are well formed and not too large, and sets status and content; others get their
-    /// status and a JSON error from here. `report` gets every request with its answer, right before the answer is sent.
-    /// Neither throws. Before `run`.
+    /// `answer` gets all requests that are well formed and not too large, without a Content-Type that is not JSON's,
+    /// and sets status and content; others get their status and a JSON error from here. `report` gets every request
+    /// with its answer, right before the answer is sent. Neither throws. Before `run`.
     void answerWith(Handler answer, Handler report);
 
     /// Takes the port, 0 for any free one; clients that connect from now on wait. False when it cannot be had. Once.
@@ -42,6 +43,7 @@ private:
     std::thread listener_;
     std::mutex mutex_;
     std::set<socket_t> connections_;
+    std::atomic<std::size_t> open_{0};
     std::atomic<bool> closing_{false};
     std::atomic<bool> ended_{false};
 };
