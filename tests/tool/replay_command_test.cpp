@@ -46,6 +46,8 @@ TEST_F(ReplayCommandTest, RefusesABadVisitBeforeAnythingIsPlayed) {
     bench.write("empty.csv", "");
     bench.write("bad.csv",
                 "t_ms,uuid,major,minor,measured_power,rssi\n0,6B6E1B5A-0C0D-4A6E-9E62-0000000000B1,x,1,1,1\n");
+    const std::string packet = ",6B6E1B5A-0C0D-4A6E-9E62-0000000000B1,1,1,-59,-60\n";
+    bench.write("two.csv", "t_ms,uuid,major,minor,measured_power,rssi\n0" + packet + "400000" + packet);
     bench.write("bad.json", "{}");
     const std::string start = R"({"visit": 1, "start": "2026-11-21T09:30:00Z", "timeline": [)";
     const Table<std::string, const char*> cases = {
@@ -54,6 +56,12 @@ TEST_F(ReplayCommandTest, RefusesABadVisitBeforeAnythingIsPlayed) {
         {start + R"({"at": 0, "packets": {"csv": "empty.csv"}}]})", ": $.timeline[0].packets.csv: "},
         {start + R"({"at": 0, "app": "active"}, {"at": 0, "packets": {"csv": "bad.csv"}}]})",
          ": $.timeline[1].packets.csv: "},
+        {start + R"({"at": 0, "every": 1, "until": 6e6, "packets": {"csv": "two.csv"}}]})",
+         ": $.timeline[0].packets.csv: expected at most 10000000 packets"},
+        {start + R"({"at": 0, "packets": {"csv": "two.csv"}}, {"at": 10000001, "call": "stop"}]})",
+         ": $: expected at most 10000000 seconds where packets"},
+        {start + R"({"at": 0, "packets": {"csv": "two.csv", "speed": 1e-6}}]})",
+         ": $.timeline[0].packets.csv: expected a recording of at most 315576000 seconds"},
         {start + R"(], "backoffice": {"campaign": "no.json"}})", ": $.backoffice.campaign: expected a file"},
         {start + R"(], "backoffice": {"campaign": "bad.json"}})", ": $.backoffice.campaign: "},
     };

@@ -132,6 +132,11 @@ const BadVisits kBadVisits = {
     {step(R"("until": 2, "call": "stop")"), "~.every", "found nothing"},
     {step(R"("every": 0, "until": 2, "call": "stop")"), "~.every", "found 0"},
     {step(R"("every": 1, "until": 0.5, "call": "stop")"), "~.until", "not before \"at\", found 0.5"},
+    {step(R"("every": 1e5, "until": 315576001, "call": "stop")"), "~.until", "seconds from 0 to 315576000"},
+    {root(R"(,"end": 315576001)"), "$.end", "seconds from 0 to 315576000"},
+    {steps(R"({"at": 0, "call": "start"}, {"at": 1, "every": 1, "until": 10000000, "app": "active"})"), "$.timeline[1]",
+     "at most 10000000 steps"},
+    {step(R"("every": 1e-6, "until": 1e8, "call": "stop")"), "~", "at most 10000000 steps"},
     // What steps do.
     {range(R"("accuracy": 2, "major": 65536)"), "~.range[0].major", "expected an integer from 0 to 65535, found 65536"},
     {range(R"("accuracy": 2, "major": -1)"), "~.range[0].major", "found -1"},

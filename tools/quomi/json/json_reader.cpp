@@ -109,10 +109,10 @@ std::int64_t JsonNode::integer(std::int64_t least, std::int64_t most) const {
     return 0;
 }
 
-Duration JsonNode::seconds(double least) const {
+Duration JsonNode::seconds(double least, double most) const {
     const auto number = asNumber(value_);
-    if (number && *number >= least && *number <= kLongestTime) return toDuration(Seconds(*number));
-    fail(fmt::format("seconds from {} to {}", least, kLongestTime));
+    if (number && *number >= least && *number <= most) return toDuration(Seconds(*number));
+    fail(fmt::format("seconds from {} to {:.10g}", least, most));
     return Duration::zero();
 }
 

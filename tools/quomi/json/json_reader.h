@@ -17,6 +17,9 @@
 
 namespace quomi::tool {
 
+/// The longest time that a document may name, in seconds: three centuries, so that sums stay far inside a Duration.
+inline constexpr double kLongestTime = 1e10;
+
 /// What is wrong in a document: the JSON path of the value (`$.timeline[3].at`) and what was expected there.
 struct JsonFault {
     std::string path;
@@ -79,8 +82,8 @@ public:
     /// A whole number, however it is written (1.0 and 1e3 are whole).
     [[nodiscard]] std::int64_t integer(std::int64_t least = std::numeric_limits<std::int64_t>::min(),
                                        std::int64_t most = std::numeric_limits<std::int64_t>::max()) const;
-    /// A span in seconds from `least` to `kLongestTime`, rounded to microseconds.
-    [[nodiscard]] Duration seconds(double least = 0) const;
+    /// A span in seconds from `least` to `most`, rounded to microseconds.
+    [[nodiscard]] Duration seconds(double least = 0, double most = kLongestTime) const;
     [[nodiscard]] Uuid uuid() const;
     /// A UUID's text as it stands.
     [[nodiscard]] std::string uuidText() const;
@@ -105,9 +108,6 @@ private:
     std::string path_;
     JsonFaults* faults_;
 };
-
-/// The longest time that a document may name, in seconds: three centuries, so that sums stay far inside a Duration.
-inline constexpr double kLongestTime = 1e10;
 
 /// One key of an object and the operation that reads its value into a T. A required key is read also where it is
 /// missing, so that the read itself says what was expected.

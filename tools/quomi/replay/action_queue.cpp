@@ -11,15 +11,15 @@ using simulated::playedTime;
 using simulated::TimedPacket;
 using simulated::Track;
 
-std::size_t sizeOf(const Recording& recording) {
-    return std::visit([](const auto& list) { return list.size(); }, recording);
-}
-
 Duration offsetOf(const Recording& recording, std::size_t position) {
     return std::visit([position](const auto& list) { return list[position].offset; }, recording);
 }
 
 }  // namespace
+
+std::size_t sizeOf(const Recording& recording) {
+    return std::visit([](const auto& list) { return list.size(); }, recording);
+}
 
 Duration lengthOf(const Recording& recording, double speed) {
     const auto size = sizeOf(recording);

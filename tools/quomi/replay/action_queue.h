@@ -24,6 +24,8 @@ struct TimedAction {
 /// What a step plays: packets that a scanner logged, or a track.
 using Recording = std::variant<std::vector<simulated::TimedPacket>, simulated::Track>;
 
+/// The number of its packets or points.
+[[nodiscard]] std::size_t sizeOf(const Recording& recording);
 /// How long a recording lasts at a speed.
 [[nodiscard]] Duration lengthOf(const Recording& recording, double speed);
 /// The speed at which the step plays its recording; empty when it plays none.

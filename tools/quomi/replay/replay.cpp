@@ -108,13 +108,17 @@ bool keep(std::optional<List> list, const VisitError& why, Recording& recording,
     return true;
 }
 
+const char* nameOfRecording(const Step& step) {
+    return std::holds_alternative<PacketsStep>(step.action) ? "packets.csv" : "walk.gpx";
+}
+
 bool readRecording(const Visit& visit, const Step& step, Recording& recording, VisitError* error) {
     std::optional<Error> failure;
     const auto why = [&](const char* place) {
         return visit.stepError(step, place, failure ? failure->localizedDescription().value_or("") : "");
     };
     const auto* packets = std::get_if<PacketsStep>(&step.action);
-    const char* place = packets != nullptr ? "packets.csv" : "walk.gpx";
+    const char* place = nameOfRecording(step);
     if (packets != nullptr) {
         auto list = simulated::readPacketFile(packets->csv.string(), &failure);
         if (!keep(std::move(list), why(place), recording, error)) return false;
@@ -124,17 +128,25 @@ bool readRecording(const Visit& visit, const Step& step, Recording& recording, V
     }
     // Recorders without a clock write the year 1 or 1970; nobody waits for the end of such a visit.
     const auto length = toSeconds(lengthOf(recording, *playedSpeed(step)));
-    if (length <= kLongestTime) return true;
+    if (length <= kLongestVisit) return true;
     *error = visit.stepError(
         step, place,
-        fmt::format("expected a recording of at most {:.0f} seconds, found one of {:.0f}", kLongestTime, length));
+        fmt::format("expected a recording of at most {:.0f} seconds, found one of {:.0f}", kLongestVisit, length));
     return false;
 }
 
 bool readRecordings(const Visit& visit, ActionQueue::Recordings& recordings, VisitError* error) {
-    for (std::size_t i = 0; i < visit.steps.size(); ++i) {
-        if (!playedSpeed(visit.steps[i])) continue;
-        if (!readRecording(visit, visit.steps[i], recordings[i], error)) return false;
+    std::int64_t happenings = 0;
+    for (const auto& step : visit.steps) {
+        if (!playedSpeed(step)) continue;
+        auto& recording = recordings[step.index];
+        if (!readRecording(visit, step, recording, error)) return false;
+        happenings += visit.timesOf(step) * static_cast<std::int64_t>(sizeOf(recording));
+        if (happenings <= kMostHappenings) continue;
+        *error = visit.stepError(
+            step, nameOfRecording(step),
+            fmt::format("expected at most {} packets and points, repetitions included, found more", kMostHappenings));
+        return false;
     }
     return true;
 }
@@ -153,6 +165,28 @@ template <class Kind>
 bool plays(const ActionQueue::Recordings& recordings) {
     return std::any_of(recordings.begin(), recordings.end(),
                        [](const auto& entry) { return std::holds_alternative<Kind>(entry.second); });
+}
+
+/// Whether the phone model runs, which reports once a second.
+bool needsModel(const Visit& visit, const ActionQueue::Recordings& recordings) {
+    return plays<std::vector<simulated::TimedPacket>>(recordings) ||
+           (plays<simulated::Track>(recordings) && !visit.world.empty());
+}
+
+Duration endOf(const Visit& visit, const ActionQueue::Recordings& recordings) {
+    return visit.endTime([&](const Step& step) {
+        const auto speed = playedSpeed(step);
+        return speed ? lengthOf(recordings.at(step.index), *speed) : Duration::zero();
+    });
+}
+
+bool isShortEnough(const Visit& visit, const ActionQueue::Recordings& recordings, VisitError* error) {
+    const auto seconds = toSeconds(endOf(visit, recordings));
+    if (!needsModel(visit, recordings) || seconds <= static_cast<double>(kMostHappenings)) return true;
+    *error =
+        visit.errorAt("$", fmt::format("expected at most {} seconds where packets or beacons are heard, found {:.0f}",
+                                       kMostHappenings, seconds));
+    return false;
 }
 
 std::unique_ptr<Backoffice> openBackoffice(const Visit& visit, VisitError* error) {
@@ -210,7 +244,7 @@ public:
     [[nodiscard]] WallTime now() { return phone_.loop().now(); }
 
     bool play() {
-        const Duration end = visit_.endTime([this](const Step& step) { return lengthOf(step); });
+        const Duration end = endOf(visit_, recordings_);
         ActionQueue actions(visit_.steps, recordings_);
         host_.configure(visit_.app);
         bool inFirstTurn = true;
@@ -251,11 +285,6 @@ private:
             for (const auto& answer : answers) list.push_back(scriptedAnswer(answer));
             phone_.transport().answer(key, std::move(list));
         }
-    }
-
-    Duration lengthOf(const Step& step) const {
-        const auto speed = playedSpeed(step);
-        return speed ? tool::lengthOf(recordings_.at(step.index), *speed) : Duration::zero();
     }
 
     bool settle() {
@@ -368,7 +397,7 @@ private:
 std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions& options, TraceSink sink,
                                         VisitError* error) {
     ActionQueue::Recordings recordings;
-    if (!readRecordings(visit, recordings, error)) return nullptr;
+    if (!readRecordings(visit, recordings, error) || !isShortEnough(visit, recordings, error)) return nullptr;
     std::unique_ptr<Backoffice> backoffice;
     if (!options.backoffice && std::holds_alternative<CampaignBackoffice>(visit.backoffice)) {
         backoffice = openBackoffice(visit, error);

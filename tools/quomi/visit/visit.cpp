@@ -60,7 +60,7 @@ constexpr Field<Reading> kVisitFields[] = {
     {"backoffice", [](const JsonNode& n, Reading& r) { readBackoffice(n, r.folder, r.visit.backoffice); }},
     {"world", [](const JsonNode& n, Reading& r) { readWorld(n, r.visit.world); }},
     {"timeline", [](const JsonNode& n, Reading& r) { readTimeline(n, r.folder, r.visit.steps); }, true},
-    {"end", [](const JsonNode& n, Reading& r) { r.visit.end = n.seconds(); }},
+    {"end", [](const JsonNode& n, Reading& r) { r.visit.end = n.seconds(0, kLongestVisit); }},
 };
 
 /// A file of another version may have other keys, so the version is looked at before them.
@@ -68,6 +68,17 @@ void readVisit(const JsonNode& root, Reading& reading) {
     const auto version = root["visit"];
     if (version && version.integer(kFormatVersion, kFormatVersion) != kFormatVersion) return;
     readObject<Reading>(root, kVisitFields, reading);
+}
+
+/// Nobody waits for the end of a visit in which too much happens.
+void refuseTooManySteps(const Visit& visit, JsonFaults& faults) {
+    std::int64_t number = 0;
+    for (const auto& step : visit.steps) {
+        number += visit.timesOf(step);
+        if (number <= kMostHappenings) continue;
+        return faults.add(itemPath("$.timeline", step.index),
+                          fmt::format("expected at most {} steps with their repetitions, found more", kMostHappenings));
+    }
 }
 
 void give(VisitError* slot, VisitError error) {
@@ -115,12 +126,19 @@ std::optional<Visit> Visit::parse(std::string_view text, const std::string& file
         const auto document = parseJson(text, faults);
         Reading reading{visit, folder};
         if (document) readVisit(JsonNode(&*document, "$", faults), reading);
+        if (!faults.any()) refuseTooManySteps(visit, faults);
     } catch (const std::exception& failure) {
         faults.add("$", fmt::format("expected a visit that fits: {}", failure.what()));
     }
     if (!faults.first()) return visit;
     give(error, visit.errorAt(faults.first()->path, faults.first()->message));
     return std::nullopt;
+}
+
+std::int64_t Visit::timesOf(const Step& step) const {
+    const Duration last = end ? std::min(step.until, *end) : step.until;
+    if (last < step.at) return 0;
+    return step.every ? (last - step.at) / *step.every + 1 : 1;
 }
 
 Duration Visit::endTime(const StepSpan& span) const {

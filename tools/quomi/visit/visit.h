@@ -125,6 +125,12 @@ struct WorldBeacon {
     std::int64_t txPower = -59;  ///< dBm at one metre
 };
 
+/// The longest visit, and the latest time of its steps, in seconds: ten years.
+inline constexpr double kLongestVisit = 315'576'000;
+/// The most that may happen in a visit: steps with their repetitions, packets, points of tracks, and seconds of a visit
+/// in which the phone model runs.
+inline constexpr std::int64_t kMostHappenings = 10'000'000;
+
 /// How long a step goes on after it began; zero for most. Given by whoever has read the step's file.
 using StepSpan = std::function<Duration(const Step&)>;
 
@@ -149,6 +155,8 @@ struct Visit {
     [[nodiscard]] static std::optional<Visit> parse(std::string_view text, const std::string& fileName,
                                                     const std::filesystem::path& folder, VisitError* error);
 
+    /// How often the step happens before the visit's `end`, if it names one.
+    [[nodiscard]] std::int64_t timesOf(const Step& step) const;
     /// When the replay stops: `end`, else 60 s after the last occurrence of a step and what `span` adds to it.
     [[nodiscard]] Duration endTime(const StepSpan& span = {}) const;
 

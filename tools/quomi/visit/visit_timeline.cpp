@@ -198,12 +198,12 @@ std::string readActionKey(const JsonNode& node) {
 }
 
 void readTimes(const JsonNode& node, Step& step) {
-    step.at = node["at"].seconds();
+    step.at = node["at"].seconds(0, kLongestVisit);
     step.until = step.at;
     const bool isRepeated = node.has("every");
     if (!isRepeated && !node.has("until")) return;
     step.every = node["every"].seconds(kShortestEvery);
-    step.until = node["until"].seconds();
+    step.until = node["until"].seconds(0, kLongestVisit);
     if (step.until < step.at) node["until"].fail("seconds not before \"at\"");
 }
 
