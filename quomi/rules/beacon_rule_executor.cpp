@@ -154,12 +154,14 @@ QuomiProximity QuomiBeaconActionExecutor::reclassified(QuomiProximity proximity,
 
 void QuomiBeaconActionExecutor::executeRule(const Rule& rule, const Beacon& beacon) {
     if (rule->latchTime > 0) return startLatch(*rule, *beacon);
-    executeActionsOfRule(rule, beacon);
+    executeActionsOfRule(rule, beacon, rule->trigger);
 }
 
-void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon) {
-    if (!passesGates(rule, beacon)) return;
-    const auto run = makeRun(*rule, *beacon);
+/// The trigger is the event's: while a rule waits, a download may give it another.
+void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon,
+                                                     const std::string& trigger) {
+    if (!passesGates(rule, beacon, trigger)) return;
+    const auto run = makeRun(*rule, *beacon, trigger);
     context().debugLog.log(
         "BeaconActionExecutor: executeActionsOfRule ID: {} (# actions: {}) forBeacon [UUID: {} major: {} minor: {}]",
         run->ruleId, run->actions.size(), beacon->proximityUUID, textOf(beacon->major), textOf(beacon->minor));
@@ -171,10 +173,7 @@ void QuomiBeaconActionExecutor::executeEnabledActions(const Run& run, const Acti
 }
 
 void QuomiBeaconActionExecutor::actionWasRefused(const RuleRun& run) {
-    auto rule = context().data.currentObjectContext().objectWithID<QuomiBeaconRuleWithActions>(run.ruleObjectID);
-    // A download may have put another object in the rule's place, with its counts.
-    if (rule == nullptr) rule = context().data.getBeaconRuleById(run.ruleId);
-    uncountEvent(context(), rule.get());
+    uncountEvent(context(), run);
 }
 
 // Latch times
@@ -182,14 +181,16 @@ void QuomiBeaconActionExecutor::actionWasRefused(const RuleRun& run) {
 void QuomiBeaconActionExecutor::executeDelayedAction(const Latch& latch) {
     auto& data = context().data;
     const auto beacon = data.getBeaconById(latch.latchTimeRegionID);
-    const auto rule = data.getBeaconRuleById(latch.latchTimeRuleID);
+    const auto own = beacon != nullptr ? beacon->ruleWithId(latch.latchTimeRuleID) : nullptr;
+    const auto rule = own != nullptr ? std::static_pointer_cast<QuomiBeaconRuleWithActions>(own)
+                                     : data.getBeaconRuleById(latch.latchTimeRuleID);
     if (beacon == nullptr || rule == nullptr) {
         context().platform.console.log(
             "Quomi SDK Error: Cannot execute beacon rule with latch time: couldn't retrieve rule data.");
     }
     const bool holds = stillHolds(latch, beacon.get(), rule.get());
     if (!holds || beacon == nullptr || rule == nullptr) return report(latch, RuleDecision::latchBroken);
-    executeActionsOfRule(rule, beacon);
+    executeActionsOfRule(rule, beacon, latch.trigger);
 }
 
 bool QuomiBeaconActionExecutor::stillHolds(const Latch& latch, const QuomiBeaconData* beacon,

@@ -123,7 +123,13 @@ TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
         const auto status = data_->getSDKStatusInfo();
         EXPECT_FALSE(countEvent(context(), RuleArea::beacon, judged, *owner));
         EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
-        uncountEvent(context(), judged.get());
+        RuleRun run;
+        run.ruleId = "r";
+        run.owner = "b";
+        run.ruleObjectID = judged->objectID();
+        run.group = "group";
+        run.underGlobalCounter = isUnderGlobalCounter;
+        uncountEvent(context(), run);
         const std::int32_t left = isUnderGlobalCounter ? 0 : 1;
         EXPECT_EQ(status->lastEventDate, WallTime());
         EXPECT_EQ(status->globalTriggersCount, 0);
