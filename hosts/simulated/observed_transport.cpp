@@ -29,6 +29,8 @@ ResponseOutcome outcomeOf(const HttpResult& result, bool asksForJson) {
                 return "timeout";
             case HttpFailureKind::tls:
                 return "tls";
+            case HttpFailureKind::unusable:
+                return "invalid";
             case HttpFailureKind::connection:
                 break;
         }

@@ -79,11 +79,11 @@ std::optional<HttpRequest> redirectedRequest(const HttpRequest& request, const H
 
     HttpRequest next = request;
     next.url = std::move(url);
-    if (!isSameParty(*from, *to)) {
-        std::erase_if(next.headers, [](const auto& header) { return !isHarmlessHeader(header.first); });
-    }
     const bool asGet = response.status == 303 || (response.status <= 302 && request.method == "POST");
     if (asGet && request.method != "HEAD") becomeGet(next);
+    if (isSameParty(*from, *to)) return next;
+    if (!next.body.empty()) return std::nullopt;
+    std::erase_if(next.headers, [](const auto& header) { return !isHarmlessHeader(header.first); });
     return next;
 }
 

@@ -1,6 +1,7 @@
 #include "quomi/api/curl_transfer.h"
 
 #include "quomi/api/curl_redirect.h"
+#include "quomi/util/text.h"
 
 #include <algorithm>
 #include <limits>
@@ -16,6 +17,7 @@ namespace {
 
 constexpr std::size_t kMaxHeaderBytes = std::size_t{256} << 10;
 constexpr int kMaxRedirects = 5;
+constexpr const char* kUnaskedCoding = "The answer is coded in a way that was not asked for";
 
 HttpFailure connectionFailure(std::string message) {
     return {HttpFailureKind::connection, std::move(message)};
@@ -92,10 +94,35 @@ void CurlTransfer::Free::operator()(curl_slist* list) const {
     curl_slist_free_all(list);
 }
 
-CurlTransfer::CurlTransfer(std::uint64_t id, HttpRequest request, Deadline deadline,
-                           const CurlTransportOptions& options)
-    : id_(id), request_(std::move(request)), deadline_(deadline), options_(options), easy_(curl_easy_init()) {
+CurlTransfer::CurlTransfer(std::uint64_t id, HttpRequest request, Moment sent, const CurlTransportOptions& options,
+                           const std::atomic<bool>& isStopping)
+    : id_(id),
+      request_(std::move(request)),
+      sent_(sent),
+      lastMovement_(sent),
+      options_(options),
+      isStopping_(isStopping),
+      maxBodyBytes_(request_.maxResponseBytes.value_or(options.maxResponseBytes)),
+      easy_(curl_easy_init()) {
     static_assert(std::tuple_size_v<decltype(message_)> >= CURL_ERROR_SIZE);
+}
+
+CurlTransfer& CurlTransfer::of(void* handle) {
+    void* owner = nullptr;
+    curl_easy_getinfo(handle, CURLINFO_PRIVATE, &owner);
+    return *static_cast<CurlTransfer*>(owner);
+}
+
+CurlTransfer::Moment CurlTransfer::deadline() const {
+    return std::min(lastMovement_ + request_.timeout, lastMoment());
+}
+
+HttpFailure CurlTransfer::timeoutFailure() const {
+    const double seconds = toSeconds(request_.timeout);
+    if (lastMoment() > deadline()) {
+        return {HttpFailureKind::timeout, fmt::format("The server was silent for {} seconds", seconds)};
+    }
+    return {HttpFailureKind::timeout, fmt::format("The request took {} seconds", kTimeoutsOfARequest * seconds)};
 }
 
 std::optional<HttpFailure> CurlTransfer::prepare() {
@@ -121,12 +148,8 @@ std::optional<HttpFailure> CurlTransfer::checkRequest() const {
     if (origin->scheme == "https" && !std::ranges::all_of(options_.pinnedPublicKeys, isPin)) {
         return HttpFailure{HttpFailureKind::tls, "A pinned public key is not of the form sha256//<base64>"};
     }
-    if (remaining().count() <= 0) return HttpFailure{HttpFailureKind::timeout, "The request timed out"};
+    if (deadline() <= std::chrono::steady_clock::now()) return timeoutFailure();
     return std::nullopt;
-}
-
-std::chrono::milliseconds CurlTransfer::remaining() const {
-    return std::chrono::ceil<std::chrono::milliseconds>(deadline_ - std::chrono::steady_clock::now());
 }
 
 void CurlTransfer::setTarget(Setup& setup) const {
@@ -139,22 +162,26 @@ void CurlTransfer::setTarget(Setup& setup) const {
 }
 
 void CurlTransfer::setLimits(Setup& setup) {
+    using std::chrono::ceil, std::chrono::milliseconds;
     constexpr auto longest = static_cast<std::uint64_t>(std::numeric_limits<curl_off_t>::max());
-    const std::uint64_t bodyLimit = std::min(options_.maxResponseBytes, longest);
     setup.set(CURLOPT_PRIVATE, static_cast<void*>(this));
     setup.set(CURLOPT_NOSIGNAL, 1L);
     setup.set(CURLOPT_QUICK_EXIT, 1L);  // else dropping a transfer waits for its name to be looked up
-    setup.set(CURLOPT_TIMEOUT_MS, static_cast<long>(remaining().count()));
-    setup.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(bodyLimit));
+    // The worker looks at the deadline; libcurl's own limit for connecting is only kept out of the way.
+    setup.set(CURLOPT_CONNECTTIMEOUT_MS,
+              static_cast<long>(ceil<milliseconds>(kTimeoutsOfARequest * request_.timeout).count()));
+    setup.set(CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(std::min(maxBodyBytes_, longest)));
     setup.set(CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
     setup.set(CURLOPT_WRITEDATA, static_cast<void*>(this));
     setup.set(CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
     setup.set(CURLOPT_HEADERDATA, static_cast<void*>(this));
     setup.set(CURLOPT_ERRORBUFFER, message_.data());
     body_.clear();
+    receivedBytes_ = 0;
     headerBytes_ = 0;
     headersEnded_ = false;
-    bodyTooLong_ = false;
+    inflater_.reset();
+    refusal_.reset();
     message_.fill('\0');
 }
 
@@ -172,7 +199,6 @@ void CurlTransfer::setTls(Setup& setup) const {
 
 void CurlTransfer::setMessage(Setup& setup) {
     setup.set(CURLOPT_HTTPHEADER, headers_.get());
-    setup.set(CURLOPT_ACCEPT_ENCODING, "gzip");
     if (request_.method == "HEAD") {
         setup.set(CURLOPT_NOBODY, 1L);
         return;
@@ -195,6 +221,8 @@ bool CurlTransfer::makeHeaderList() {
     };
     // A name without value keeps libcurl from adding a header of its own.
     bool complete = append("Expect:");
+    // libcurl is not told: it would undo codings itself, as many as a server names, and look at no clock meanwhile.
+    if (!hasHeader(request_.headers, "accept-encoding")) complete = append("Accept-Encoding: gzip") && complete;
     if (!hasHeader(request_.headers, "content-type")) complete = append("Content-Type:") && complete;
     for (const auto& [name, value] : request_.headers) {
         if (isHeaderNamed(name, "content-length") || isHeaderNamed(name, "transfer-encoding")) continue;
@@ -203,62 +231,119 @@ bool CurlTransfer::makeHeaderList() {
     return complete;
 }
 
+std::size_t CurlTransfer::onHeader(const char* data, std::size_t size, std::size_t count, void* self) {
+    return static_cast<CurlTransfer*>(self)->takeHeader({data, size * count}) ? size * count : 0;
+}
+
 std::size_t CurlTransfer::onBody(const char* data, std::size_t size, std::size_t count, void* self) {
-    auto& transfer = *static_cast<CurlTransfer*>(self);
-    const std::size_t length = size * count;
-    if (length > transfer.options_.maxResponseBytes - transfer.body_.size()) {
-        transfer.bodyTooLong_ = true;
-        return 0;
-    }
     try {
-        transfer.body_.append(data, length);
+        return static_cast<CurlTransfer*>(self)->takeBody({data, size * count}) ? size * count : 0;
     } catch (const std::bad_alloc&) {
         return 0;
     }
-    return length;
 }
 
-std::size_t CurlTransfer::onHeader(const char* data, std::size_t size, std::size_t count, void* self) {
-    auto& transfer = *static_cast<CurlTransfer*>(self);
-    const std::string_view line(data, size * count);
-    if (line.starts_with("HTTP/")) transfer.headersEnded_ = false;
-    if (line == "\r\n" || line == "\n") transfer.headersEnded_ = true;
-    transfer.headerBytes_ += line.size();
-    return transfer.headerBytes_ > kMaxHeaderBytes ? 0 : size * count;
+bool CurlTransfer::takeHeader(std::string_view line) {
+    if (line.starts_with("HTTP/")) headersEnded_ = false;
+    if (line == "\r\n" || line == "\n") headersEnded_ = true;
+    headerBytes_ += line.size();
+    if (headerBytes_ > kMaxHeaderBytes) {
+        return refuse(HttpFailureKind::unusable,
+                      fmt::format("The headers of the answer are longer than {} bytes", kMaxHeaderBytes));
+    }
+    // libcurl undoes transfer codings unasked.
+    const auto colon = line.find(':');
+    if (colon == std::string_view::npos || !isHeaderNamed(line.substr(0, colon), "transfer-encoding")) return true;
+    const std::string coding = lowerCase(trimmed(line.substr(colon + 1)));
+    return coding == "chunked" || coding == "identity" || refuse(HttpFailureKind::connection, kUnaskedCoding);
+}
+
+bool CurlTransfer::takeBody(std::string_view piece) {
+    if (isStopping_) return false;
+    if (receivedBytes_ == 0 && !beginBody()) return false;
+    receivedBytes_ += piece.size();
+    if (receivedBytes_ > maxBodyBytes_) return refuseLength();
+    if (inflater_ != nullptr) return inflate(piece);
+    body_.append(piece);
+    return true;
+}
+
+bool CurlTransfer::beginBody() {
+    for (const auto& [name, value] : headers()) {
+        if (name != "content-encoding") continue;
+        for (const auto part : componentsSeparatedBy(value, ',')) {
+            const std::string coding = lowerCase(trimmed(part));
+            if (coding.empty() || coding == "identity") continue;
+            const bool isGzip = coding == "gzip" || coding == "x-gzip";
+            if (!isGzip || inflater_ != nullptr) return refuse(HttpFailureKind::connection, kUnaskedCoding);
+            inflater_ = std::make_unique<GzipInflater>();
+        }
+    }
+    return true;
+}
+
+bool CurlTransfer::inflate(std::string_view piece) {
+    switch (inflater_->add(piece, body_, maxBodyBytes_)) {
+        case GzipInflater::Outcome::fine:
+            return true;
+        case GzipInflater::Outcome::tooLong:
+            return refuseLength();
+        case GzipInflater::Outcome::broken:
+            break;
+    }
+    return refuse(HttpFailureKind::connection, "The compressed answer is broken");
+}
+
+/// Remembers why libcurl is told to stop.
+bool CurlTransfer::refuse(HttpFailureKind kind, std::string message) {
+    refusal_ = {kind, std::move(message)};
+    return false;
+}
+
+bool CurlTransfer::refuseLength() {
+    return refuse(HttpFailureKind::unusable, fmt::format("The answer is longer than {} bytes", maxBodyBytes_));
 }
 
 std::optional<HttpResult> CurlTransfer::finish(int code) {
     if (code != CURLE_OK) return failure(code);
     // libcurl takes an answer that ends within its headers for one without a body.
     if (!headersEnded_) return connectionFailure("The answer ended within its headers");
+    if (inflater_ != nullptr && !inflater_->isComplete()) {
+        return connectionFailure("The compressed answer ended before its end");
+    }
     HttpResponse response = takeResponse();
     if (followRedirect(response)) return std::nullopt;
     return response;
 }
 
-HttpFailure CurlTransfer::failure(int code) const {
+HttpFailure CurlTransfer::failure(int code) {
     const auto curlCode = static_cast<CURLcode>(code);
-    if (bodyTooLong_ || curlCode == CURLE_FILESIZE_EXCEEDED) {
-        return connectionFailure(fmt::format("The answer is longer than {} bytes", options_.maxResponseBytes));
-    }
-    if (headerBytes_ > kMaxHeaderBytes) {
-        return connectionFailure(fmt::format("The headers of the answer are longer than {} bytes", kMaxHeaderBytes));
+    if (curlCode == CURLE_FILESIZE_EXCEEDED) static_cast<void>(refuseLength());
+    if (refusal_) {
+        if (refusal_->kind == HttpFailureKind::unusable) refusal_->status = status();
+        return *refusal_;
     }
     const char* message = message_.front() != '\0' ? message_.data() : curl_easy_strerror(curlCode);
     return {failureKind(curlCode), message};
 }
 
-HttpResponse CurlTransfer::takeResponse() {
-    HttpResponse response;
+int CurlTransfer::status() const {
     long status = 0;
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
-    response.status = static_cast<int>(status);
+    return static_cast<int>(status);
+}
+
+HttpHeaders CurlTransfer::headers() const {
+    HttpHeaders headers;
     curl_header* header = nullptr;
     while ((header = curl_easy_nextheader(easy_.get(), CURLH_HEADER, -1, header)) != nullptr) {
-        response.headers.emplace_back(lowerCase(header->name), header->value);
+        headers.emplace_back(lowerCase(header->name), header->value);
     }
-    response.body = std::move(body_);
-    return response;
+    return headers;
+}
+
+HttpResponse CurlTransfer::takeResponse() {
+    return {status(), headers(), std::move(body_)};
 }
 
 bool CurlTransfer::followRedirect(const HttpResponse& response) {

@@ -10,7 +10,7 @@
 namespace quomi {
 namespace {
 
-/// Longer than any request lasts, and short enough that no sum of moments overflows.
+/// Longer than any server is silent, and short enough that no sum of moments overflows.
 constexpr Duration kLongestTimeout = std::chrono::hours(24);
 
 }  // namespace
@@ -28,11 +28,10 @@ public:
     }
 
     std::uint64_t start(HttpRequest request, Completion completion) {
-        const auto deadline =
-            std::chrono::steady_clock::now() + std::clamp(request.timeout, Duration::zero(), kLongestTimeout);
+        request.timeout = std::clamp(request.timeout, Duration::zero(), kLongestTimeout);
         const std::uint64_t id = nextId_++;
         waiting_.emplace(id, std::move(completion));
-        worker_->start(id, std::move(request), deadline);
+        worker_->start(id, std::move(request));
         return id;
     }
 

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "quomi/api/curl_multi.h"
 #include "quomi/api/curl_transport.h"
 
-#include <chrono>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -22,35 +23,31 @@ class CurlTransfer;
 class CurlWorker {
 public:
     using Deliver = std::function<void(std::uint64_t id, HttpResult result)>;
-    using Deadline = std::chrono::steady_clock::time_point;
 
     CurlWorker(CurlTransportOptions options, Deliver deliver);
 
-    /// Cancels what is in flight and joins the thread.
+    /// Cancels what is in flight and joins the thread, which stops at the next piece of an answer at the latest.
     ~CurlWorker();
     CurlWorker(const CurlWorker&) = delete;
     CurlWorker& operator=(const CurlWorker&) = delete;
 
-    void start(std::uint64_t id, HttpRequest request, Deadline deadline);
+    void start(std::uint64_t id, HttpRequest request);
     void cancel(std::uint64_t id);
 
 private:
     struct Order {
         std::uint64_t id = 0;
         HttpRequest request;
-        Deadline deadline;
-    };
-    struct CloseMulti {
-        void operator()(void* multi) const;
+        CurlMulti::Moment sent;
     };
 
     void run();
-    [[nodiscard]] bool isStopping();
     void step();
     void takeOrders();
     void begin(Order order);
-    void perform();
-    void collectFinished();
+    [[nodiscard]] CurlMulti::Moment nextDeadline() const;
+    void collectEnded();
+    void endLate();
     void launch(CurlTransfer& transfer);
     void finish(std::uint64_t id, HttpResult result);
     void remove(std::uint64_t id);
@@ -58,13 +55,13 @@ private:
 
     const CurlTransportOptions options_;
     const Deliver deliver_;
-    std::unique_ptr<void, CloseMulti> multi_;  // a CURLM; null when the system has no room for one
+    std::unique_ptr<CurlMulti> multi_;  // null when the system has no room for one
     std::unordered_map<std::uint64_t, std::unique_ptr<CurlTransfer>> transfers_;  // worker's thread only
+    std::atomic<bool> stopping_ = false;
 
-    std::mutex mutex_;  // guards the three below
+    std::mutex mutex_;  // guards the two below
     std::vector<Order> started_;
     std::vector<std::uint64_t> cancelled_;
-    bool stopping_ = false;
 
     std::thread thread_;
 };

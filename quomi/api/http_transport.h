@@ -2,8 +2,10 @@
 
 #include "quomi/util/time.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <variant>
@@ -14,15 +16,21 @@ namespace quomi {
 /// Name and value, in order; a name may come twice.
 using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
-/// One request. The URL is absolute, http or https; `timeout` is the longest time from sending to the last byte of the
-/// answer.
+/// One request. The URL is absolute, http or https.
 struct HttpRequest {
     std::string method = "GET";
     std::string url;
     HttpHeaders headers;
     std::string body;
+    /// The longest silence: for so long no byte comes or goes before the request fails. The whole of it, redirects
+    /// included, may take ten times as long.
     Duration timeout = std::chrono::seconds(25);
+    /// The longest body of the answer, uncompressed; without it the transport's own.
+    std::optional<std::uint64_t> maxResponseBytes{};
 };
+
+/// How many times its timeout a whole request may take.
+inline constexpr int kTimeoutsOfARequest = 10;
 
 /// An answer, whatever its status. Header names are in lower case.
 struct HttpResponse {
@@ -32,12 +40,14 @@ struct HttpResponse {
 };
 
 /// Why no answer arrived. The numbers are the codes of the errors made from it.
-enum class HttpFailureKind { connection = 1, timeout = 2, tls = 3 };
+/// `unusable`: a server answered, with more than a bound allows.
+enum class HttpFailureKind { connection = 1, timeout = 2, tls = 3, unusable = 4 };
 
-/// For a failure without answer; the message is for logs.
+/// For a failure without answer; the message is for logs. The status is that of an answer that is unusable.
 struct HttpFailure {
     HttpFailureKind kind = HttpFailureKind::connection;
     std::string message;
+    std::optional<int> status{};
 };
 
 /// What became of a request.

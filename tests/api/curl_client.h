@@ -39,6 +39,7 @@ inline int outcome(const HttpResult& result) {
 inline constexpr int kConnectionFailed = -1;
 inline constexpr int kTimedOut = -2;
 inline constexpr int kTlsFailed = -3;
+inline constexpr int kUnusable = -4;
 
 inline std::string bodyOf(const HttpResult& result) {
     const auto* response = std::get_if<HttpResponse>(&result);

@@ -64,6 +64,7 @@ const std::vector<Library>& libraries() {
         {"SQLiteCpp/", {"quomi/data/", "tools/"}},
         {"sqlite3", {"quomi/data/", "tools/"}},
         {"curl/", {"quomi/api/"}},
+        {"zlib", {"quomi/api/"}},
         {"re2/", {"quomi/util/"}},
         {"date/", {"quomi/util/", "hosts/", "tools/"}},
         {"GeographicLib/", {"quomi/location/", "hosts/", "tools/"}},

@@ -63,12 +63,21 @@ std::pair<int, int> boundSocket() {
     return {socket, ntohs(address.sin_port)};
 }
 
-/// Waits until the socket can be read or the other end of the pipe is closed; false for the latter.
-bool waitReadable(int socket, int stopPipe) {
-    std::array<pollfd, 2> waits{pollfd{socket, POLLIN, 0}, pollfd{stopPipe, POLLIN, 0}};
+/// Waits until the socket can be read or written, or the other end of the pipe is closed; false for the latter.
+bool waitFor(int socket, short events, int stopPipe) {
+    std::array<pollfd, 2> waits{pollfd{socket, events, 0}, pollfd{stopPipe, POLLIN, 0}};
     while (::poll(waits.data(), waits.size(), -1) < 0) {
     }
     return waits[1].revents == 0;
+}
+bool waitReadable(int socket, int stopPipe) {
+    return waitFor(socket, POLLIN, stopPipe);
+}
+
+/// Lets the time pass; false when the other end of the pipe is closed before.
+bool sleepFor(std::chrono::milliseconds span, int stopPipe) {
+    pollfd wait{stopPipe, POLLIN, 0};
+    return ::poll(&wait, 1, static_cast<int>(span.count())) <= 0;
 }
 
 }  // namespace
@@ -169,7 +178,7 @@ std::string LoopbackServer::url(const std::string& path, const std::string& host
 }
 
 struct RawServer::Running {
-    std::string answer;
+    std::function<void(const Send&)> script;
     Afterwards afterwards = Afterwards::close;
     int listener = -1;
     int port = 0;
@@ -193,7 +202,9 @@ struct RawServer::Running {
 
     void serve(int client) {
         if (readHead(client)) {
-            sendAnswer(client);
+            script([this, client](std::string_view bytes, std::chrono::milliseconds pause) {
+                return (pause.count() == 0 || sleepFor(pause, stopPipe[0])) && sendBytes(client, bytes);
+            });
             if (afterwards == Afterwards::hold) awaitDeparture(client);
         }
         ::close(client);
@@ -214,13 +225,14 @@ struct RawServer::Running {
         return true;
     }
 
-    void sendAnswer(int client) const {
-        std::size_t sent = 0;
-        while (sent < answer.size()) {
-            const auto length = ::send(client, answer.data() + sent, answer.size() - sent, MSG_NOSIGNAL);
-            if (length <= 0) return;
-            sent += static_cast<std::size_t>(length);
+    [[nodiscard]] bool sendBytes(int client, std::string_view bytes) const {
+        while (!bytes.empty()) {
+            if (!waitFor(client, POLLOUT, stopPipe[0])) return false;
+            const auto length = ::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (length <= 0) return false;
+            bytes.remove_prefix(static_cast<std::size_t>(length));
         }
+        return true;
     }
 
     void awaitDeparture(int client) {
@@ -235,9 +247,13 @@ struct RawServer::Running {
     }
 };
 
-RawServer::RawServer(std::string answer, Afterwards afterwards) : running_(std::make_unique<Running>()) {
-    running_->answer = std::move(answer);
+RawServer::RawServer(std::string answer, Afterwards afterwards)
+    : RawServer([answer = std::move(answer)](const Send& send) { send(answer, {}); }) {
     running_->afterwards = afterwards;
+}
+
+RawServer::RawServer(std::function<void(const Send&)> script) : running_(std::make_unique<Running>()) {
+    running_->script = std::move(script);
     std::tie(running_->listener, running_->port) = boundSocket();
     if (::listen(running_->listener, 64) != 0 || ::pipe(running_->stopPipe.data()) != 0) {
         throw std::runtime_error("listen");

@@ -2,10 +2,12 @@
 
 #include "quomi/api/http_transport.h"
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace quomi::testing {
 
@@ -65,7 +67,11 @@ private:
 class RawServer {
 public:
     enum class Afterwards { close, hold };
+    /// Sends the bytes after the pause; false once the client has left or the server ends.
+    using Send = std::function<bool(std::string_view bytes, std::chrono::milliseconds pause)>;
     explicit RawServer(std::string answer, Afterwards afterwards = Afterwards::close);
+    /// Answers each request by the script, on a thread of its own, and closes when the script returns.
+    explicit RawServer(std::function<void(const Send&)> script);
     ~RawServer();
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;

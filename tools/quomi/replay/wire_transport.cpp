@@ -10,12 +10,15 @@ namespace quomi::tool {
 namespace {
 
 /// In words of its own: those of the HTTP client name ports and milliseconds, and a trace is to be the same every time.
-HttpFailure failureOf(HttpFailureKind kind) {
+HttpFailure failureOf(const HttpFailure& failure) {
+    const auto kind = failure.kind;
     switch (kind) {
         case HttpFailureKind::timeout:
             return {kind, "The request timed out."};
         case HttpFailureKind::tls:
             return {kind, "A secure connection could not be made."};
+        case HttpFailureKind::unusable:
+            return failure;
         case HttpFailureKind::connection:
             break;
     }
@@ -77,14 +80,14 @@ std::unique_ptr<HttpTask> WireTransport::send(HttpRequest request, Completion co
             if (const auto ended = weak.lock()) arrived(ended, std::move(result));
         });
     } else {
-        exchange->result = failureOf(HttpFailureKind::connection);
+        exchange->result = failureOf({});
         loop_.post([this] { handOver(); });
     }
     return std::make_unique<Task>(exchange);
 }
 
 void WireTransport::arrived(const std::shared_ptr<Exchange>& exchange, HttpResult result) {
-    if (const auto* failure = std::get_if<HttpFailure>(&result)) result = failureOf(failure->kind);
+    if (const auto* failure = std::get_if<HttpFailure>(&result)) result = failureOf(*failure);
     exchange->result = std::move(result);
     handOver();
 }
