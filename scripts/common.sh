@@ -2,6 +2,9 @@
 # a script's stdout is its result alone.
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
+# What two build directories compile with the same options, such as the tests of dev and asan, is compiled once.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
 # say TEXT: one line for the user.
 say() {
     printf '%s\n' "$*" >&2

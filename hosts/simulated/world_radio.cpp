@@ -10,8 +10,8 @@ namespace quomi::simulated {
 
 namespace {
 
-constexpr Duration kBeat = std::chrono::seconds(1);
-constexpr double kPathLoss = 25;  // ten times the exponent 2.5
+constexpr Duration kReportInterval = std::chrono::seconds(1);
+constexpr double kLossPerDecade = 25;  // ten times the exponent 2.5
 constexpr std::int32_t kStrongest = -1;
 constexpr double kFarthestReach = 1e6;
 
@@ -31,7 +31,7 @@ bool mayBeNear(const Coordinate& point, double metres, const Leg& leg) {
 }  // namespace
 
 std::int32_t WorldRadio::rssiAt(double metres, std::int32_t txPower) {
-    const double rssi = txPower - kPathLoss * std::log10(std::max(metres, kNearest));
+    const double rssi = txPower - kLossPerDecade * std::log10(std::max(metres, kNearest));
     return std::min(static_cast<std::int32_t>(std::lround(rssi)), kStrongest);
 }
 
@@ -39,7 +39,7 @@ void WorldRadio::place(const std::vector<PlacedBeacon>& beacons) {
     senders_.clear();
     for (const auto& beacon : beacons) {
         // Half a dBm more than the weakest one rounds to.
-        const double reach = std::pow(10.0, (beacon.txPower - kWeakest + 0.5) / kPathLoss);
+        const double reach = std::pow(10.0, (beacon.txPower - kWeakest + 0.5) / kLossPerDecade);
         senders_.push_back({beacon, std::min(reach, kFarthestReach)});
     }
     gather();
@@ -54,7 +54,7 @@ void WorldRadio::move(const Leg& leg) {
     gather();
     const bool goesOnAtOnce = leg.to && leg.duration <= Duration::zero();
     if (near_.empty() || goesOnAtOnce) return;
-    if ((began_ - *zero_) % kBeat == Duration::zero()) beat();
+    if ((began_ - *zero_) % kReportInterval == Duration::zero()) beat();
     schedule();
 }
 
@@ -71,7 +71,7 @@ void WorldRadio::schedule() {
     timer_.reset();
     if (near_.empty()) return;
     const auto now = loop_.monotonicNow();
-    const Duration wait = kBeat - (now - *zero_) % kBeat;
+    const Duration wait = kReportInterval - (now - *zero_) % kReportInterval;
     if (leg_.to && now + wait >= began_ + leg_.duration) return;
     timer_ = loop_.schedulePhoneTimer(wait, Duration::zero(), [this] {
         beat();

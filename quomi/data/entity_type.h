@@ -16,6 +16,16 @@
 
 namespace quomi {
 
+struct QuomiStatusInfo;
+struct QuomiApplication;
+struct QuomiDebugLog;
+struct QuomiBatteryAlert;
+struct QuomiGeofenceRegion;
+struct QuomiGeofence;
+struct QuomiGeofenceRuleWithActions;
+struct QuomiBeaconData;
+struct QuomiBeaconRuleWithActions;
+
 /// One attribute of an entity and what can be done with the member that holds it.
 struct Field {
     Attribute attribute;
@@ -98,9 +108,28 @@ private:
     std::string selection_, selectionOfMembers_, insertion_, removal_;
 };
 
-/// The description of an entity's class.
+/// The description of an entity's class; there is one of each of the nine.
 template <class Object>
 [[nodiscard]] const EntityType& entityType();
+template <>
+const EntityType& entityType<QuomiStatusInfo>();
+template <>
+const EntityType& entityType<QuomiApplication>();
+template <>
+const EntityType& entityType<QuomiDebugLog>();
+template <>
+const EntityType& entityType<QuomiBatteryAlert>();
+template <>
+const EntityType& entityType<QuomiGeofenceRegion>();
+template <>
+const EntityType& entityType<QuomiGeofence>();
+template <>
+const EntityType& entityType<QuomiGeofenceRuleWithActions>();
+template <>
+const EntityType& entityType<QuomiBeaconData>();
+template <>
+const EntityType& entityType<QuomiBeaconRuleWithActions>();
+
 /// The entity whose objects belong to this one's, and the one whose objects these belong to; null for none.
 [[nodiscard]] const EntityType* memberType(const EntityType& owner);
 [[nodiscard]] const EntityType* ownerType(const EntityType& member);

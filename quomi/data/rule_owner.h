@@ -32,8 +32,6 @@ struct RuleOwner : ManagedObject {
     [[nodiscard]] virtual const std::string& identifier() const = 0;
     /// The rules in the order in which they were added.
     [[nodiscard]] std::vector<std::shared_ptr<RuleWithActions>> rules();
-    /// The first rule with the identifier; null for none.
-    [[nodiscard]] std::shared_ptr<RuleWithActions> ruleWithId(const std::string& id);
     /// Adds a rule.
     void addActionObject(std::shared_ptr<RuleWithActions> rule) { addMember(std::move(rule)); }
     [[nodiscard]] boost::json::array getActionsAsArrayOfDictionaries();

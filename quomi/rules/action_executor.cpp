@@ -195,24 +195,18 @@ bool QuomiActionExecutor::executeOpenWebPageActionWithURL(const std::string& url
                                ? presentationViewController_
                                : QuomiApplicationHelpers(platform.screens).topViewController();
     if (presenter == nullptr) return false;
-    if (pageIsComing_ || presenter->presentedScreen() != nullptr) {
-        warnThatIsBusy(*presenter);
+    if (presenter->presentedScreen() != nullptr) {
+        platform.console.log(
+            fmt::format("Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is "
+                        "already presented by UIVIewController {}",
+                        screenName(*presenter)));
         return false;
     }
     if (!page) return false;
-    pageIsComing_ = true;
     postUnlessEnded([presenter, page = *page](QuomiActionExecutor& executor) {
-        executor.pageIsComing_ = false;
-        if (!executor.context_.webPages.present(presenter, page)) executor.warnThatIsBusy(*presenter);
+        executor.context_.webPages.present(presenter, page);
     });
     return true;
-}
-
-void QuomiActionExecutor::warnThatIsBusy(const Screen& presenter) const {
-    context_.platform.console.log(
-        fmt::format("Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is "
-                    "already presented by UIVIewController {}",
-                    screenName(presenter)));
 }
 
 std::optional<std::string> QuomiActionExecutor::getWebPageURL(const std::string& url) const {

@@ -85,8 +85,7 @@ public:
     bool executeOpenWebPageAction(const std::string& url, int triggeredBy) override;
     bool executeOpenWebPageAction(const std::string& url, int triggeredBy, ActionOutcome* outcome);
     /// Shows the page without asking. False, and a warning in the system log, when the screen presents another one
-    /// already, or is about to, or a "file" URL names no resource of the app's bundle; false when there is no screen. A
-    /// screen that has become busy by the later turn shows nothing, with the same warning.
+    /// already or a "file" URL names no resource of the app's bundle; false when there is no screen.
     bool executeOpenWebPageActionWithURL(const std::string& url);
     /// The URL itself; nothing, and a warning, for a "file" URL that names no resource of the app's bundle.
     [[nodiscard]] std::optional<std::string> getWebPageURL(const std::string& url) const;
@@ -128,7 +127,6 @@ private:
     [[nodiscard]] bool isVetoed(ShouldExecute question, Url url, int triggeredBy) const;
     [[nodiscard]] bool hostNotifiesServer(Url url, int triggeredBy, const Done& success, const Failure& failure);
     ActionOutcome openWebPage(Url url, int triggeredBy);
-    void warnThatIsBusy(const Screen& presenter) const;
     ActionOutcome openDeepLink(const std::string& param, int triggeredBy);
     ActionOutcome notifyServer(Url url, int triggeredBy, const boost::json::object& infoDict, Done success,
                                Failure failure, Done enableBlock, ServerAnswered ended);
@@ -139,7 +137,6 @@ private:
     std::unique_ptr<QuomiNotificationHelpers> notificationHelpers_;
     std::shared_ptr<Screen> presentationViewController_;
     QuomiAPI* apiClient_ = nullptr;
-    bool pageIsComing_ = false;  // in the next turn: whoever asks for another finds its screen busy
     bool hasEnded_ = false;
 };
 

@@ -154,14 +154,12 @@ QuomiProximity QuomiBeaconActionExecutor::reclassified(QuomiProximity proximity,
 
 void QuomiBeaconActionExecutor::executeRule(const Rule& rule, const Beacon& beacon) {
     if (rule->latchTime > 0) return startLatch(*rule, *beacon);
-    executeActionsOfRule(rule, beacon, rule->trigger);
+    executeActionsOfRule(rule, beacon);
 }
 
-/// The trigger is the event's: while a rule waits, a download may give it another.
-void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon,
-                                                     const std::string& trigger) {
-    if (!passesGates(rule, beacon, trigger)) return;
-    const auto run = makeRun(*rule, *beacon, trigger);
+void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon) {
+    if (!passesGates(rule, beacon)) return;
+    const auto run = makeRun(*rule, *beacon);
     context().debugLog.log(
         "BeaconActionExecutor: executeActionsOfRule ID: {} (# actions: {}) forBeacon [UUID: {} major: {} minor: {}]",
         run->ruleId, run->actions.size(), beacon->proximityUUID, textOf(beacon->major), textOf(beacon->minor));
@@ -173,7 +171,10 @@ void QuomiBeaconActionExecutor::executeEnabledActions(const Run& run, const Acti
 }
 
 void QuomiBeaconActionExecutor::actionWasRefused(const RuleRun& run) {
-    uncountEvent(context(), run);
+    auto rule = context().data.currentObjectContext().objectWithID<QuomiBeaconRuleWithActions>(run.ruleObjectID);
+    // A download may have put another object in the rule's place, with its counts.
+    if (rule == nullptr) rule = context().data.getBeaconRuleById(run.ruleId);
+    uncountEvent(context(), rule.get());
 }
 
 // Latch times
@@ -181,16 +182,14 @@ void QuomiBeaconActionExecutor::actionWasRefused(const RuleRun& run) {
 void QuomiBeaconActionExecutor::executeDelayedAction(const Latch& latch) {
     auto& data = context().data;
     const auto beacon = data.getBeaconById(latch.latchTimeRegionID);
-    const auto own = beacon != nullptr ? beacon->ruleWithId(latch.latchTimeRuleID) : nullptr;
-    const auto rule = own != nullptr ? std::static_pointer_cast<QuomiBeaconRuleWithActions>(own)
-                                     : data.getBeaconRuleById(latch.latchTimeRuleID);
+    const auto rule = data.getBeaconRuleById(latch.latchTimeRuleID);
     if (beacon == nullptr || rule == nullptr) {
         context().platform.console.log(
             "Quomi SDK Error: Cannot execute beacon rule with latch time: couldn't retrieve rule data.");
     }
     const bool holds = stillHolds(latch, beacon.get(), rule.get());
     if (!holds || beacon == nullptr || rule == nullptr) return report(latch, RuleDecision::latchBroken);
-    executeActionsOfRule(rule, beacon, latch.trigger);
+    executeActionsOfRule(rule, beacon);
 }
 
 bool QuomiBeaconActionExecutor::stillHolds(const Latch& latch, const QuomiBeaconData* beacon,

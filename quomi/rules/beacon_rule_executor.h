@@ -64,7 +64,7 @@ private:
     [[nodiscard]] QuomiProximity reclassified(QuomiProximity proximity, double accuracy,
                                               const QuomiBeaconRuleWithActions* rule) const;
     void executeRule(const Rule& rule, const Beacon& beacon);
-    void executeActionsOfRule(const Rule& rule, const Beacon& beacon, const std::string& trigger);
+    void executeActionsOfRule(const Rule& rule, const Beacon& beacon);
     [[nodiscard]] std::shared_ptr<const QuomiBeacon> liveBeacon(const QuomiBeaconData& beacon) const;
     [[nodiscard]] bool stillHolds(const Latch& latch, const QuomiBeaconData* beacon,
                                   const QuomiBeaconRuleWithActions* rule) const;

@@ -77,7 +77,7 @@ bool QuomiGeofenceActionExecutor::isSlowEnough(const QuomiGeofenceRuleWithAction
 // One rule. Its latch time comes after the gates: an entry counts when it happens.
 
 void QuomiGeofenceActionExecutor::executeRule(const Rule& rule, const Geofence& geofence) {
-    if (!passesGates(rule, geofence, rule->trigger)) return;
+    if (!passesGates(rule, geofence)) return;
     if (rule->latchTime <= 0) return executeActionsOfRule(*rule, *geofence);
     if (rule->trigger == kTriggerOnEntry) return startLatch(*rule, *geofence);
     const auto stayed = context().platform.clock.now() - geofence->lastEnteredAt;
@@ -90,8 +90,7 @@ void QuomiGeofenceActionExecutor::executeRule(const Rule& rule, const Geofence& 
 void QuomiGeofenceActionExecutor::executeDelayedAction(const Latch& latch) {
     std::optional<Error> error;
     const auto geofence = context().data.getGeofenceById(latch.latchTimeRegionID, &error);
-    const auto own = geofence != nullptr ? geofence->ruleWithId(latch.latchTimeRuleID) : nullptr;
-    const auto rule = own != nullptr ? own : context().data.getGeofenceRuleById(latch.latchTimeRuleID, &error);
+    const auto rule = context().data.getGeofenceRuleById(latch.latchTimeRuleID, &error);
     if (error) {
         context().platform.console.log(
             "Quomi SDK Error: Cannot execute geofence rule with latch time: couldn't retrieve rule data.");
@@ -101,15 +100,16 @@ void QuomiGeofenceActionExecutor::executeDelayedAction(const Latch& latch) {
         context().platform.console.log("Quomi SDK: Geofence (null) has been exited, rule won't be executed.");
     }
     if (geofence == nullptr || rule == nullptr) return report(latch, RuleDecision::latchBroken);
-    // The trigger is the event's: a download may have given the rule another.
-    execute(makeRun(*rule, *geofence, latch.trigger), *rule, *geofence);
+    const auto run = makeRun(*rule, *geofence);
+    run->trigger = latch.trigger;  // the event's, though a download may have given the rule another
+    execute(run, *rule, *geofence);
 }
 
 // Actions
 
 void QuomiGeofenceActionExecutor::executeActionsOfRule(const QuomiGeofenceRuleWithActions& rule,
                                                        const QuomiGeofence& geofence) {
-    execute(makeRun(rule, geofence, rule.trigger), rule, geofence);
+    execute(makeRun(rule, geofence), rule, geofence);
 }
 
 void QuomiGeofenceActionExecutor::executeEnabledActions(const Run& run, const Actions& actions) {

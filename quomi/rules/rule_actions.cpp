@@ -55,12 +55,10 @@ auto RuleExecutor::unlessEnded(Work work) {
     };
 }
 
-RuleExecutor::Run RuleExecutor::makeRun(const RuleWithActions& rule, const RuleOwner& owner,
-                                        const std::string& trigger) const {
-    return std::make_shared<RuleRun>(RuleRun{rule.ruleId.value_or(""), owner.identifier(), trigger, rule.objectID(),
-                                             owner.objectID(), owner.group, rule.underGlobalCounter,
-                                             rule.getAndDeserializeActions().value_or(Actions()),
-                                             infoDictForLocalNotification(owner, rule)});
+RuleExecutor::Run RuleExecutor::makeRun(const RuleWithActions& rule, const RuleOwner& owner) const {
+    return std::make_shared<RuleRun>(
+        RuleRun{rule.ruleId.value_or(""), owner.identifier(), rule.trigger, rule.objectID(), owner.objectID(),
+                rule.getAndDeserializeActions().value_or(Actions()), infoDictForLocalNotification(owner, rule)});
 }
 
 void RuleExecutor::execute(const Run& run, const RuleWithActions& rule, const RuleOwner& owner) {

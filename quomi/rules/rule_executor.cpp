@@ -79,7 +79,7 @@ void RuleExecutor::clearTimers(const std::string& regionID) {
     delayedRulesExecutionTimers_.clear(regionID);
 }
 
-bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner, const std::string& trigger) {
+bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner) {
     context_.logEvent({{"type", "trigger"},
                        {"trigger", rule->trigger},
                        {"area_type", areaTypeOf(area_)},
@@ -88,9 +88,7 @@ bool RuleExecutor::passesGates(const Rule& rule, const Owner& owner, const std::
     if (hasEnded_ || rule->context() == nullptr) return false;
     const auto stop = countEvent(context_, area_, rule, *owner);
     if (!stop) return true;
-    if (const auto watcher = observer()) {
-        tell(*watcher, {rule->ruleId.value_or(""), owner->identifier(), trigger}, stop->decision, detailOf(*stop));
-    }
+    report(*rule, *owner, stop->decision, [&stop] { return detailOf(*stop); });
     return false;
 }
 

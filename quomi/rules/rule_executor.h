@@ -26,8 +26,6 @@ struct RuleRun {
     std::string trigger;
     std::int64_t ruleObjectID = 0;
     std::int64_t ownerObjectID = 0;
-    std::optional<std::string> group;  ///< of the owner, when the event was counted
-    bool underGlobalCounter = true;
     std::vector<QuomiAction> actions;  ///< all of the rule's
     boost::json::object info;          ///< user info of its notifications
 
@@ -97,8 +95,8 @@ protected:
     }
     /// Logs the event and passes the rule through the gates; false when it was stopped, which is reported then, or has
     /// gone.
-    bool passesGates(const Rule& rule, const Owner& owner, const std::string& trigger);
-    [[nodiscard]] Run makeRun(const RuleWithActions& rule, const RuleOwner& owner, const std::string& trigger) const;
+    bool passesGates(const Rule& rule, const Owner& owner);
+    [[nodiscard]] Run makeRun(const RuleWithActions& rule, const RuleOwner& owner) const;
     /// Runs the actions of a rule that has passed all gates: at once, or when its server allows it.
     void execute(const Run& run, const RuleWithActions& rule, const RuleOwner& owner);
     /// The combined notification or each action by itself, and the report.

@@ -10,7 +10,6 @@
 namespace quomi {
 
 struct RuleOwner;
-struct RuleRun;
 struct RuleWithActions;
 
 namespace QuomiRuleHelper {
@@ -43,10 +42,9 @@ struct RuleStop {
 [[nodiscard]] std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area,
                                                  const std::shared_ptr<RuleWithActions>& rule, const RuleOwner& owner);
 
-/// Takes back what a beacon's rule counted, and saves: the device-wide interval holds nothing back any more, and of a
-/// rule under the device-wide counter all counts are one less, but never below 0. The counts of any other rule stay:
-/// deliberate, campaigns rely on it. The rule may have been replaced or removed meanwhile; another beacon's rule of the
-/// same identifier is not touched.
-void uncountEvent(const RuleExecutorContext& context, const RuleRun& run);
+/// Takes back what a beacon's rule counted: the device-wide interval holds nothing back any more, and of a rule under
+/// the device-wide counter all counts are one less, and saved. The counts of any other rule stay: deliberate, campaigns
+/// rely on it. Of a rule that is gone (null) there is nothing to take back but the interval.
+void uncountEvent(const RuleExecutorContext& context, RuleWithActions* rule);
 
 }  // namespace quomi

@@ -5,7 +5,6 @@
 #include "quomi/api/api_client.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/settings.h"
-#include "quomi/platform/application_helpers.h"
 #include "quomi/platform/screens.h"
 #include "quomi/rules/web_page.h"
 #include "tests/support/prelude.h"
@@ -200,24 +199,6 @@ TEST_F(ActionExecutorTest, PageThatCannotBeShownWarnsAndIsFalse) {
     }
     settle();
     EXPECT_EQ(pages_.count(), 0U);
-}
-
-TEST_F(ActionExecutorTest, SecondPageOfATurnIsRefusedAndOneWhoseScreenIsTakenMeanwhileWarns) {
-    const std::string busy =
-        "console Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is already "
-        "presented by UIVIewController <UIViewController>";
-    ActionOutcome outcome{};
-    EXPECT_TRUE(executor_->executeOpenWebPageAction(kPage, 2));
-    EXPECT_FALSE(executor_->executeOpenWebPageAction("https://shop.test/second", 2, &outcome));
-    EXPECT_EQ(outcome, ActionOutcome::impossible);
-    settle();
-    EXPECT_THAT(std::exchange(journal_, {}), ElementsAre(busy, "page https://shop.test/offers"));
-    EXPECT_TRUE(executor_->executeOpenWebPageAction("https://shop.test/third", 2)) << "over the first";
-    const auto app = pages_.present(QuomiApplicationHelpers(platform_.screens).topViewController(), kPage);
-    settle();
-    EXPECT_TRUE(app);
-    EXPECT_EQ(journal_.back(), busy);
-    EXPECT_EQ(pages_.count(), 2U);
 }
 
 TEST_F(ActionExecutorTest, DeepLinkIsTheFirstUrlThatIsThereAndThatThePhoneOpens) {

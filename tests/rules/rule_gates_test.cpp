@@ -123,13 +123,7 @@ TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
         const auto status = data_->getSDKStatusInfo();
         EXPECT_FALSE(countEvent(context(), RuleArea::beacon, judged, *owner));
         EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
-        RuleRun run;
-        run.ruleId = "r";
-        run.owner = "b";
-        run.ruleObjectID = judged->objectID();
-        run.group = "group";
-        run.underGlobalCounter = isUnderGlobalCounter;
-        uncountEvent(context(), run);
+        uncountEvent(context(), judged.get());
         const std::int32_t left = isUnderGlobalCounter ? 0 : 1;
         EXPECT_EQ(status->lastEventDate, WallTime());
         EXPECT_EQ(status->globalTriggersCount, 0);

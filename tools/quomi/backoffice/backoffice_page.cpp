@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::size_t kShownEntries = 50;
 constexpr std::size_t kShownObjects = 100;
-constexpr std::size_t kShownBytes = 2000;
+constexpr std::size_t kShownBodyBytes = 2000;
 
 constexpr std::string_view kHead = R"html(<!DOCTYPE html>
 <html lang="en">
@@ -118,8 +118,8 @@ void writeCampaign(std::string& page, const Campaign& campaign) {
 
 /// The beginning of a long text, cut between characters.
 std::string beginning(const std::string& text) {
-    if (text.size() <= kShownBytes) return text;
-    std::size_t end = kShownBytes;
+    if (text.size() <= kShownBodyBytes) return text;
+    std::size_t end = kShownBodyBytes;
     while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
     return text.substr(0, end) + " …";
 }
@@ -166,7 +166,7 @@ void writeInbox(std::string& page, const Inbox& inbox) {
 }
 
 /// One word of a POSIX shell's command line, whatever it contains.
-std::string quoted(std::string_view word) {
+std::string shellWord(std::string_view word) {
     std::string result = "'";
     for (const char c : word) {
         if (c == '\'') {
@@ -180,9 +180,10 @@ std::string quoted(std::string_view word) {
 
 std::string curl(const EndpointHelp& endpoint, std::string_view baseUrl) {
     const std::string_view separator = endpoint.query.empty() ? "" : "?";
-    std::string command = "curl " + quoted(fmt::format("{}{}{}{}", baseUrl, endpoint.path, separator, endpoint.query));
+    std::string command =
+        "curl " + shellWord(fmt::format("{}{}{}{}", baseUrl, endpoint.path, separator, endpoint.query));
     if (!endpoint.body.empty()) {
-        command += " \\\n  -H 'Content-Type: application/json' \\\n  -d " + quoted(endpoint.body);
+        command += " \\\n  -H 'Content-Type: application/json' \\\n  -d " + shellWord(endpoint.body);
     }
     return command;
 }

@@ -57,13 +57,13 @@ bool store(bool& field, const boost::json::value& value) {
 }
 
 bool store(double& field, const boost::json::value& value) {
-    const auto number = numberOf(&value);
+    const auto number = quomi::numberOf(&value);
     if (number) field = number->doubleValue();
     return number.has_value();
 }
 
 bool store(std::uint64_t& field, const boost::json::value& value) {
-    const auto number = numberOf(&value);
+    const auto number = quomi::numberOf(&value);
     if (number) field = number->as<std::uint64_t>();
     return number.has_value();
 }

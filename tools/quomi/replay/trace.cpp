@@ -19,7 +19,7 @@ double milliseconds(Duration span) {
 /// Bodies stand decoded when they are JSON.
 json::value decoded(const std::string& body) {
     if (body.empty()) return nullptr;
-    auto value = parseJson(body);
+    auto value = quomi::parseJson(body);
     return value ? std::move(*value) : json::value(body);
 }
 

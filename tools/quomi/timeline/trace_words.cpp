@@ -16,7 +16,7 @@ namespace json = boost::json;
 
 namespace {
 
-constexpr std::size_t kLongestURL = 90;
+constexpr std::size_t kLongestAddress = 90;
 constexpr std::size_t kLongestText = 160;
 constexpr double kShownMove = 100;  // metres
 
@@ -126,7 +126,7 @@ TraceWords::Line TraceWords::otherDelegate(const Record& record) {
         return TraceLine{"◂", "app", Tone::plain, name + "  " + clipped(otherFields(record, "delegate"), kLongestText)};
     auto text = name;
     if (record.contains("notification")) text += "  " + notificationText(objectOf(record, "notification"));
-    if (record.contains("url")) text += "  " + clipped(textOf(record, "url"), kLongestURL);
+    if (record.contains("url")) text += "  " + clipped(textOf(record, "url"), kLongestAddress);
     text += sourceText(record);
     if (record.contains("answer")) text += fieldOf(record, "answer") == true ? ", answers yes" : ", answers no";
     return TraceLine{"◂", name.starts_with("should") ? "asked" : "performs", Tone::shown, text};
@@ -219,12 +219,12 @@ TraceWords::Line TraceWords::callback(const Record& record) {
 std::string TraceWords::shortURL(const std::string& url) {
     const auto scheme = url.find("://");
     const auto path = scheme == std::string::npos ? scheme : url.find('/', scheme + 3);
-    if (path == std::string::npos) return clipped(url, kLongestURL);
+    if (path == std::string::npos) return clipped(url, kLongestAddress);
     if (home_.empty())
         home_ = url.substr(0, path);
     else if (url.starts_with(home_) && home_.size() == path)
-        return clipped(url.substr(path), kLongestURL);
-    return clipped(url, kLongestURL);
+        return clipped(url.substr(path), kLongestAddress);
+    return clipped(url, kLongestAddress);
 }
 
 TraceWords::Line TraceWords::request(const Record& record) {
