@@ -20,12 +20,14 @@ if(NOT TARGET GeographicLib::GeographicLib)  # a config package makes it, the mo
 endif()
 
 if(QUOMI_BUILD_TOOLS)
-  find_package(CLI11 REQUIRED)
   find_package(pugixml REQUIRED)
+  find_package(CLI11 REQUIRED)
   find_library(QUOMI_HTTPLIB_LIBRARY cpp-httplib REQUIRED)
   add_library(quomi_httplib INTERFACE)
   target_compile_definitions(quomi_httplib INTERFACE CPPHTTPLIB_OPENSSL_SUPPORT)
   target_link_libraries(quomi_httplib INTERFACE ${QUOMI_HTTPLIB_LIBRARY} OpenSSL::SSL OpenSSL::Crypto Threads::Threads)
+else()
+  find_package(pugixml QUIET)  # without it there is no quomi::gpx
 endif()
 if(QUOMI_BUILD_TESTS)
   find_package(GTest REQUIRED)

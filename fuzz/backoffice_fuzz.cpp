@@ -1,14 +1,16 @@
 // Bodies that devices send to the back office, and the page that shows them.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/backoffice/backoffice_body.h"
+#include "hosts/simulated/campaign/campaign.h"
+#include "hosts/simulated/campaign/device_report.h"
 #include "tools/quomi/backoffice/backoffice_page.h"
-#include "tools/quomi/backoffice/campaign.h"
 
 #include <array>
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace quomi::tool;
+    using namespace quomi::simulated;
     using quomi::fuzz::require;
+    using quomi::tool::Inbox;
+    using quomi::tool::startPage;
     static constexpr std::array<ReadBody, 5> readers = {readUserBody, readEventBody, readEventsBody, readPushTokenBody,
                                                         readBatteryAlertBody};
     static const auto campaign = Campaign::parse(R"({"application": {"namespace_uid": "fuzz"}})", "fuzz.json");

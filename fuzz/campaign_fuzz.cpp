@@ -1,13 +1,13 @@
 // What a back office serves, as somebody wrote it.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/backoffice/campaign.h"
+#include "hosts/simulated/campaign/campaign.h"
 
 #include <optional>
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using quomi::fuzz::require;
     std::optional<quomi::Error> error;
-    const auto campaign = quomi::tool::Campaign::parse(quomi::fuzz::textOf(data, size), "fuzz.json", &error);
+    const auto campaign = quomi::simulated::Campaign::parse(quomi::fuzz::textOf(data, size), "fuzz.json", &error);
     require(campaign.has_value() != error.has_value());
     if (!campaign) {
         const std::string line = error->localizedDescription().value_or("");

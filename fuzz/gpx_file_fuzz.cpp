@@ -1,6 +1,6 @@
 // Tracks that a recorder wrote.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/visit/gpx_file.h"
+#include "hosts/simulated/gpx/gpx_file.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using quomi::fuzz::require;
     using quomi::simulated::TrackPoint;
     std::optional<quomi::Error> error;
-    const auto track = quomi::tool::parseGpx(quomi::fuzz::textOf(data, size), "fuzz.gpx", &error);
+    const auto track = quomi::simulated::parseGpx(quomi::fuzz::textOf(data, size), "fuzz.gpx", &error);
     require(track.has_value() != error.has_value());
     if (!track) {
         require(error->localizedDescription().value_or("").starts_with("fuzz.gpx:"));

@@ -1,12 +1,12 @@
 // Visits, as somebody wrote them; those that are valid are unfolded.
 #include "fuzz/fuzz_input.h"
-#include "tools/quomi/visit/visit.h"
-#include "tools/quomi/visit/visit_steps.h"
+#include "hosts/simulated/visit/visit.h"
+#include "hosts/simulated/visit/visit_steps.h"
 
 #include <optional>
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    using namespace quomi::tool;
+    using namespace quomi::simulated;
     using quomi::fuzz::require;
     VisitError error;
     const auto visit =

@@ -70,7 +70,7 @@ const std::vector<Library>& libraries() {
         {"GeographicLib/", {"quomi/location/", "hosts/", "tools/"}},
         {"CLI/", {"tools/"}},
         {"httplib", {"tools/"}},
-        {"pugixml", {"tools/"}},
+        {"pugixml", {"hosts/simulated/gpx/"}},
         {"iostream", {"hosts/", "tools/"}},
         {"cstdio", {"hosts/", "tools/"}},
         {"stdio.h", {"hosts/", "tools/"}},

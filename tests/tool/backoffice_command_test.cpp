@@ -99,7 +99,7 @@ TEST(BackofficeCommand, RefusesBadArgumentsAndCampaigns) {
 }
 
 TEST(BackofficeCommand, SaysThatThePortIsTaken) {
-    Backoffice other(*Campaign::load(kExample));
+    Backoffice other(*simulated::Campaign::load(kExample));
     ASSERT_TRUE(other.start());
     const Outcome outcome = run({kExample, "--port", std::to_string(other.port())});
     EXPECT_EQ(outcome.status, 1);

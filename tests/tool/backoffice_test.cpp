@@ -26,14 +26,14 @@ constexpr const char* kAlert = R"({"namespace": "shop", "uuid": "5D1B2C7E-30A4-4
     "battery_service_id": "70001"})";
 constexpr const char* kEvent = R"({"udid": "U", "date": "2031-05-04 09:30:00 +0000", "data": {"type": "view"}})";
 
-Campaign campaignOf(const std::string& text) {
+simulated::Campaign campaignOf(const std::string& text) {
     std::optional<Error> error;
-    auto campaign = Campaign::parse(text, "test", &error);
+    auto campaign = simulated::Campaign::parse(text, "test", &error);
     if (!campaign) throw std::invalid_argument(describe(*error));
     return *campaign;
 }
 
-Campaign shop() {
+simulated::Campaign shop() {
     return campaignOf(R"({"application": {"namespace_uid": "shop", "anti_hacking_protocol": "none",
         "max_distance_medium_far": 12.5}, "limits": {"max_events": 3, "min_interval": 20},
         "beacons": [{"id": "b", "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B90"}],
@@ -464,7 +464,7 @@ TEST(BackofficePage, EscapesTheCampaignAndCutsLongLists) {
             "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B9F"}})",
                                i == 0 ? "" : ",", i);
     }
-    const Campaign campaign = campaignOf(R"({"application": {"namespace_uid": "shop"}, "beacons": [)" + beacons + "]}");
+    const simulated::Campaign campaign = campaignOf(R"({"application": {"namespace_uid": "shop"}, "beacons": [)" + beacons + "]}");
     const std::string page = startPage(campaign, Inbox(), "http://h", {});
     EXPECT_THAT(page, HasSubstr("<td>b99</td><td>&lt;i&gt;\uFFFD&amp;</td>"));
     EXPECT_THAT(page, HasSubstr("and 1 more"));

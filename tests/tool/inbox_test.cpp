@@ -164,7 +164,7 @@ TEST_F(InboxTest, WhatCannotBeKeptIsRefused) {
     ASSERT_TRUE(inbox->add({event("d")}));
     EXPECT_EQ(inbox->counts().events, 2U);
 
-    Backoffice backoffice(*Campaign::parse(R"({"application": {"namespace_uid": "shop"}})", "test"), nullptr,
+    Backoffice backoffice(*simulated::Campaign::parse(R"({"application": {"namespace_uid": "shop"}})", "test"), nullptr,
                           std::move(inbox));
     ASSERT_TRUE(backoffice.start());
     httplib::Client client("127.0.0.1", backoffice.port());

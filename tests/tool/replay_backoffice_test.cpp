@@ -139,7 +139,7 @@ TEST_F(ReplayBackofficeTest, RequestsToTheDefaultHostGoToTheCampaignToo) {
 }
 
 TEST_F(ReplayBackofficeTest, ARunningServerTakesThePlaceOfTheVisitsOwn) {
-    auto campaign = tool::Campaign::load(QUOMI_SOURCE_DIR "/examples/shop/campaign.json");
+    auto campaign = simulated::Campaign::load(QUOMI_SOURCE_DIR "/examples/shop/campaign.json");
     ASSERT_TRUE(campaign);
     tool::Backoffice server(std::move(*campaign));
     ASSERT_TRUE(server.start());

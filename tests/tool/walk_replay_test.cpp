@@ -141,7 +141,7 @@ TEST(GeoJsonTest, AGeofenceIsARingAtItsRadiusAndItsCenter) {
             EXPECT_GT(turns, 0) << "counter-clockwise";
         }
     }
-    tool::GeoJson map(tool::Visit{});
+    tool::GeoJson map(simulated::Visit{});
     const auto asked =
         asJson(R"({"t": 1, "monitor": "g", "region": {"identifier": "g", "lat": 1, "lng": 2, "radius": 9}})");
     map.record(asked.as_object(), {});

@@ -1,10 +1,10 @@
 #include "tools/quomi/backoffice/backoffice.h"
 
-#include "tools/quomi/backoffice/backoffice_body.h"
+#include "hosts/simulated/campaign/campaign_queries.h"
+#include "hosts/simulated/campaign/device_report.h"
+#include "hosts/simulated/json/json_writer.h"
 #include "tools/quomi/backoffice/backoffice_page.h"
-#include "tools/quomi/backoffice/backoffice_query.h"
 #include "tools/quomi/backoffice/loopback_server.h"
-#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -39,7 +39,7 @@ struct Reply {
 };
 
 Reply reply(int status, const json::object& answer) {
-    return {status, jsonText(answer), kJson, {}};
+    return {status, simulated::jsonText(answer), kJson, {}};
 }
 
 Reply refusal(int status, const std::string& error) {
@@ -53,7 +53,7 @@ Reply success(const json::object& object) {
     return reply(200, answer);
 }
 
-Reply answerOf(const CampaignQueries::Answer& answer, const std::string& fault) {
+Reply answerOf(const simulated::CampaignQueries::Answer& answer, const std::string& fault) {
     return answer ? reply(200, *answer) : refusal(400, fault);
 }
 
@@ -74,7 +74,7 @@ WallTime systemNow() {
     return std::chrono::time_point_cast<Duration>(std::chrono::system_clock::now());
 }
 
-QueryParameter parametersOf(const httplib::Request& request) {
+simulated::QueryParameter parametersOf(const httplib::Request& request) {
     return [&request](const char* name) {
         return request.has_param(name) ? std::optional(request.get_param_value(name)) : std::nullopt;
     };
@@ -112,7 +112,7 @@ bool comesFromThisMachine(const httplib::Request& request, int port) {
 
 class Backoffice::Server {
 public:
-    Server(Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
+    Server(simulated::Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
         : campaign_(std::move(campaign)),
           queries_(campaign_),
           onRequest_(std::move(onRequest)),
@@ -123,7 +123,7 @@ public:
     void setNow(Now now);
     [[nodiscard]] int port() const { return port_; }
     [[nodiscard]] std::string baseUrl() const;
-    [[nodiscard]] const Campaign& campaign() const { return campaign_; }
+    [[nodiscard]] const simulated::Campaign& campaign() const { return campaign_; }
     [[nodiscard]] const Inbox& inbox() const { return *inbox_; }
 
 private:
@@ -160,11 +160,11 @@ private:
 
     std::optional<Reply> refuseNamespace(std::string_view name) const;
     std::optional<Reply> refuseNamespaceOf(const Call& call) const;
-    Reply take(const Call& call, ReadBody readBody);
+    Reply take(const Call& call, simulated::ReadBody readBody);
     [[nodiscard]] WallTime now();
 
-    const Campaign campaign_;
-    const CampaignQueries queries_;
+    const simulated::Campaign campaign_;
+    const simulated::CampaignQueries queries_;
     const OnRequest onRequest_;
     std::mutex reportMutex_;
     const std::unique_ptr<Inbox> inbox_;
@@ -339,7 +339,7 @@ Reply Backoffice::Server::giveGeofences(const Call& call) {
     return answerOf(queries_.geofences(parametersOf(call.request), now(), fault), fault);
 }
 
-Reply Backoffice::Server::take(const Call& call, ReadBody readBody) {
+Reply Backoffice::Server::take(const Call& call, simulated::ReadBody readBody) {
     if (!call.request.has_header("Content-Type")) return refusal(415, "the body has to be of type application/json");
     std::string fault;
     auto body = readBody(call.request.body, now(), fault);
@@ -351,26 +351,26 @@ Reply Backoffice::Server::take(const Call& call, ReadBody readBody) {
 }
 
 Reply Backoffice::Server::takeUser(const Call& call) {
-    return take(call, readUserBody);
+    return take(call, simulated::readUserBody);
 }
 
 Reply Backoffice::Server::takeEvent(const Call& call) {
-    return take(call, readEventBody);
+    return take(call, simulated::readEventBody);
 }
 
 Reply Backoffice::Server::takeEvents(const Call& call) {
-    return take(call, readEventsBody);
+    return take(call, simulated::readEventsBody);
 }
 
 Reply Backoffice::Server::takePushToken(const Call& call) {
-    return take(call, readPushTokenBody);
+    return take(call, simulated::readPushTokenBody);
 }
 
 Reply Backoffice::Server::takeBatteryAlert(const Call& call) {
-    return take(call, readBatteryAlertBody);
+    return take(call, simulated::readBatteryAlertBody);
 }
 
-Backoffice::Backoffice(Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
+Backoffice::Backoffice(simulated::Campaign campaign, OnRequest onRequest, std::unique_ptr<Inbox> inbox)
     : server_(std::make_unique<Server>(std::move(campaign), std::move(onRequest), std::move(inbox))) {}
 
 Backoffice::~Backoffice() = default;
@@ -395,7 +395,7 @@ std::string Backoffice::baseUrl() const {
     return server_->baseUrl();
 }
 
-const Campaign& Backoffice::campaign() const {
+const simulated::Campaign& Backoffice::campaign() const {
     return server_->campaign();
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/quomi/backoffice/campaign.h"
+#include "hosts/simulated/campaign/campaign.h"
 #include "tools/quomi/backoffice/inbox.h"
 
 #include <functional>
@@ -34,7 +34,8 @@ public:
 
     /// `onRequest`, when given, is called for every answer right before it is sent: on a thread of the server, one call
     /// at a time, none after `stop` has returned. It must not call `stop`; what it throws is dropped.
-    explicit Backoffice(Campaign campaign, OnRequest onRequest = nullptr, std::unique_ptr<Inbox> inbox = nullptr);
+    explicit Backoffice(simulated::Campaign campaign, OnRequest onRequest = nullptr,
+                        std::unique_ptr<Inbox> inbox = nullptr);
     /// Stops.
     ~Backoffice();
     Backoffice(const Backoffice&) = delete;
@@ -58,7 +59,7 @@ public:
     /// "http://127.0.0.1:PORT", the base URL for an SDK; empty while stopped.
     [[nodiscard]] std::string baseUrl() const;
 
-    [[nodiscard]] const Campaign& campaign() const;
+    [[nodiscard]] const simulated::Campaign& campaign() const;
     /// What devices have sent. It lives as long as the back office.
     [[nodiscard]] const Inbox& inbox() const;
 

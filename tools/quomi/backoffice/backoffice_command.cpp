@@ -1,8 +1,8 @@
 #include "tools/quomi/backoffice/backoffice_command.h"
 
+#include "hosts/simulated/campaign/campaign.h"
 #include "quomi/util/dates.h"
 #include "tools/quomi/backoffice/backoffice.h"
-#include "tools/quomi/backoffice/campaign.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -109,7 +109,7 @@ int BackofficeCommand::run(const std::vector<std::string>& args, std::ostream& o
     Options options;
     if (const auto status = read(args, options, out, err)) return *status;
     std::optional<Error> error;
-    std::optional<Campaign> campaign = Campaign::load(options.campaign, &error);
+    std::optional<simulated::Campaign> campaign = simulated::Campaign::load(options.campaign, &error);
     if (!campaign) {
         err << "quomi backoffice: " << error->localizedDescription().value_or("") << '\n';
         return kUsage;

@@ -1,11 +1,11 @@
 #include "tools/quomi/backoffice/backoffice_page.h"
 
+#include "hosts/simulated/campaign/campaign.h"
+#include "hosts/simulated/json/json_reader.h"
+#include "hosts/simulated/json/json_writer.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/uuid.h"
-#include "tools/quomi/backoffice/campaign.h"
 #include "tools/quomi/backoffice/inbox.h"
-#include "tools/quomi/json/json_reader.h"
-#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -58,7 +58,7 @@ std::string shown(std::string_view text) {
 std::string shownText(const boost::json::value* value) {
     if (value == nullptr) return "–";
     if (value->is_string()) return shown(std::string_view(value->get_string()));
-    return shown(jsonText(*value));
+    return shown(simulated::jsonText(*value));
 }
 
 void row(std::string& page, std::string_view name, std::string_view value) {
@@ -97,7 +97,7 @@ void writeRemoved(std::string& page, std::string_view what, const boost::json::a
     write(page, "<p>Devices are told to forget {} {}.</p>\n", identifiers.size(), what);
 }
 
-void writeCampaign(std::string& page, const Campaign& campaign) {
+void writeCampaign(std::string& page, const simulated::Campaign& campaign) {
     static constexpr std::string_view kBeacon[] = {"id",    "name", "proximity_uid", "major",
                                                    "minor", "lat",  "lng",           "end"};
     static constexpr std::string_view kGeofence[] = {"id", "name", "lat", "lng", "radius", "end"};
@@ -126,18 +126,18 @@ std::string beginning(const std::string& text) {
 
 /// The user's record without the middle of its advertising identifier; "…" when it cannot be told where that is.
 std::string userRecord(const std::string& content) {
-    JsonFaults faults;
-    auto record = parseJson(content, faults);
+    simulated::JsonFaults faults;
+    auto record = simulated::parseJson(content, faults);
     if (!record || !record->is_object()) return "…";
     auto* identifier = record->get_object().if_contains("advertising_id");
     if (identifier == nullptr || !identifier->is_string()) return content;
     *identifier = shortened(std::string_view(identifier->get_string()));
-    return jsonText(*record);
+    return simulated::jsonText(*record);
 }
 
 std::string pushToken(const std::string& content) {
-    JsonFaults faults;
-    const auto record = parseJson(content, faults);
+    simulated::JsonFaults faults;
+    const auto record = simulated::parseJson(content, faults);
     const auto* token = record && record->is_object() ? record->get_object().if_contains("push_token") : nullptr;
     return token != nullptr && token->is_string() ? shortened(std::string_view(token->get_string())) : "…";
 }
@@ -247,7 +247,7 @@ std::string shortened(std::string_view secret) {
     return std::string(secret.substr(0, std::min(kMost, secret.size() / 4))) + "…";
 }
 
-ExampleValues::ExampleValues(const Campaign& campaign) {
+ExampleValues::ExampleValues(const simulated::Campaign& campaign) {
     const auto& geofences = campaign.geofences();
     const auto& beacons = campaign.beacons();
     values_ = {{"{namespace}", campaign.namespaceUid()},
@@ -267,7 +267,7 @@ std::string ExampleValues::in(std::string_view text) const {
     return result;
 }
 
-std::string startPage(const Campaign& campaign, const Inbox& inbox, std::string_view baseUrl,
+std::string startPage(const simulated::Campaign& campaign, const Inbox& inbox, std::string_view baseUrl,
                       std::span<const EndpointHelp> endpoints) {
     std::string page(kHead);
     write(page, "<h1>Quomi back office</h1>\n<p>Base URL for the SDK: <code>{}</code>, namespace <code>{}</code></p>\n",

@@ -6,9 +6,12 @@
 #include <utility>
 #include <vector>
 
+namespace quomi::simulated {
+class Campaign;
+}
+
 namespace quomi::tool {
 
-class Campaign;
 class Inbox;
 
 /// How a request to an endpoint looks, for people.
@@ -25,7 +28,7 @@ struct EndpointHelp {
 /// What stands in examples for {namespace}, {uuid}, {lat} and {lng}, so that a campaign's examples find something.
 class ExampleValues {
 public:
-    explicit ExampleValues(const Campaign& campaign);
+    explicit ExampleValues(const simulated::Campaign& campaign);
     /// The text with these slots filled.
     [[nodiscard]] std::string in(std::string_view text) const;
 
@@ -36,7 +39,7 @@ private:
 /// The start page: what is served, what was received last, and how to call each endpoint with curl. One HTML document
 /// without scripts that loads nothing. All that comes from devices and from the campaign is escaped, long texts and
 /// lists are cut, and push tokens and advertising identifiers are shortened.
-[[nodiscard]] std::string startPage(const Campaign& campaign, const Inbox& inbox, std::string_view baseUrl,
+[[nodiscard]] std::string startPage(const simulated::Campaign& campaign, const Inbox& inbox, std::string_view baseUrl,
                                     std::span<const EndpointHelp> endpoints);
 
 /// The first characters of a push token or an advertising identifier, at most a quarter of it: enough to tell two

@@ -234,10 +234,6 @@ private:
     std::optional<SQLite::Statement> drop_;
 };
 
-const char* nameOf(ReceivedKind kind) {
-    return kKinds[static_cast<std::size_t>(kind)];
-}
-
 Inbox::Inbox() : Inbox(Bounds()) {}
 
 Inbox::Inbox(const Bounds& bounds) : Inbox(bounds, std::make_unique<Database>(":memory:")) {

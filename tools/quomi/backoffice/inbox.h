@@ -1,6 +1,6 @@
 #pragma once
 
-#include "quomi/util/time.h"
+#include "hosts/simulated/campaign/device_report.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -16,24 +16,8 @@ struct Error;
 
 namespace quomi::tool {
 
-/// What a device sent: a user's record, one event of its log, a push token, or an alert about a beacon's battery.
-enum class ReceivedKind { user, event, pushToken, batteryAlert };
-
-/// "user", "event", "push token", "battery alert".
-[[nodiscard]] const char* nameOf(ReceivedKind kind);
-
-struct Received {
-    ReceivedKind kind = ReceivedKind::event;
-    /// When the back office received it; kept to the millisecond.
-    WallTime at;
-    /// The device that sent it; empty for a battery alert, which does not say.
-    std::string udid;
-    /// The date that an event carries, as written; empty for all others.
-    std::string date;
-    /// JSON text: an event's "data" (null where it had none), a user's "u_app_user", {"push_token"},
-    /// {"uuid", "battery_service_id"}.
-    std::string content;
-};
+using simulated::Received;
+using simulated::ReceivedKind;
 
 /// Domain of the errors of opening an inbox's file; their description is one line, ready to be shown.
 inline constexpr const char* kInboxErrorDomain = "QuomiInboxErrorDomain";

@@ -1,10 +1,11 @@
 #include "tools/quomi/explain/explain_command.h"
 
+#include "hosts/simulated/replay/replay.h"
+#include "hosts/simulated/visit/visit.h"
 #include "tools/quomi/explain/rule_story.h"
-#include "tools/quomi/replay/replay.h"
 #include "tools/quomi/replay/visit_labels.h"
+#include "tools/quomi/replay/wire_replay.h"
 #include "tools/quomi/timeline/terminal_text.h"
-#include "tools/quomi/visit/visit.h"
 
 #include <algorithm>
 #include <optional>
@@ -54,8 +55,8 @@ std::optional<int> parse(std::vector<std::string> args, Arguments& parsed, std::
 int runExplain(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
     Arguments arguments;
     if (const auto status = parse(std::move(args), arguments, out, err)) return *status;
-    VisitError error;
-    const auto visit = Visit::load(arguments.visit, &error);
+    simulated::VisitError error;
+    const auto visit = simulated::Visit::load(arguments.visit, &error);
     if (!visit) {
         err << error.text() << '\n';
         return kNotValid;
@@ -63,8 +64,8 @@ int runExplain(std::vector<std::string> args, std::ostream& out, std::ostream& e
     const LocalClock clock(visit->start, visit->timeZone);
     const BeaconNames names(labelsOf(*visit));
     RuleStory story(out, clock, names, arguments.rule, arguments.hasAt ? std::optional(arguments.at) : std::nullopt);
-    const auto replay = Replay::prepare(
-        *visit, {}, [&story](const boost::json::object& record) { story.record(record); }, &error);
+    const auto replay = simulated::Replay::prepare(
+        *visit, wireReplay(*visit), [&story](const boost::json::object& record) { story.record(record); }, &error);
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;

@@ -1,9 +1,9 @@
 #include "tools/quomi/replay/geojson.h"
 
 #include "hosts/simulated/circle_watch.h"
+#include "hosts/simulated/json/json_writer.h"
+#include "hosts/simulated/replay/trace.h"
 #include "quomi/location/location_utils.h"
-#include "tools/quomi/json/json_writer.h"
-#include "tools/quomi/replay/trace.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
 #include <cmath>
@@ -34,7 +34,7 @@ json::object geometry(std::string_view type, json::array coordinates) {
 }
 
 std::string feature(json::value shape, json::object properties) {
-    return jsonText(
+    return simulated::jsonText(
         json::object{{"type", "Feature"}, {"geometry", std::move(shape)}, {"properties", std::move(properties)}});
 }
 
@@ -88,7 +88,7 @@ std::vector<Coordinate> ringAround(const Coordinate& center, double metres, std:
     return ring;
 }
 
-GeoJson::GeoJson(const Visit& visit) {
+GeoJson::GeoJson(const simulated::Visit& visit) {
     for (const auto& beacon : visit.world) {
         places_.push_back(feature(geometry("Point", position(beacon.position)), {{"kind", "beacon"},
                                                                                  {"uuid", beacon.uuid.string()},
@@ -108,7 +108,7 @@ void GeoJson::record(const json::object& record, WallTime now) {
     if (!isEvent(kind, record)) return;
     json::object properties{{"kind", "event"},
                             {"t", fieldOf(record, "t")},
-                            {"time", traceDate(now)},
+                            {"time", simulated::traceDate(now)},
                             {"record", kind},
                             {"value", fieldOf(record, kind)}};
     // A field of such a name would say something else than the feature's own.

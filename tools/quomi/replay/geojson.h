@@ -1,8 +1,8 @@
 #pragma once
 
+#include "hosts/simulated/visit/visit.h"
 #include "quomi/platform/location.h"
 #include "quomi/util/time.h"
-#include "tools/quomi/visit/visit.h"
 
 #include <filesystem>
 #include <optional>
@@ -21,7 +21,7 @@ namespace quomi::tool {
 class GeoJson {
 public:
     /// With the beacons of the visit's world.
-    explicit GeoJson(const Visit& visit);
+    explicit GeoJson(const simulated::Visit& visit);
 
     /// The device is there now; times are counted from the visit's start.
     void moved(const Coordinate& place, Duration at);

@@ -1,13 +1,14 @@
 #include "tools/quomi/replay/replay_command.h"
 
+#include "hosts/simulated/json/json_writer.h"
+#include "hosts/simulated/replay/replay.h"
+#include "hosts/simulated/visit/visit.h"
 #include "quomi/api/url.h"
-#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/replay/geojson.h"
-#include "tools/quomi/replay/replay.h"
 #include "tools/quomi/replay/visit_labels.h"
+#include "tools/quomi/replay/wire_replay.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/timeline.h"
-#include "tools/quomi/visit/visit.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -32,7 +33,8 @@ struct Arguments {
     std::string visit;
     bool json = false;
     std::optional<std::string> geojson;
-    ReplayOptions options;
+    std::filesystem::path state;
+    std::optional<std::string> server;
 };
 
 void complain(std::ostream& err, const std::string& what) {
@@ -78,10 +80,10 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
         complain(err, "--state: expected a directory's name, found an empty one");
         return kFailed;
     }
-    parsed.options.state = state;
+    parsed.state = state;
     if (backofficeOption->count() == 0) return parsed;
-    parsed.options.backoffice = normalizedHttpUrl(backoffice);
-    if (parsed.options.backoffice) return parsed;
+    parsed.server = normalizedHttpUrl(backoffice);
+    if (parsed.server) return parsed;
     complain(err, fmt::format("--backoffice: expected an http or https URL, found \"{}\"", backoffice));
     return kFailed;
 }
@@ -94,7 +96,7 @@ int cannotWrite(std::ostream& err, const std::string& file) {
 /// The trace also as GeoJSON, if that was asked for.
 class Drawing {
 public:
-    Drawing(const Visit& visit, const std::optional<std::string>& path) {
+    Drawing(const simulated::Visit& visit, const std::optional<std::string>& path) {
         if (!path) return;
         map_.emplace(visit);
         file_.emplace(*path);
@@ -102,7 +104,7 @@ public:
 
     [[nodiscard]] bool canBeWritten() const { return !file_ || file_->canBeWritten(); }
 
-    void listen(ReplayOptions& options, TraceSink& sink) {
+    void listen(simulated::ReplayOptions& options, simulated::TraceSink& sink) {
         if (!map_) return;
         options.moved = [this](const Coordinate& place, Duration at) { map_->moved(place, at); };
         sink = [this, show = std::move(sink)](const boost::json::object& record) {
@@ -110,14 +112,14 @@ public:
             show(record);
         };
     }
-    void follow(const Replay& replay) { replay_ = &replay; }
+    void follow(const simulated::Replay& replay) { replay_ = &replay; }
 
     bool write() { return !map_ || file_->complete(map_->text()); }
 
 private:
     std::optional<GeoJson> map_;
     std::optional<NewFile> file_;
-    const Replay* replay_ = nullptr;
+    const simulated::Replay* replay_ = nullptr;
 };
 
 }  // namespace
@@ -127,8 +129,8 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
     if (const auto* status = std::get_if<int>(&parsed)) return *status;
     const auto& arguments = std::get<Arguments>(parsed);
 
-    VisitError error;
-    const auto visit = Visit::load(arguments.visit, &error);
+    simulated::VisitError error;
+    const auto visit = simulated::Visit::load(arguments.visit, &error);
     if (!visit) {
         err << error.text() << '\n';
         return kNotValid;
@@ -140,12 +142,14 @@ int ReplayCommand::run(const std::vector<std::string>& args, std::ostream& out, 
         return timeline.emplace(out, colour_,
                                 Timeline::Options{visit->name, visit->start, visit->timeZone, labelsOf(*visit)});
     };
-    TraceSink sink = [&out](const boost::json::object& record) { out << jsonText(record) << '\n'; };
+    simulated::TraceSink sink = [&out](const boost::json::object& record) {
+        out << simulated::jsonText(record) << '\n';
+    };
     if (!arguments.json) sink = [&shown](const boost::json::object& record) { shown().record(record); };
     Drawing drawing(*visit, arguments.geojson);
-    auto options = arguments.options;
+    auto options = wireReplay(*visit, arguments.state, arguments.server);
     drawing.listen(options, sink);
-    const auto replay = Replay::prepare(*visit, options, std::move(sink), &error);
+    const auto replay = simulated::Replay::prepare(*visit, options, std::move(sink), &error);
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;

@@ -1,8 +1,8 @@
 #include "tools/quomi/replay/visit_labels.h"
 
+#include "hosts/simulated/campaign/campaign.h"
+#include "hosts/simulated/visit/visit.h"
 #include "quomi/util/uuid.h"
-#include "tools/quomi/backoffice/campaign.h"
-#include "tools/quomi/visit/visit.h"
 
 #include <optional>
 #include <variant>
@@ -21,10 +21,11 @@ std::string textOf(const boost::json::object& object, const char* key) {
 
 }  // namespace
 
-Labels labelsOf(const Visit& visit) {
+Labels labelsOf(const simulated::Visit& visit) {
     Labels labels;
-    const auto* backoffice = std::get_if<CampaignBackoffice>(&visit.backoffice);
-    const auto campaign = backoffice == nullptr ? std::nullopt : Campaign::load(backoffice->campaign.string());
+    const auto* backoffice = std::get_if<simulated::CampaignBackoffice>(&visit.backoffice);
+    const auto campaign =
+        backoffice == nullptr ? std::nullopt : simulated::Campaign::load(backoffice->campaign.string());
     if (!campaign) return labels;
     for (const auto& entry : campaign->beacons()) {
         const auto& beacon = entry.get_object();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/simulated/replay/replay.h"
 #include "hosts/simulated/virtual_loop.h"
 #include "quomi/api/curl_transport.h"
 #include "quomi/api/http_transport.h"
@@ -19,7 +20,7 @@ namespace quomi::tool {
 /// Answers are handed over in the order of sending, whatever the order in which they arrive, so that a replay is the
 /// same on every run. A request without an answer after ten real seconds ends as a timeout; one to any other host fails
 /// as a connection that cannot be made, unsent. The messages of failures are the same every time, too. Host's thread.
-class WireTransport final : public HttpTransport {
+class WireTransport final : public simulated::ServerLink {
 public:
     /// Base URLs in force that stand for the real server.
     using StandIns = std::function<std::vector<std::string>()>;
@@ -35,7 +36,7 @@ public:
     /// Requests that are on the wire.
     [[nodiscard]] bool isWaiting() const { return !exchanges_.empty(); }
     /// Runs what the phone has to do at this instant and waits, in real time, until no request is on the wire.
-    void settle();
+    void settle() override;
 
 private:
     struct Exchange;

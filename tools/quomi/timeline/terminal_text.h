@@ -1,14 +1,14 @@
 #pragma once
 
+#include "hosts/simulated/json/neutral_text.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace quomi::tool {
 
-/// Foreign text made fit for one line of a terminal: control characters stand as their pictures, invalid UTF-8 and
-/// characters that reorder or hide text as U+FFFD. Nothing of it can move the cursor, ring or change colours.
-[[nodiscard]] std::string neutralised(std::string_view text);
+using simulated::neutralised;
 
 /// Terminal columns that UTF-8 text takes: two for wide East Asian characters and most emoji, none for combining marks.
 [[nodiscard]] std::size_t columnsOf(std::string_view text);

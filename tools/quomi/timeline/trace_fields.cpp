@@ -1,7 +1,7 @@
 #include "tools/quomi/timeline/trace_fields.h"
 
+#include "hosts/simulated/json/json_writer.h"
 #include "quomi/util/error.h"
-#include "tools/quomi/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>
@@ -81,12 +81,12 @@ std::string textOf(const json::value& value) {
     if (value.is_array()) {
         std::string text;
         for (const auto& element : value.get_array()) {
-            if (element.is_structured()) return neutralised(jsonText(value));
+            if (element.is_structured()) return neutralised(simulated::jsonText(value));
             text += (text.empty() ? "" : " ") + textOf(element);
         }
         return text;
     }
-    return neutralised(jsonText(value));
+    return neutralised(simulated::jsonText(value));
 }
 
 std::string textOf(const json::object& record, std::string_view key) {
