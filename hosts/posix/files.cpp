@@ -104,8 +104,9 @@ bool writeAll(const Descriptor& file, std::string_view bytes, std::error_code& e
     return true;
 }
 
+/// What follows the offset: `expected` bytes or more, as the file has, but hardly more than `most`.
 std::optional<std::string> readFrom(const Descriptor& file, std::uint64_t offset, std::uint64_t expected,
-                                    std::error_code& error) {
+                                    std::uint64_t most, std::error_code& error) {
     std::string bytes;
     bytes.resize(static_cast<std::size_t>(expected) + 1);  // one more, so that the end is seen without growing
     std::size_t filled = 0;
@@ -118,7 +119,7 @@ std::optional<std::string> readFrom(const Descriptor& file, std::uint64_t offset
             return std::nullopt;
         }
         filled += static_cast<std::size_t>(got);
-        if (got == 0) break;
+        if (got == 0 || filled >= most) break;
         if (filled == bytes.size()) bytes.resize(bytes.size() * 2);
     }
     bytes.resize(filled);
@@ -131,7 +132,7 @@ std::optional<std::string> readEnd(const fs::path& path, std::uint64_t count, st
     const auto size = sizeOf(file, error);
     if (!size) return std::nullopt;
     const std::uint64_t expected = std::min(*size, count);
-    auto bytes = readFrom(file, *size - expected, expected, error);
+    auto bytes = readFrom(file, *size - expected, expected, UINT64_MAX, error);
     if (bytes && bytes->size() > count) bytes->erase(0, bytes->size() - count);  // the file grew meanwhile
     return bytes;
 }
@@ -256,6 +257,19 @@ std::optional<std::string> PosixFiles::readTail(const fs::path& path, std::uint6
     return guarded(error, [&] { return readEnd(path, count, error); });
 }
 
+std::optional<std::string> PosixFiles::readPart(const fs::path& path, std::uint64_t offset, std::uint64_t count,
+                                                std::error_code& error) const {
+    return guarded(error, [&]() -> std::optional<std::string> {
+        const Descriptor file(path, O_RDONLY);
+        const auto size = sizeOf(file, error);
+        if (!size) return std::nullopt;
+        const std::uint64_t expected = std::min(count, *size - std::min(*size, offset));
+        auto bytes = readFrom(file, offset, expected, count, error);
+        if (bytes && bytes->size() > count) bytes->resize(count);
+        return bytes;
+    });
+}
+
 bool PosixFiles::truncate(const fs::path& path, std::uint64_t size, std::error_code& error) {
     error.clear();
     const Descriptor file(path, O_WRONLY);
@@ -280,6 +294,9 @@ std::optional<std::uint64_t> PosixFiles::size(const fs::path& path, std::error_c
 bool PosixFiles::move(const fs::path& from, const fs::path& to, std::error_code& error) {
     return guarded(error, [&] {
         if (!mayBeReplaced(to, error)) return false;
+        const Descriptor file(from, O_RDONLY);
+        if (!file.isOpen()) return fail(error, errno);
+        if (!synchronize(file, error)) return false;
         if (::rename(from.c_str(), to.c_str()) != 0) return fail(error, errno);
         return synchronizeDirectory(directoryOf(to), error);
     });

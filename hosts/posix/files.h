@@ -10,8 +10,9 @@ namespace quomi::posix {
 /// Files of one container directory, laid out `Documents/`, `Library/` and `Library/Caches/`. Nothing is created until
 /// an operation asks for it.
 ///
-/// Directories are made with mode 0700 and files with 0600. One object per container at a time: the first replacement
-/// of a file removes what killed replacements of it left behind (`.name.XXXXXX.tmp` beside the file).
+/// Directories are made with mode 0700 and files with 0600. The first replacement of a file removes what killed
+/// replacements of it left behind (`.name.XXXXXX.tmp` beside the file): processes that share a container replace a file
+/// only while they hold its lock.
 class PosixFiles : public Files {
 public:
     /// Resources are looked up below `bundle`; with an empty path there are none.
@@ -35,12 +36,18 @@ public:
     bool append(const std::filesystem::path& path, std::string_view bytes, std::error_code& error) override;
     [[nodiscard]] std::optional<std::string> readTail(const std::filesystem::path& path, std::uint64_t count,
                                                       std::error_code& error) const override;
+    [[nodiscard]] std::optional<std::string> readPart(const std::filesystem::path& path, std::uint64_t offset,
+                                                      std::uint64_t count, std::error_code& error) const override;
     /// A file that is shorter stays as it is.
     bool truncate(const std::filesystem::path& path, std::uint64_t size, std::error_code& error) override;
     [[nodiscard]] std::optional<std::uint64_t> size(const std::filesystem::path& path,
                                                     std::error_code& error) const override;
     bool move(const std::filesystem::path& from, const std::filesystem::path& to, std::error_code& error) override;
     bool remove(const std::filesystem::path& path, std::error_code& error) override;
+    /// The lock is that of an empty file beside it, `.name.lock`, which stays (`flock`). A file system without locks
+    /// grants every one.
+    [[nodiscard]] std::unique_ptr<FileLock> lock(const std::filesystem::path& path, std::chrono::milliseconds patience,
+                                                 std::error_code& error) override;
 
 private:
     void removeLeftoversOnce(const std::filesystem::path& path);

@@ -1,13 +1,21 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
 
 namespace quomi {
+
+/// An owned lock of a file. Dropping it gives the lock back.
+class FileLock {
+public:
+    virtual ~FileLock() = default;
+};
 
 /// Port: the app's directories and the few operations on files that the SDK needs.
 ///
@@ -43,16 +51,26 @@ public:
     /// The last `count` bytes of the file (fewer when it is shorter); empty when it cannot be read.
     [[nodiscard]] virtual std::optional<std::string> readTail(const std::filesystem::path& path, std::uint64_t count,
                                                               std::error_code& error) const = 0;
+    /// At most `count` bytes from `offset` on; fewer where the file ends. Empty when it cannot be read.
+    [[nodiscard]] virtual std::optional<std::string> readPart(const std::filesystem::path& path, std::uint64_t offset,
+                                                              std::uint64_t count, std::error_code& error) const = 0;
     /// Cuts the file to its first `size` bytes.
     virtual bool truncate(const std::filesystem::path& path, std::uint64_t size, std::error_code& error) = 0;
     /// Size in bytes; empty when there is no such file.
     [[nodiscard]] virtual std::optional<std::uint64_t> size(const std::filesystem::path& path,
                                                             std::error_code& error) const = 0;
-    /// Moves the file into the place of another one in the same directory, or of none: after a kill or a loss of power
-    /// at any moment the one or the other is there, whole. The caller has forced the file itself to the disk.
+    /// Moves the file, forced to the disk, into the place of another one in the same directory, or of none: after a
+    /// kill or a loss of power at any moment the one or the other is there, whole.
     virtual bool move(const std::filesystem::path& from, const std::filesystem::path& to, std::error_code& error) = 0;
     /// Removes a file; true also when there was none.
     virtual bool remove(const std::filesystem::path& path, std::error_code& error) = 0;
+    /// Takes the lock of a file, which need not be there, in a directory that is. The lock keeps out only those who ask
+    /// for it as well: this process, even the caller, and every other one. It ends with its handle and with the
+    /// process, whatever becomes of the file. Null, with the error `timed_out`, when somebody else holds it for longer
+    /// than `patience`; the caller's thread waits meanwhile.
+    [[nodiscard]] virtual std::unique_ptr<FileLock> lock(const std::filesystem::path& path,
+                                                         std::chrono::milliseconds patience,
+                                                         std::error_code& error) = 0;
 };
 
 }  // namespace quomi

@@ -36,6 +36,10 @@ public:
                                                       Code& error) const override {
         return files_.readTail(path, count, error);
     }
+    [[nodiscard]] std::optional<std::string> readPart(const Path& path, std::uint64_t offset, std::uint64_t count,
+                                                      Code& error) const override {
+        return files_.readPart(path, offset, count, error);
+    }
     bool truncate(const Path& path, std::uint64_t size, Code& error) override {
         return files_.truncate(path, size, error);
     }
@@ -44,6 +48,10 @@ public:
     }
     bool move(const Path& from, const Path& to, Code& error) override { return files_.move(from, to, error); }
     bool remove(const Path& path, Code& error) override { return files_.remove(path, error); }
+    [[nodiscard]] std::unique_ptr<FileLock> lock(const Path& path, std::chrono::milliseconds patience,
+                                                 Code& error) override {
+        return files_.lock(path, patience, error);
+    }
 
 protected:
     static bool refuse(Code& error) {
