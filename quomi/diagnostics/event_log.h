@@ -1,56 +1,50 @@
 #pragma once
 
-#include "quomi/util/time.h"
+#include "quomi/diagnostics/event_record.h"
+#include "quomi/diagnostics/log_lines.h"
+#include "quomi/platform/files.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
-
-#include <boost/json/fwd.hpp>
 
 namespace quomi {
 
 class Clock;
 class Console;
-class Files;
 
 inline constexpr const char* kQuomiBOLogFileName = "QuomiBOLog.txt";
 inline constexpr const char* kQuomiBOTmpLogFileName = "QuomiBOTmpLog.txt";
+/// A long log while batches are taken out of it, and how many of its bytes were taken.
+inline constexpr const char* kQuomiBODrainLogFileName = "QuomiBODrainLog.txt";
+inline constexpr const char* kQuomiBODrainOffsetFileName = "QuomiBODrainOffset.txt";
+inline constexpr const char* kQuomiBORefusedLogFileName = "QuomiBORefusedLog.txt";
 
-/// One record of the event log. Records that were read from a file have both fields.
-struct QuomiDLog {
-    std::optional<WallTime> logTime;     ///< when the event happened; a file keeps whole seconds
-    std::optional<std::string> logData;  ///< the event's dictionary as a JSON object's text
-
-    /// The record's line without its line break: the time in the zone as `QuomiUtils::logDateString` writes it, ";",
-    /// the data. "(null)" stands for a missing field.
-    [[nodiscard]] std::string description(std::string_view zone) const;
-    [[nodiscard]] std::string stringFromQuomiDLog(std::string_view zone) const { return description(zone); }
-    /// "logTime" in microseconds since 1970 and "logData"; without the fields that are missing.
-    [[nodiscard]] boost::json::object dictionary() const;
-
-    /// The record of a line: a time, one ";" and data that begins with "{" and ends with "}". Empty for any other line.
-    /// Data that itself contains ";" makes its line unreadable, deliberately; only then, or when there is no ";", the
-    /// console says so.
-    [[nodiscard]] static std::optional<QuomiDLog> quomiDLogFromString(std::string_view line, Console& console);
-    /// The records of the text's lines, in order. Lines that hold none are left out.
-    [[nodiscard]] static std::vector<QuomiDLog> quomiDLogsFromString(std::string_view text, Console& console);
-
-    bool operator==(const QuomiDLog&) const = default;
-};
-
-/// The event log and the file of the batch that is being uploaded, both in the documents directory.
+/// The event log and the file of the batch that is being uploaded, in the documents directory.
 ///
-/// The host's thread only; calls are synchronous. Whatever the moment at which the process dies, a record that was
-/// accepted stays in one of the two files until the batch file that holds it is cleared; one batch may then be handed
-/// over twice. A last line without line break counts when its data is a complete JSON object; otherwise it is the torn
-/// rest of a record that was never accepted, and no reader sees it. docs/log-files.md has the reasons.
+/// Several loggers, of one process or of many, may share the files: each operation holds the locks of the files that it
+/// changes, and fails when it does not get one within a second, which the console tells. One logger is used by one
+/// thread at a time; calls are synchronous. Whatever the moment at which the process dies, a record that was accepted
+/// stays in one of the files until it is dropped from the batch file; one batch may then be handed over twice. Lines
+/// that hold no record, or are no UTF-8, are dropped at the hand-over; the console tells. docs/log-files.md describes
+/// the files.
 class QuomiDLogger {
 public:
-    /// Records in a batch.
+    /// Records in a batch, and bytes of their lines; a record that alone has more is a batch.
     static constexpr std::size_t kBatchSize = 50;
+    static constexpr std::size_t kBatchBytes = std::size_t{256} * 1024;
+    /// Refusals after which a record no longer holds the others up.
+    static constexpr std::size_t kMostRefusals = 3;
+    /// Bytes of a log out of which batches are taken by writing the rest anew.
+    static constexpr std::uint64_t kShortLog = std::uint64_t{32} * 1024;
+    /// Bytes of refused records that are kept; one record may have more.
+    static constexpr std::size_t kRefusedBytes = std::size_t{256} * 1024;
 
     /// What it is given outlives the object. The zone of the lines is the clock's at the time of writing.
     QuomiDLogger(Files& files, const Clock& clock, Console& console);
@@ -60,23 +54,37 @@ public:
     std::filesystem::path getLogFilePath();
     std::filesystem::path getTmpLogFilePath();
 
-    /// Appends the line, without its line break, to the event log. False when it was not written or is not valid UTF-8;
-    /// the log is then as it was, unless the disk refuses that too.
+    /// Appends the line, without its line break, to the event log. False when it was not written or is not valid UTF-8
+    /// (`illegal_byte_sequence`); the log is then as it was, unless the disk refuses that too.
+    bool addQuomiDLogToFile(std::string_view line, std::error_code& error);
     bool addQuomiDLogToFile(std::string_view line);
 
-    /// A file's bytes; empty when it cannot be read. A missing event log or batch file is created.
+    /// A file's bytes; empty when it cannot be read. A missing event log or batch file is created. Of a long log only
+    /// what was not handed over counts.
     [[nodiscard]] std::optional<std::string> getQuomiDLogFileContentForPath(const std::filesystem::path& path) const;
     [[nodiscard]] std::optional<std::string> getQuomiDLogFileContent();
     [[nodiscard]] std::optional<std::string> getQuomiDLogTmpFileContent();
 
-    /// The records of the event log or the batch file; empty when it cannot be read or is not valid UTF-8.
+    /// The records of the event log or the batch file; empty when it cannot be read.
     [[nodiscard]] std::optional<std::vector<QuomiDLog>> getQuomiDLogsFromFile();
     [[nodiscard]] std::optional<std::vector<QuomiDLog>> getBatchOfQuomiDLogsFromTmpFile();
+    /// The records of the event log, which is deleted.
+    [[nodiscard]] std::optional<std::vector<QuomiDLog>> takeQuomiDLogsFromFile();
 
-    /// Hands over the first records of the event log, at most `kBatchSize`: they replace what the batch file holds and
-    /// leave the log. Lines that hold no record are lost, deliberately. A log without records after it is deleted.
-    /// Empty, and nothing has left the log, when the log is empty or unreadable or one of the files cannot be written.
+    /// Hands over the first records of the event log, as many as a batch holds: they replace what the batch file holds
+    /// and leave the log. A log without records after it is deleted. Empty, and nothing has left the log, when the log
+    /// is empty or unreadable or one of the files cannot be written.
     [[nodiscard]] std::optional<std::vector<QuomiDLog>> getBatchOfQuomiDLogsFromFile();
+
+    /// The first records of the batch file, at most `most` and a batch; when it holds none, those of the next batch,
+    /// handed over as above.
+    [[nodiscard]] std::optional<std::vector<QuomiDLog>> nextBatch(std::size_t most);
+    /// The records have arrived: they leave the batch file, if they are still its first ones. False when it could not
+    /// be changed.
+    bool dropFromBatch(const std::vector<QuomiDLog>& records);
+    /// The server refused the record, sent alone, for good. The third time it leaves the batch file, if it is still its
+    /// first one, for the file of refused records; the console tells. Returns whether it has left.
+    bool refuse(const QuomiDLog& record);
 
     /// Makes these the batch file's only records; without records the file is deleted. On failure it
     /// holds the old records or these.
@@ -88,12 +96,34 @@ public:
     void clearTmpLogFile();
 
 private:
+    /// Where the oldest record of the log lies.
+    struct Source {
+        std::filesystem::path file;
+        bool isDrained = false;  ///< bytes are skipped instead of removed
+        std::uint64_t offset = 0;
+        std::uint64_t size = 0;
+        bool operator==(const Source&) const = default;
+    };
+
     [[nodiscard]] std::filesystem::path pathForFileName(std::string_view name) const;
-    [[nodiscard]] std::optional<std::string> wholeLinesOfFile(std::string_view name);
-    [[nodiscard]] std::optional<std::string> lastLine(const std::filesystem::path& path) const;
-    [[nodiscard]] std::optional<std::string_view> repairEnd(const std::filesystem::path& path);
-    bool replaceLog(const std::vector<QuomiDLog>& records, std::size_t first);
-    [[nodiscard]] std::string joined(const std::vector<QuomiDLog>& records, std::size_t first) const;
+    [[nodiscard]] std::unique_ptr<FileLock> lock(std::string_view name, std::error_code& error);
+    [[nodiscard]] std::unique_ptr<FileLock> lock(std::string_view name);
+    [[nodiscard]] std::optional<std::string> lastLine(const std::filesystem::path& path, std::error_code& error) const;
+    [[nodiscard]] std::optional<std::string_view> repairEnd(const std::filesystem::path& path, std::error_code& error);
+    [[nodiscard]] std::vector<QuomiDLog> recordsOf(std::string_view text);
+
+    [[nodiscard]] std::optional<Source> source();
+    [[nodiscard]] std::uint64_t drainOffset() const;
+    void beginDraining();
+    bool drop(const Source& source, std::uint64_t end);
+    [[nodiscard]] std::optional<LogBatch> readBatch(const Source& source);
+    [[nodiscard]] std::optional<std::vector<QuomiDLog>> handOver();
+    [[nodiscard]] std::optional<std::string> waitingText();
+    void clearLog();
+
+    bool replaceBatch(std::string_view text);
+    bool keepRefused(std::string_view line);
+    void tellUnreadable(std::size_t lines) const;
 
     Files& files_;
     const Clock& clock_;

@@ -4,9 +4,12 @@
 #include "quomi/platform/clock.h"
 
 #include <algorithm>
+#include <string>
+#include <system_error>
 #include <utility>
 
-#include <boost/json/serialize.hpp>
+#include <boost/json/object.hpp>
+#include <fmt/format.h>
 
 namespace quomi {
 
@@ -14,52 +17,86 @@ namespace {
 
 constexpr Duration kUploadInterval = std::chrono::seconds(40);
 constexpr Duration kLongestUploadPause = std::chrono::seconds(300);
+constexpr int kFailuresWithoutPause = 3;
+constexpr int kMostDoublings = 4;  // 640 s
+
+/// The server will not take this batch, however often it comes.
+bool isRefusal(const Error& error) {
+    return error.domain == kHTTPErrorDomain && (error.code == 413 || error.code == 400 || error.code == 422);
+}
 
 }  // namespace
 
 EventUploadLoop::EventUploadLoop(const Platform& platform)
-    : platform_(platform), logger_(platform.files, platform.clock, platform.console) {}
+    : platform_(platform), errors_(platform.localization), logger_(platform.files, platform.clock, platform.console) {}
 
 EventUploadLoop::~EventUploadLoop() = default;
 
 void EventUploadLoop::setUploader(Uploader* uploader) {
     if (uploader_ == uploader) return;
     uploader_ = uploader;
-    batches_.renew();
+    uploads_.renew();
     currentBatchWithLogs_.reset();
+    batchSize_ = QuomiDLogger::kBatchSize;
+    failures_ = 0;
 }
 
-bool EventUploadLoop::logEvent(const boost::json::object& event, WallTime date) {
-    const QuomiDLog record{date, boost::json::serialize(event)};
-    if (!logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()))) return false;
-    if (uploadLogLoopTimer_ == nullptr) {
-        uploadLogLoopTimer_ = platform_.runLoop.scheduleRepeating(kUploadInterval, [this] { uploadLogsInBatches(); });
+bool EventUploadLoop::fail(std::optional<Error>* error, const std::string& reason) const {
+    assign(error, errors_.errorWithCode(ErrorCode::data, "The event was not logged: " + reason));
+    return false;
+}
+
+bool EventUploadLoop::logEvent(const boost::json::object& event, WallTime date, std::optional<Error>* error) {
+    const auto record = QuomiDLog::ofEvent(event, date);
+    if (record.logData->size() > kLargestEvent) {
+        return fail(error,
+                    fmt::format("it has {} bytes of JSON, {} are allowed", record.logData->size(), kLargestEvent));
     }
-    if (lastUploadedLogsAt_ && platform_.clock.now() - *lastUploadedLogsAt_ > kLongestUploadPause) {
+    std::error_code failure;
+    if (!logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()), failure)) {
+        return fail(error, failure == std::errc::timed_out ? "another process holds the event log" : failure.message());
+    }
+    if (uploadLogLoopTimer_ == nullptr) {
+        uploadLogLoopTimer_ = platform_.runLoop.scheduleRepeating(kUploadInterval, [this] { timerFired(); });
+    }
+    if (lastUploadedLogsAt_ && platform_.clock.now() - *lastUploadedLogsAt_ > std::max(kLongestUploadPause, pause())) {
         uploadLogsInBatches();
     }
     return true;
 }
 
+/// How long after the beginning of an upload that failed the next one begins at the earliest, where that is longer than
+/// the beat of the timer.
+Duration EventUploadLoop::pause() const {
+    if (failures_ <= kFailuresWithoutPause) return Duration(0);
+    return kUploadInterval * (1 << std::min(failures_ - kFailuresWithoutPause, kMostDoublings));
+}
+
+void EventUploadLoop::timerFired() {
+    // A firing may be a little early or late.
+    if (platform_.clock.monotonicNow() - lastUploadBegan_ < pause() - kUploadInterval / 2) return;
+    uploadLogsInBatches();
+}
+
 void EventUploadLoop::uploadLogsInBatches() {
     lastUploadedLogsAt_ = platform_.clock.now();
+    lastUploadBegan_ = platform_.clock.monotonicNow();
     uploadLogsInBatchesFromTmpFile();
 }
 
 void EventUploadLoop::uploadLogsInBatchesFromTmpFile() {
     if (uploader_ == nullptr) return;
-    auto batch = nextBatch();
-    if (!batch || isInFlight(*batch)) return;
+    auto batch = logger_.nextBatch(batchSize_);
+    if (!batch || batch->empty() || isInFlight(*batch)) return;
     currentBatchWithLogs_ = std::move(batch);
-    uploader_->sendBatchOfLogEvents(*currentBatchWithLogs_, batches_.guard([this] { batchArrived(); }),
-                                    batches_.guard([this](const Error&) { currentBatchWithLogs_.reset(); }));
+    uploader_->sendBatchOfLogEvents(*currentBatchWithLogs_, uploads_.guard([this] { batchArrived(); }),
+                                    uploads_.guard([this](const Error& error) { batchFailed(error); }));
 }
 
 void EventUploadLoop::flushLoggedEventsQueue() {
     if (uploader_ == nullptr) return;
-    const auto records = logger_.getQuomiDLogsFromFile();
+    const auto records = logger_.takeQuomiDLogsFromFile();
     if (!records) return;
-    logger_.clearLogFile();
     for (const auto& record : *records) sendEvent(record);
 }
 
@@ -69,30 +106,28 @@ void EventUploadLoop::sendEvent(const QuomiDLog& record) {
     }));
 }
 
-std::optional<std::vector<QuomiDLog>> EventUploadLoop::nextBatch() {
-    auto batch = logger_.getBatchOfQuomiDLogsFromTmpFile();
-    if (!batch || batch->empty()) batch = logger_.getBatchOfQuomiDLogsFromFile();
-    if (batch && batch->empty()) batch.reset();
-    return batch;
-}
-
-bool EventUploadLoop::isInFlight(const std::vector<QuomiDLog>& batch) const {
-    if (!currentBatchWithLogs_) return false;
-    // Another count stops the upload too: some batch is on its way. Lines are compared, not dates: around New Year a
-    // date does not come back from the batch file as it was.
-    const auto lineOf = [zone = platform_.clock.timeZone()](const QuomiDLog& record) {
-        return record.description(zone);
-    };
-    return currentBatchWithLogs_->size() != batch.size() ||
-           std::ranges::equal(batch, *currentBatchWithLogs_, {}, lineOf, lineOf);
+/// Another count stops the upload too: some batch is on its way.
+bool EventUploadLoop::isInFlight(const Batch& batch) const {
+    return currentBatchWithLogs_ && (currentBatchWithLogs_->size() != batch.size() || *currentBatchWithLogs_ == batch);
 }
 
 void EventUploadLoop::batchArrived() {
-    currentBatchWithLogs_.reset();
-    logger_.clearTmpLogFile();
-    // A batch file that cannot be removed waits for the next firing: going on would send it over and over.
-    if (const auto left = logger_.getBatchOfQuomiDLogsFromTmpFile(); left && !left->empty()) return;
-    uploadLogsInBatchesFromTmpFile();
+    const auto batch = std::exchange(currentBatchWithLogs_, std::nullopt);
+    failures_ = 0;
+    batchSize_ = std::min(2 * batchSize_, QuomiDLogger::kBatchSize);
+    // A batch file that cannot be changed waits for the next firing: going on would send it over and over.
+    if (logger_.dropFromBatch(*batch)) uploadLogsInBatchesFromTmpFile();
+}
+
+void EventUploadLoop::batchFailed(const Error& error) {
+    const auto batch = std::exchange(currentBatchWithLogs_, std::nullopt);
+    if (isRefusal(error) && batch->size() > 1) {
+        batchSize_ = batch->size() / 2;
+        uploadLogsInBatchesFromTmpFile();
+        return;
+    }
+    ++failures_;
+    if (isRefusal(error) && logger_.refuse(batch->front())) uploadLogsInBatchesFromTmpFile();
 }
 
 }  // namespace quomi

@@ -169,8 +169,10 @@ public:
 
     /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error);
-    /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. Nothing is
-    /// reported when it was not.
+    /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. When it was
+    /// not (its JSON has more than 64 KiB, a text in it is not UTF-8, the event log cannot be written or another process
+    /// holds it for a second) the delegate gets error 600, which says why. Nothing happens while the SDK has no store or
+    /// event logs are switched off.
     void logEvent(const boost::json::object& event);
 
     /// The screen over which web pages of actions are shown; null for the app's top screen. It belongs to the run: set

@@ -411,7 +411,16 @@ void Session::drop() {
 void Session::logEvent(const boost::json::object& event) {
     if (isShutDown_ || data_ == nullptr || !context_.eventLogsEnabled) return;
     const WallTime now = context_.platform.clock.now();
-    if (eventUpload_->logEvent(event, now)) context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+    std::optional<Error> failure;
+    if (eventUpload_->logEvent(event, now, &failure)) {
+        context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+        return;
+    }
+    // A host that logs an event for every error would be told of that event too, and so on.
+    if (std::exchange(isTellingOfLostEvent_, true)) return;
+    const auto self = shared_from_this();
+    context_.host.forwardErrorToDelegate(failure);
+    isTellingOfLostEvent_ = false;
 }
 
 void Session::executeNotificationRequestActions(const NotificationRequest& request) {

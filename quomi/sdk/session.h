@@ -129,7 +129,7 @@ public:
     /// The same without a word in the store.
     void drop();
 
-    /// Appends the event to the event log and tells the host of it, when event logs are enabled.
+    /// Appends the event to the event log and tells the host of it, or of the error, when event logs are enabled.
     void logEvent(const boost::json::object& event);
     /// Looks at the notification rights again and logs them when they have changed.
     void logNotificationAuthorizationStatusIfNeeded();
@@ -183,6 +183,7 @@ private:
     std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
     UserUploadHooks userUploadHooks_;
+    bool isTellingOfLostEvent_ = false;
     bool isShutDown_ = false;
 };
 

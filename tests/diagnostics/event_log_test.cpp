@@ -159,12 +159,19 @@ TEST_F(EventLogTest, ALogThatWasRewrittenInSpiteOfAnErrorKeepsItsBatch) {
     EXPECT_EQ(log.batch() + "\n" + log.text(), eventLines(0, 70));
 }
 
-TEST_F(EventLogTest, ALogThatIsNotUtf8IsUnreadable) {
-    test::LogDirectory log(eventLine(1) + "\n\xff\n");
+TEST_F(EventLogTest, OfALogThatIsNotUtf8OnlyThoseLinesAreLost) {
+    test::LogDirectory log(eventLine(1) + "\n\xff\n" + eventLine(2) + "\xc3\n" + eventLine(3) + "\n");
     QuomiDLogger logger(log.files, clock_, console_);
-    EXPECT_EQ(logger.getQuomiDLogsFromFile(), std::nullopt);
-    EXPECT_EQ(logger.getBatchOfQuomiDLogsFromFile(), std::nullopt);
-    EXPECT_EQ(log.text(), eventLine(1) + "\n\xff\n");
+    EXPECT_THAT(logger.nextBatch(50).value(), SizeIs(2));
+    EXPECT_THAT(console_.messages, ElementsAre("Quomi SDK error: 2 lines of the event log are no UTF-8"));
+    EXPECT_EQ(log.text(), "(missing)");
+    EXPECT_EQ(log.batch(), eventLine(1) + "\n" + eventLine(3));
+}
+
+TEST_F(EventLogTest, AnEventWithSemicolonsComesBack) {
+    const boost::json::object event{{"a;b", R"(;\;"";)"}, {"c", ";"}};
+    const auto line = QuomiDLog::ofEvent(event, clock_.time).description(clock_.zone);
+    EXPECT_EQ(boost::json::parse(QuomiDLog::quomiDLogFromString(line, console_).value().logData.value()), event);
 }
 
 }  // namespace

@@ -90,7 +90,7 @@ TEST_F(Durability, AStepForcesTheEndOfTheJournalAndTheNewFileBeforeItMoves) {
     };
     EXPECT_EQ(trace([&] { step.act(platform, nobody); }, Extent::changes, watch), Ending::finished);
     EXPECT_TRUE(hadJournal);
-    EXPECT_EQ(forcedBeforeMove, 2) << "the directory and the file";
+    EXPECT_EQ(forcedBeforeMove, 3) << "the directory, the file, and the file once more by the move";
 }
 
 TEST_F(Durability, Saving) {
@@ -100,6 +100,7 @@ TEST_F(Durability, Saving) {
 TEST_F(Durability, Events) {
     for (const auto logsFirst : {LogsFirst::yes, LogsFirst::no}) {
         expectNothingLost(loggingAndUploading(logsFirst), 3 * 60);  // three events, each byte of their lines
+        expectNothingLost(loggingAndUploading(logsFirst, LogLength::isLong), 20);
     }
 }
 

@@ -18,6 +18,11 @@ boost::json::object event(int number) {
     return {{"n", number}, {"in", {{"é", boost::json::object()}}}, {"x", 1}};
 }
 
+/// Fifty of them are more than a short log.
+boost::json::object longEvent(int number) {
+    return {{"n", number}, {"x", std::string(QuomiDLogger::kShortLog / QuomiDLogger::kBatchSize, 'x')}};
+}
+
 /// A server that accepts what it is sent when it is told to, and keeps it.
 class Server final : public Uploader {
 public:
@@ -44,7 +49,8 @@ private:
         boost::system::error_code failure;
         const auto data = boost::json::parse(record.logData.value(), failure);
         const auto* number = data.is_object() ? data.get_object().if_contains("n") : nullptr;
-        if (number != nullptr && data == event(number->to_number<int>())) {
+        const auto known = [&](const auto& make) { return data == make(number->template to_number<int>()); };
+        if (number != nullptr && (known(event) || known(longEvent))) {
             ++witness_.uploads.at(number->to_number<std::size_t>());
         } else {
             strange = record.logData.value();
@@ -63,8 +69,8 @@ public:
         loop_.setUploader(&server_);
     }
 
-    void log(int number) {
-        if (loop_.logEvent(event(number), platform_.clock.now())) {
+    void log(int number, boost::json::object (*make)(int) = event) {
+        if (loop_.logEvent(make(number), platform_.clock.now())) {
             witness_.accepted.at(static_cast<std::size_t>(number)) = true;
         }
     }
@@ -81,11 +87,13 @@ private:
     EventUploadLoop loop_;
 };
 
-void logSeeds(const Platform& platform) {
+void logSeeds(const Platform& platform, LogLength length) {
     Witness witness;
     Launch launch(platform, witness);
-    for (int number = 0; number < kSeeds; ++number) launch.log(number);
+    for (int number = 0; number < kSeeds; ++number) launch.log(number, length == LogLength::isLong ? longEvent : event);
     if (!witness.accepted[kSeeds - 1]) throw std::runtime_error("the seeds could not be logged");
+    std::error_code error;  // of a long log that is gone
+    platform.files.replace(platform.files.documentsDirectory() / kQuomiBODrainOffsetFileName, "30000", error);
 }
 
 void logAndUpload(const Platform& platform, Witness& witness) {
@@ -133,9 +141,10 @@ std::string complaintOfUploads(const Witness& witness, const std::array<bool, Wi
 
 }  // namespace
 
-Scenario loggingAndUploading(LogsFirst logsFirst) {
-    return {.name = logsFirst == LogsFirst::yes ? "events, the next launch logs first" : "events",
-            .prepare = logSeeds,
+Scenario loggingAndUploading(LogsFirst logsFirst, LogLength length) {
+    return {.name = fmt::format("events{}{}", length == LogLength::isLong ? ", a long log" : "",
+                                logsFirst == LogsFirst::yes ? ", the next launch logs first" : ""),
+            .prepare = [length](const Platform& platform) { logSeeds(platform, length); },
             .act = logAndUpload,
             .verify =
                 [logsFirst](const Platform& platform, const Witness& seen) {
@@ -144,11 +153,12 @@ Scenario loggingAndUploading(LogsFirst logsFirst) {
                     const auto complaint = complaintOfLaunch(platform, witness, logsFirst);
                     return complaint.empty() ? complaintOfUploads(witness, witness.accepted, 2) : complaint;
                 },
-            .everyByte = true};
+            .everyByte = length == LogLength::isShort};
 }
 
-std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads) {
-    const auto owed = witness.handedOver;
+std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads, LogLength length) {
+    auto owed = witness.handedOver;
+    if (length == LogLength::isLong) std::fill(owed.begin() + kSeeds, owed.end(), false);
     const auto complaint = complaintOfLaunch(platform, witness, LogsFirst::no);
     return complaint.empty() ? complaintOfUploads(witness, owed, mostUploads) : complaint;
 }

@@ -37,6 +37,14 @@ public:
         keepState(path);
         return files_.remove(path, error);
     }
+    bool move(const Path& from, const Path& to, Code& error) override {
+        beforeChange();
+        const bool done = files_.move(from, to, error);
+        onDisk_.erase(from);
+        onDisk_.erase(to);
+        forceDirectory();
+        return done;
+    }
 
     /// Brings the files to the state in which the disk has them: everything not forced is gone, or removals have come
     /// through and appends by half.
@@ -87,8 +95,8 @@ bool actUntilPowerFails(const Scenario& scenario, FailingPower& files, simulated
     }
 }
 
-TEST(PowerLoss, CostsEventsSinceTheLastHandOverAndNoOthers) {
-    const auto scenario = loggingAndUploading(LogsFirst::no);
+void failAtEveryChange(LogLength length) {
+    const auto scenario = loggingAndUploading(LogsFirst::no, length);
     for (const bool half : {false, true}) {
         bool failed = true;
         for (int changes = 0; failed; ++changes) {
@@ -104,10 +112,18 @@ TEST(PowerLoss, CostsEventsSinceTheLastHandOverAndNoOthers) {
             }
             simulated::SimulatedPhone phone({.container = directory.path()});
             // Removals are not forced: the batch file may be back after its upload, and with it the log it came from.
-            EXPECT_EQ(complaintAfterPowerLoss(phone.platform(), witness, 3), "");
+            EXPECT_EQ(complaintAfterPowerLoss(phone.platform(), witness, 3, length), "");
             EXPECT_TRUE(!failed || changes < 100);
         }
     }
+}
+
+TEST(PowerLoss, CostsEventsSinceTheLastHandOverAndNoOthers) {
+    failAtEveryChange(LogLength::isShort);
+}
+
+TEST(PowerLoss, OfALongLogCostsEventsSinceItIsDrainedAndNoOthers) {
+    failAtEveryChange(LogLength::isLong);
 }
 
 }  // namespace

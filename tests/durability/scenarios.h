@@ -25,13 +25,16 @@ using BulkUpdate = std::function<void(const Platform&, int generation)>;
 
 /// Where the next process logs an event of its own.
 enum class LogsFirst { yes, no };
+/// Whether batches are taken out of a long log, which is drained, or of one that is written anew.
+enum class LogLength { isShort, isLong };
 
 /// A process logs, hands over batches and has them uploaded. After the kill every accepted event arrives, a batch in
 /// the batch file first and as it is, at most one batch repeats, and nothing arrives that nobody logged.
-[[nodiscard]] Scenario loggingAndUploading(LogsFirst logsFirst);
+[[nodiscard]] Scenario loggingAndUploading(LogsFirst logsFirst, LogLength length = LogLength::isShort);
 
-/// What the next launch after a loss of power may miss besides: events that were accepted after the last hand-over.
-/// Each event arrives at most `mostUploads` times.
-[[nodiscard]] std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads);
+/// What the next launch after a loss of power may miss besides: events that were accepted after the last hand-over, or
+/// after the long log began to be drained. Each event arrives at most `mostUploads` times.
+[[nodiscard]] std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads,
+                                                  LogLength length);
 
 }  // namespace quomi::test

@@ -55,6 +55,15 @@ private:
     std::optional<std::pair<Path, std::string>> late_;
 };
 
+/// A long log is drained from where an earlier one ended.
+class OffsetIsNotReset final : public FilesWrapper {
+public:
+    using FilesWrapper::FilesWrapper;
+    bool replace(const Path& path, std::string_view bytes, Code& error) override {
+        return (path.filename() == kQuomiBODrainOffsetFileName && bytes == "0") || files_.replace(path, bytes, error);
+    }
+};
+
 class BatchFileIsForgotten final : public FilesWrapper {
 public:
     using FilesWrapper::FilesWrapper;
@@ -145,6 +154,8 @@ TEST(SeededFaults, AreNoticed) {
         {with<ReplaceWritesInPlace>(events), "lost"},
         {with<BatchFileComesLast>(events), "lost 0"},
         {with<BatchFileIsForgotten>(events), "lost 0"},
+        {with<BatchFileComesLast>(loggingAndUploading(LogsFirst::no, LogLength::isLong)), "lost 0"},
+        {with<OffsetIsNotReset>(loggingAndUploading(LogsFirst::no, LogLength::isLong)), "lost 0"},
         {with<EndOfTheLogIsNotLookedAt>(logsFirst), "lost 120"},
         {with<BraceEndsARecord>(logsFirst), "nobody logged"},
         {with<OldFileIsDeletedFirst>(migrationStep(9)), "the store is gone"},

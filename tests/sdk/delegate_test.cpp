@@ -1,3 +1,4 @@
+#include "quomi/sdk/event_upload.h"
 #include "tests/support/sdk_fixture.h"
 
 namespace quomi::test {
@@ -87,11 +88,18 @@ TEST(Delegate, HearsOfEventsThatWereAccepted) {
     };
     app.sdk->logEvent({{"n", 1}});
     EXPECT_EQ(at, app.phone.loop().now());
+    // Once each, though the host logs what goes wrong.
+    const auto recordError = app.delegate->didReceiveErrorNotification;
+    app.delegate->didReceiveErrorNotification = [&](QuomiSDK& sdk, const Error& error) {
+        recordError(sdk, error);
+        sdk.logEvent({{"n", "\xFF"}});
+    };
     app.sdk->logEvent({{"n", "\xFF"}});
+    app.sdk->logEvent({{"n", std::string(EventUploadLoop::kLargestEvent, 'x')}});
+    app.delegate->didReceiveErrorNotification = recordError;
     app.sdk->setEventLogsEnabled(false);
     app.sdk->logEvent({{"n", 2}});
-    EXPECT_THAT(app.journal, ElementsAre("event {\"n\":1}"));
-    EXPECT_THAT(app.lines("error"), IsEmpty());
+    EXPECT_THAT(app.journal, ElementsAre("event {\"n\":1}", "error 600, running", "error 600, running"));
 }
 
 TEST(Delegate, AppStateGoesToTheDebugLogAndTheBackgroundTakesATask) {

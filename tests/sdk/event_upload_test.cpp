@@ -22,8 +22,16 @@ protected:
         loop = std::make_unique<EventUploadLoop>(host.platform);
         loop->setUploader(&uploader);
     }
-    [[nodiscard]] std::string batchFile() const {
-        return contentOf(host.platform.files.documentsDirectory() / kQuomiBOTmpLogFileName);
+    [[nodiscard]] std::string file(const char* name) const {
+        return contentOf(host.platform.files.documentsDirectory() / name);
+    }
+    [[nodiscard]] std::string batchFile() const { return file(kQuomiBOTmpLogFileName); }
+    /// The server takes what waits to be answered, and what comes at once after it, unless the bad event is among it.
+    void answerAllRefusing(int bad, int status) {
+        while (!uploader.waiting.empty()) {
+            std::ranges::find(uploader.batches.back(), bad) != uploader.batches.back().end() ? uploader.fail(status)
+                                                                                             : uploader.succeed();
+        }
     }
 
     StoreHost host{{.start = WallTime(1'700'000'000s)}};
@@ -169,6 +177,71 @@ TEST_F(EventUpload, FlushOfTheLog) {
     uploader.waiting[0].second(Error{kHTTPErrorDomain, 500, {}});
     host.phone.advanceBy(40s);
     EXPECT_THAT(uploader.batches.back(), ElementsAre(1, 2));
+}
+
+/// One event that the server does not take holds the others up for two beats of the timer, relaunched or not.
+TEST_F(EventUpload, WhatIsRefusedForGoodIsFoundByHalvesAndSetAside) {
+    using Batches = std::vector<std::vector<int>>;
+    for (const int status : {413, 400, 422}) {
+        const int bad = status;
+        log(bad - 2, bad + 2);
+        host.phone.advanceBy(40s);
+        answerAllRefusing(bad, status);
+        EXPECT_EQ(
+            std::exchange(uploader.batches, {}),
+            (Batches{{bad - 2, bad - 1, bad, bad + 1, bad + 2}, {bad - 2, bad - 1}, {bad, bad + 1, bad + 2}, {bad}}));
+        relaunch();
+        log(bad + 3);
+        host.phone.advanceBy(40s);
+        answerAllRefusing(bad, status);
+        EXPECT_EQ(std::exchange(uploader.batches, {}).back(), std::vector{bad});
+        EXPECT_THAT(file(kQuomiBORefusedLogFileName), Not(HasSubstr(fmt::format("{{\"n\":{}}}", bad))));
+        host.phone.advanceBy(40s);
+        answerAllRefusing(bad, status);
+        EXPECT_EQ(std::exchange(uploader.batches, {}), (Batches{{bad}, {bad + 1}, {bad + 2}, {bad + 3}}));
+        EXPECT_THAT(file(kQuomiBORefusedLogFileName), testing::EndsWith(fmt::format(";{{\"n\":{}}}\n", bad)));
+        EXPECT_EQ(batchFile(), "");
+    }
+}
+
+/// The wait doubles from the fourth failure in a row on; nothing is given up, and a success ends it.
+TEST_F(EventUpload, PausesGrowWhileTheServerFails) {
+    log(1);
+    std::vector<Duration> waits;
+    const auto begin = host.platform.clock.monotonicNow();
+    for (int seconds = 0; seconds < 2100; seconds += 20) {
+        host.phone.advanceBy(20s);
+        if (uploader.waiting.empty()) continue;
+        waits.push_back(host.platform.clock.monotonicNow() - begin);
+        const int status = std::vector{401, 403, 404, 500, 503}.at(waits.size() % 5);
+        uploader.fail(status);
+        log(2);  // the last upload may be long ago
+    }
+    EXPECT_THAT(waits, ElementsAre(40s, 80s, 120s, 160s, 240s, 400s, 720s, 1360s, 2000s));
+    host.phone.advanceBy(640s);
+    uploader.succeed();
+    uploader.succeed();
+    uploader.batches.clear();
+    log(3);
+    host.phone.advanceBy(40s);
+    EXPECT_THAT(uploader.batches, ElementsAre(ElementsAre(3)));
+    EXPECT_EQ(file(kQuomiBORefusedLogFileName), "");
+}
+
+TEST_F(EventUpload, LargeEventsAreRefusedAndBatchesBoundedByBytes) {
+    const auto logOf = [&](int number, std::size_t size, std::optional<Error>* error) {
+        const auto overhead = fmt::format(R"({{"n":{},"x":""}})", number).size();
+        return loop->logEvent({{"n", number}, {"x", std::string(size - overhead, 'x')}}, host.platform.clock.now(),
+                              error);
+    };
+    std::optional<Error> error;
+    EXPECT_FALSE(logOf(0, EventUploadLoop::kLargestEvent + 1, &error));
+    EXPECT_EQ(error.value().code, 600);
+    EXPECT_THAT(error->localizedDescription().value(), HasSubstr("it has 65537 bytes of JSON, 65536 are allowed"));
+    for (int number = 1; number <= 5; ++number) EXPECT_TRUE(logOf(number, EventUploadLoop::kLargestEvent, &error));
+    loop->uploadLogsInBatches();
+    uploader.succeed();
+    EXPECT_THAT(uploader.batches, ElementsAre(ElementsAre(1, 2, 3), ElementsAre(4, 5)));
 }
 
 TEST_F(EventUpload, EventThatCannotBeWrittenIsNotAccepted) {

@@ -39,7 +39,7 @@ public:
     void succeed() {
         if (const auto success = take().first) success();
     }
-    void fail() { take().second(Error{kHTTPErrorDomain, 503, {}}); }
+    void fail(int status = 503) { take().second(Error{kHTTPErrorDomain, status, {}}); }
 
     std::vector<std::vector<int>> batches;  // the numbers of the events
     std::vector<std::string> alerts;        // the services
