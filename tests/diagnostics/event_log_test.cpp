@@ -168,6 +168,83 @@ TEST_F(EventLogTest, OfALogThatIsNotUtf8OnlyThoseLinesAreLost) {
     EXPECT_EQ(log.batch(), eventLine(1) + "\n" + eventLine(3));
 }
 
+/// Counts the bytes that are written.
+class CountingFiles final : public test::FilesWrapper {
+public:
+    using FilesWrapper::FilesWrapper;
+    bool replace(const Path& path, std::string_view bytes, Code& error) override {
+        written += bytes.size();
+        return files_.replace(path, bytes, error);
+    }
+    bool append(const Path& path, std::string_view bytes, Code& error) override {
+        written += bytes.size();
+        return files_.append(path, bytes, error);
+    }
+    std::size_t written = 0;
+};
+
+TEST_F(EventLogTest, TwentyThousandEventsDrainInOrderForFourBytesAByte) {
+    test::LogDirectory log(eventLines(0, 20'000));
+    CountingFiles files(log.files);
+    QuomiDLogger logger(files, clock_, console_);
+    EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(20'000)));
+    const std::size_t logged = log.text().size();
+    for (int number = 0; number <= 20'000;) {
+        const auto batch = logger.nextBatch(QuomiDLogger::kBatchSize).value();
+        for (const auto& record : batch) ASSERT_EQ(record.logData, fmt::format("{{\"id\":\"{}\"}}", number++));
+        ASSERT_TRUE(logger.dropFromBatch(batch));
+        // What is logged meanwhile comes after all of these.
+        if (number == 10'000) {
+            EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(20'001)));
+        }
+    }
+    EXPECT_THAT(logger.getQuomiDLogsFromFile().value(), SizeIs(1));
+    EXPECT_THAT(logger.nextBatch(1).value(), SizeIs(1));
+    EXPECT_LE(logged + files.written, 4 * logged);
+    EXPECT_EQ(log.text(kQuomiBODrainLogFileName), "(missing)");
+}
+
+/// A torn line at the end of a log that is drained does not join the first line of the new log.
+TEST_F(EventLogTest, ALongLogIsReadWithWhatCameAfterIt) {
+    const int lines = static_cast<int>(QuomiDLogger::kShortLog / eventLine(0).size()) + 1;
+    for (const std::string& tail : {std::string(), eventLine(lines), eventLine(lines) + "x"}) {
+        test::LogDirectory log(eventLines(0, lines) + tail);
+        QuomiDLogger logger(log.files, clock_, console_);
+        const auto batch = logger.nextBatch(10).value();
+        EXPECT_THAT(batch, SizeIs(10));
+        EXPECT_TRUE(logger.addQuomiDLogToFile(eventLine(7)));
+        const bool isWhole = tail == eventLine(lines);
+        const auto waiting = static_cast<std::size_t>(lines) - QuomiDLogger::kBatchSize + (isWhole ? 2 : 1);
+        EXPECT_THAT(logger.getQuomiDLogsFromFile().value(), SizeIs(waiting));
+        EXPECT_THAT(logger.takeQuomiDLogsFromFile().value(), SizeIs(waiting));
+        EXPECT_THAT(logger.getQuomiDLogsFromFile().value(), IsEmpty());
+        EXPECT_TRUE(logger.dropFromBatch(batch));
+        EXPECT_THAT(logger.nextBatch(50).value(), SizeIs(40)) << "the rest of the batch file";
+    }
+}
+
+TEST_F(EventLogTest, OfRefusedEventsTheLatestAreKept) {
+    test::LogDirectory log;
+    QuomiDLogger logger(log.files, clock_, console_);
+    const auto record = [&](int number, std::size_t size) {
+        return QuomiDLog{clock_.time, fmt::format("{{\"n\":{},\"x\":\"{}\"}}", number, std::string(size, 'x'))};
+    };
+    const auto refuse = [&](const QuomiDLog& refused) {
+        EXPECT_TRUE(logger.saveBatchToTmpFile({refused}));
+        EXPECT_FALSE(logger.refuse(record(-1, 0))) << "another one";
+        return std::vector{logger.refuse(refused), logger.refuse(refused), logger.refuse(refused)};
+    };
+    for (const int number : {1, 2, 3}) {
+        EXPECT_EQ(refuse(record(number, QuomiDLogger::kRefusedBytes / 2 - 100)), (std::vector{false, false, true}));
+    }
+    const auto kept = log.text(kQuomiBORefusedLogFileName);
+    EXPECT_LE(kept.size(), QuomiDLogger::kRefusedBytes);
+    EXPECT_THAT(QuomiDLog::quomiDLogsFromString(kept, console_), SizeIs(2));
+    EXPECT_EQ(refuse(record(4, 9'000'000)).back(), true);
+    EXPECT_THAT(QuomiDLog::quomiDLogsFromString(log.text(kQuomiBORefusedLogFileName), console_), SizeIs(1));
+    EXPECT_THAT(console_.messages, SizeIs(4));
+}
+
 TEST_F(EventLogTest, AnEventWithSemicolonsComesBack) {
     const boost::json::object event{{"a;b", R"(;\;"";)"}, {"c", ";"}};
     const auto line = QuomiDLog::ofEvent(event, clock_.time).description(clock_.zone);
