@@ -90,8 +90,10 @@ std::shared_ptr<QuomiStatusInfo> QuomiData::getSDKStatusInfo(ErrorSlot error) {
     std::optional<Error> failure;
     auto status = getSDKStatusInfoWithoutCreateByDefault(&failure);
     if (status == nullptr && !failure) {
-        objectContext_.insert(std::make_shared<QuomiStatusInfo>());
-        if (saveContext(&failure)) status = getSDKStatusInfoWithoutCreateByDefault(&failure);
+        const bool isMade = objectContext_.begin(&failure) &&
+                            objectContext_.insert(std::make_shared<QuomiStatusInfo>(), &failure) &&
+                            saveContext(&failure);
+        if (isMade) status = getSDKStatusInfoWithoutCreateByDefault(&failure);
     }
     if (failure) assign(error, std::move(*failure));
     return status;
@@ -153,7 +155,7 @@ std::shared_ptr<QuomiApplication> QuomiData::getApplication(ErrorSlot error) {
 bool QuomiData::insertOrUpdateApplication(const std::shared_ptr<QuomiApplication>& application, ErrorSlot error) {
     if (application->context() != &objectContext_) {
         if (!objectContext_.removeAll(entityType<QuomiApplication>(), error)) return false;
-        objectContext_.insert(application);
+        if (!objectContext_.insert(application, error)) return false;
     }
     return saveContext(error);
 }

@@ -107,18 +107,18 @@ std::size_t QuomiData::insertOrUpdate(const Source<Place>& places, ErrorSlot err
     for (; next != nullptr && !failure; next = places(), ++count) {
         next->enabled = true;
         if (const auto stored = placeById<Place>(objectContext_, next->identifier(), &failure)) {
-            next->copyCounters(*stored, now);
+            next->copyCounters(*stored, now, &failure);
             objectContext_.remove(*stored);
         }
         if (!next->groupHistory.empty()) withGroupHistory.push_back(next);
-        objectContext_.insert(std::move(next));
+        objectContext_.insert(std::move(next), &failure);
     }
     // An empty history stays empty. The members are those of the group named by the identifier, not by `group`:
     // deliberate, stores in the field are trimmed so.
     for (const auto& place : withGroupHistory) {
         const auto members = placesInGroup<Place>(objectContext_, place->identifier(), &failure);
         QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(
-            *place, std::vector<std::shared_ptr<RuleOwner>>(members.begin(), members.end()), now);
+            *place, std::vector<std::shared_ptr<RuleOwner>>(members.begin(), members.end()), now, &failure);
     }
     if (!failure) return count;
     objectContext_.rollback();  // what could not be looked up would be there twice
@@ -143,6 +143,8 @@ std::size_t QuomiData::enable(const std::string& appNamespace, bool enabled, Err
 
 template <class Place>
 bool QuomiData::removeWithIds(std::span<const std::string> ids, ErrorSlot error) {
+    // Begun first, so that what a busy store cannot take does not wait in memory.
+    if (!ids.empty() && !objectContext_.begin(error)) return false;
     std::optional<Error> failure;
     for (const auto& id : ids) {
         if (const auto place = placeById<Place>(objectContext_, id, &failure)) objectContext_.remove(*place);
@@ -157,21 +159,22 @@ template <class Place>
 bool QuomiData::resetAllCounters(ErrorSlot error) {
     static const Query<Place> counted(PlaceQueries<Place>::counted);
     std::optional<Error> failure;
-    for (const auto& place : objectContext_.fetch(counted, {}, &failure)) place->resetAllCounters();
+    const auto places = objectContext_.fetch(counted, {}, &failure);
+    for (const auto& place : places) {
+        if (!failure) static_cast<void>(place->rules(&failure));
+    }
     if (failure) {
         assign(error, std::move(*failure));
         return false;
     }
+    for (const auto& place : places) place->resetAllCounters();
     return saveContext(error);
 }
 
 // Geofences
 
 bool QuomiData::insertOrUpdateGeofenceRegion(const std::shared_ptr<QuomiGeofenceRegion>& region, ErrorSlot error) {
-    // Begun first, so that what a busy store cannot take does not wait in memory.
-    if (!objectContext_.begin(error)) return false;
-    objectContext_.insert(region);
-    return saveContext(error);
+    return objectContext_.begin(error) && objectContext_.insert(region, error) && saveContext(error);
 }
 
 std::size_t QuomiData::insertOrUpdateGeofences(const Source<QuomiGeofence>& geofences,

@@ -53,15 +53,19 @@ ObjectContext::~ObjectContext() {
 
 ObjectContext::Objects ObjectContext::fetchObjects(const EntityType& type, const std::string& sql,
                                                    const QueryValues& values, std::optional<Error>* error) {
-    if (!flush(error)) return {};
     std::vector<Row> rows;
+    if (!read(
+            type, [&] { rows = select(type, sql, values); }, error))
+        return {};
     Objects objects;
-    if (!read([&] { rows = select(type, sql, values); }, error)) return objects;
     objects.reserve(rows.size());
+    std::optional<Error> failure;
     for (const auto& row : rows) {
-        if (auto object = objectOf(type, row)) objects.push_back(std::move(object));
+        if (auto object = objectOf(type, row, &failure)) objects.push_back(std::move(object));
     }
-    return objects;
+    if (!failure) return objects;
+    assign(error, std::move(*failure));
+    return {};
 }
 
 std::vector<ObjectContext::Row> ObjectContext::select(const EntityType& type, const std::string& sql,
@@ -86,22 +90,22 @@ std::vector<ObjectContext::Row> ObjectContext::select(const EntityType& type, co
 }
 
 /// What belongs to an owner is read with its owner, so that an object is loaded only together with its relatives.
-ObjectContext::Object ObjectContext::objectOf(const EntityType& type, const Row& row) {
+ObjectContext::Object ObjectContext::objectOf(const EntityType& type, const Row& row, std::optional<Error>* error) {
     if (row.object != nullptr) return row.object;
     const auto* owners = ownerType(type);
-    const auto owner = owners != nullptr ? objectWithID(*owners, row.ownerID) : nullptr;
-    if (owner == nullptr) return nullptr;
-    for (const auto& member : owner->members()) {
-        if (member->objectID_ == row.objectID) return member;
-    }
-    return nullptr;
+    const auto owner = owners != nullptr ? objectWithID(*owners, row.ownerID, error) : nullptr;
+    const auto* members = owner != nullptr ? owner->members(error) : nullptr;
+    if (members == nullptr) return nullptr;
+    const auto found =
+        std::ranges::find_if(*members, [&](const Kept& member) { return member->objectID_ == row.objectID; });
+    return found == members->end() ? nullptr : found->object();
 }
 
-void ObjectContext::loadMembers(ManagedObject& owner) {
+bool ObjectContext::loadMembers(ManagedObject& owner, std::optional<Error>* error) {
     const auto* type = memberType(owner.entityType());
-    if (type == nullptr) return;
+    if (type == nullptr) return true;
     ManagedObject::Members members;
-    const bool isRead = file_.perform([&] {
+    const auto readMembers = [&] {
         auto& query = file_.statement(type->selectionOfMembers());
         bindValue(query, 1, owner.objectID_);
         while (query.step()) {
@@ -110,28 +114,30 @@ void ObjectContext::loadMembers(ManagedObject& owner) {
             for (const auto& field : type->fields()) field.read(query, position++, *member);
             member->objectID_ = query.integer(0);
             member->owner_ = owner.weak_from_this();
-            members.push_back(std::move(member));
+            members.emplace_back(std::move(member));
         }
-    });
-    if (!isRead) return;
-    for (const auto& member : members) keep(member);
+    };
+    if (!file_.perform(readMembers, error)) return false;
+    for (const auto& member : members) keep(member.object());
     owner.members_ = std::move(members);
+    return true;
 }
 
 std::optional<std::int64_t> ObjectContext::count(const EntityType& type, std::optional<Error>* error) {
-    return countBy(fmt::format("SELECT COUNT(*) FROM \"{}\"", type.name()), {}, error);
+    return countBy(type, fmt::format("SELECT COUNT(*) FROM \"{}\"", type.name()), {}, error);
 }
 
 std::optional<std::int64_t> ObjectContext::count(const EntityType& type, std::string_view attribute,
                                                  const QueryValue& value, std::optional<Error>* error) {
-    return countBy(fmt::format("SELECT COUNT(*) FROM \"{}\" WHERE \"{}\" = ?", type.name(), attribute), {value}, error);
+    return countBy(type, fmt::format("SELECT COUNT(*) FROM \"{}\" WHERE \"{}\" = ?", type.name(), attribute), {value},
+                   error);
 }
 
-std::optional<std::int64_t> ObjectContext::countBy(const std::string& sql, const QueryValues& values,
-                                                   std::optional<Error>* error) {
-    if (!flush(error)) return std::nullopt;
+std::optional<std::int64_t> ObjectContext::countBy(const EntityType& type, const std::string& sql,
+                                                   const QueryValues& values, std::optional<Error>* error) {
     std::optional<std::int64_t> count;
     read(
+        type,
         [&] {
             auto& query = file_.statement(sql);
             int position = 0;
@@ -143,23 +149,25 @@ std::optional<std::int64_t> ObjectContext::countBy(const std::string& sql, const
     return count;
 }
 
-ObjectContext::Object ObjectContext::objectWithID(const EntityType& type, std::int64_t objectID) {
+ObjectContext::Object ObjectContext::objectWithID(const EntityType& type, std::int64_t objectID,
+                                                  std::optional<Error>* error) {
     if (auto object = loaded(type, objectID)) return object;
     const auto objects =
-        fetchObjects(type, fmt::format("{}WHERE \"{}\" = ?", type.selection(), kKeyColumn), {objectID}, nullptr);
+        fetchObjects(type, fmt::format("{}WHERE \"{}\" = ?", type.selection(), kKeyColumn), {objectID}, error);
     return objects.empty() ? nullptr : objects.front();
 }
 
 ObjectContext::Object ObjectContext::loaded(const EntityType& type, std::int64_t objectID) const {
     if (const auto table = tables_.find(&type); table != tables_.end()) {
-        if (const auto found = table->second.find(objectID); found != table->second.end()) return found->second;
+        if (const auto found = table->second.find(objectID); found != table->second.end()) {
+            return found->second.object();
+        }
     }
     if (parent_ == nullptr) return nullptr;
     // A child's new objects wait for its save.
-    const auto found = std::find_if(inserted_.begin(), inserted_.end(), [&](const Object& object) {
-        return &object->entityType() == &type && object->objectID_ == objectID;
-    });
-    return found == inserted_.end() ? nullptr : *found;
+    const auto found = std::ranges::find_if(
+        inserted_, [&](const Kept& object) { return &object->entityType() == &type && object->objectID_ == objectID; });
+    return found == inserted_.end() ? nullptr : found->object();
 }
 
 /// Takes in an object that is as the store has it.
@@ -171,27 +179,38 @@ void ObjectContext::keep(const Object& object) {
 
 // Changing
 
-void ObjectContext::insert(std::shared_ptr<ManagedObject> object) {
-    if (object->context_ != nullptr) return;
-    object->context_ = this;
-    if (object->objectID_ == 0) object->objectID_ = nextID(object->entityType());
+bool ObjectContext::insert(std::shared_ptr<ManagedObject> object, std::optional<Error>* error) {
+    if (object->context_ != nullptr) return true;
     if (!object->members_) object->members_.emplace();
+    if (!giveKeys(*object, error)) return false;
+    object->context_ = this;
     const auto& members = *object->members_;
-    inserted_.push_back(std::move(object));
-    for (const auto& member : members) insert(member);
+    inserted_.emplace_back(std::move(object));
+    for (const auto& member : members) insert(member.object());
+    return true;
+}
+
+bool ObjectContext::giveKeys(ManagedObject& object, std::optional<Error>* error) {
+    if (object.objectID_ == 0) {
+        const auto key = nextID(object.entityType(), error);
+        if (!key) return false;
+        object.objectID_ = *key;
+    }
+    return !object.members_ ||
+           std::ranges::all_of(*object.members_, [&](const Kept& member) { return giveKeys(*member, error); });
 }
 
 void ObjectContext::remove(ManagedObject& object) {
     if (object.context_ != this) return;
     const auto kept = object.shared_from_this();
     if (const auto owner = object.owner_.lock(); owner != nullptr && owner->members_) {
-        std::erase(*owner->members_, kept);
+        std::erase_if(*owner->members_, [&kept](const Kept& member) { return member.object() == kept; });
     }
     if (object.members_) {
         for (const auto& member : *object.members_) detach(*member);
     }
-    const auto inserted = std::find(inserted_.begin(), inserted_.end(), kept);
-    if (inserted == inserted_.end()) removed_.emplace_back(&object.entityType(), object.objectID_);
+    const bool isWritten = std::ranges::find(inserted_, kept, &Kept::object) == inserted_.end();
+    if (isWritten) removed_.emplace_back(&object.entityType(), object.objectID_);
     detach(object);
 }
 
@@ -200,7 +219,7 @@ void ObjectContext::detach(ManagedObject& object) {
     if (const auto table = tables_.find(&object.entityType()); table != tables_.end()) {
         if (table->second.erase(object.objectID_) > 0) return;
     }
-    std::erase_if(inserted_, [&object](const Object& inserted) { return inserted.get() == &object; });
+    std::erase_if(inserted_, [&object](const Kept& inserted) { return &*inserted == &object; });
 }
 
 bool ObjectContext::removeAll(const EntityType& type, std::optional<Error>* error) {
@@ -221,17 +240,17 @@ bool ObjectContext::removeAll(const EntityType& type, std::optional<Error>* erro
     return true;
 }
 
-std::int64_t ObjectContext::nextID(const EntityType& type) {
-    if (parent_ != nullptr) return parent_->nextID(type);
+std::optional<std::int64_t> ObjectContext::nextID(const EntityType& type, std::optional<Error>* error) {
+    if (parent_ != nullptr) return parent_->nextID(type, error);
     auto& last = lastIDs_[&type];
     if (!last.isCurrent) {
         std::int64_t greatest = 0;
-        const bool isRead = file_.perform([&] {
+        const auto readGreatest = [&] {
             auto& query = file_.statement(fmt::format("SELECT MAX(\"{}\") FROM \"{}\"", kKeyColumn, type.name()));
             if (query.step()) greatest = query.integer(0);
             query.reset();
-        });
-        if (!isRead) return 1;  // taken, as like as not: the save refuses it then
+        };
+        if (!file_.perform(readGreatest, error)) return std::nullopt;
         last = {std::max(last.id, greatest), file_.isInTransaction()};
     }
     return ++last.id;
@@ -254,7 +273,7 @@ void ObjectContext::endBulk() {
 }
 
 void ObjectContext::touch(std::shared_ptr<ManagedObject> object) {
-    if (bulks_ > 0) touched_.push_back(std::move(object));
+    if (bulks_ > 0) touched_.emplace_back(std::move(object));
 }
 
 std::vector<ObjectContext::Changed> ObjectContext::changedObjects() const {
@@ -272,7 +291,7 @@ std::vector<ObjectContext::Changed> ObjectContext::changedObjects() const {
     return all;
 }
 
-void ObjectContext::addIfChanged(const Object& object, std::vector<Changed>& all) {
+void ObjectContext::addIfChanged(const Kept& object, std::vector<Changed>& all) {
     const auto& fields = object->entityType().fields();
     std::vector<std::size_t> changed;
     for (std::size_t i = 0; i < fields.size(); ++i) {
@@ -348,29 +367,21 @@ void ObjectContext::removeRow(const EntityType& type, std::int64_t objectID) {
     statement.exec();
 }
 
-namespace {
-
-/// References to the object that are not this context's own.
-long holders(const std::shared_ptr<ManagedObject>& object, bool isMember) {
-    return object.use_count() - (isMember ? 2 : 1);
+/// Whether the condition holds for the object or for one that belongs to it.
+template <class Condition>
+bool ObjectContext::isAnyOfFamily(const Kept& object, const Condition& condition) {
+    return condition(object) || (object->members_ && std::ranges::any_of(*object->members_, condition));
 }
-
-}  // namespace
 
 /// The inserted objects are rows now. Those that nobody holds are forgotten at once.
 void ObjectContext::settleInserted() {
-    const auto written = std::move(inserted_);
-    inserted_.clear();
-    const auto isHeld = [](const Object& object) {
-        if (holders(object, object->owner_.lock() != nullptr) > 0) return true;
-        return object->members_ && std::any_of(object->members_->begin(), object->members_->end(),
-                                               [](const Object& member) { return holders(member, true) > 0; });
-    };
+    const auto isHeld = [](const Kept& object) { return object.isHeldElsewhere(); };
+    const auto written = std::exchange(inserted_, {});
     for (const auto& object : written) {
         const auto owner = object->owner_.lock();
         const bool ownerIsKept = owner != nullptr && loaded(owner->entityType(), owner->objectID_) != nullptr;
-        if (owner != nullptr ? ownerIsKept : isHeld(object)) {
-            keep(object);
+        if (owner != nullptr ? ownerIsKept : isAnyOfFamily(object, isHeld)) {
+            keep(object.object());
         } else {
             object->context_ = nullptr;
         }
@@ -379,20 +390,17 @@ void ObjectContext::settleInserted() {
 
 /// Forgets the objects that nobody holds, owners and members together.
 void ObjectContext::letGoOfUnheld() {
+    const auto isNeeded = [this](const Kept& object) {
+        return object.isHeldElsewhere() || (parent_ != nullptr && imageOf(*object) != object->image_);
+    };
     for (auto& [type, table] : tables_) {
         const auto* members = memberType(*type);
-        std::erase_if(table, [this, members, isMember = type->hasOwner()](const auto& entry) {
-            const Object& object = entry.second;
-            if (isMember && object->owner_.lock() != nullptr) return false;  // goes with its owner
-            if (holders(object, false) > 0) return false;
-            if (parent_ != nullptr && imageOf(*object) != object->image_) return false;
-            if (members == nullptr || !object->members_) return true;
-            const auto isNeeded = [this](const Object& member) {
-                return holders(member, true) > 0 || (parent_ != nullptr && imageOf(*member) != member->image_);
-            };
-            if (std::any_of(object->members_->begin(), object->members_->end(), isNeeded)) return false;
-            const auto memberTable = tables_.find(members);
-            if (memberTable == tables_.end()) return true;
+        std::erase_if(table, [this, members, &isNeeded, isMember = type->hasOwner()](const auto& entry) {
+            const Kept& object = entry.second;
+            if (isMember && !object->owner_.expired()) return false;  // goes with its owner
+            if (isAnyOfFamily(object, isNeeded)) return false;
+            const auto memberTable = members != nullptr ? tables_.find(members) : tables_.end();
+            if (memberTable == tables_.end() || !object->members_) return true;
             for (const auto& member : *object->members_) memberTable->second.erase(member->objectID_);
             return true;
         });
@@ -436,10 +444,29 @@ bool ObjectContext::save(std::optional<Error>* error) {
     return false;
 }
 
+/// Runs reading work that sees what is not yet saved. While another process writes it sees what is saved, unless
+/// objects of the entity wait to be inserted or removed.
+bool ObjectContext::read(const EntityType& type, const std::function<void()>& work, std::optional<Error>* error) {
+    std::optional<Error> failure;
+    if (flush(&failure) && readWithOwnChanges(work, &failure)) return true;
+    if (!waitsToBeWritten(type)) return file_.perform(work, error);
+    assign(error, std::move(*failure));
+    return false;
+}
+
+bool ObjectContext::waitsToBeWritten(const EntityType& type) const {
+    const auto isOfFamily = [&](const EntityType& other) {
+        return &other == &type || &other == memberType(type) || &other == ownerType(type);
+    };
+    return std::ranges::any_of(inserted_, [&](const Kept& object) { return isOfFamily(object->entityType()); }) ||
+           std::ranges::any_of(removed_, [&](const auto& removed) { return isOfFamily(*removed.first); }) ||
+           (parent_ != nullptr && parent_->waitsToBeWritten(type));
+}
+
 // A child's part
 
-/// Runs reading work. A child's changes stand in the store meanwhile, inside a savepoint that is then dropped.
-bool ObjectContext::read(const std::function<void()>& work, std::optional<Error>* error) {
+/// A child's changes stand in the store while the work runs, inside a savepoint that is then dropped.
+bool ObjectContext::readWithOwnChanges(const std::function<void()>& work, std::optional<Error>* error) {
     if (parent_ == nullptr) return file_.perform(work, error);
     const auto changed = changedObjects();
     if (inserted_.empty() && removed_.empty() && changed.empty()) return file_.perform(work, error);
@@ -454,36 +481,63 @@ bool ObjectContext::read(const std::function<void()>& work, std::optional<Error>
     return isRead;
 }
 
+/// All that has to be read is read first: an error leaves both contexts as they were.
 bool ObjectContext::saveToParent(std::optional<Error>* error) {
     if (!parent_->flush(error)) return false;
-    for (const auto& [type, objectID] : removed_) {
-        if (const auto object = parent_->objectWithID(*type, objectID)) parent_->remove(*object);
+    std::optional<Error> failure;
+    const auto theirs = [&](const EntityType& type, std::int64_t objectID) {
+        return failure ? nullptr : parent_->objectWithID(type, objectID, &failure);
+    };
+    Objects theirRemoved;
+    for (const auto& [type, objectID] : removed_) theirRemoved.push_back(theirs(*type, objectID));
+    const auto changed = changedObjects();
+    Objects theirChanged;
+    for (const auto& [object, fields] : changed)
+        theirChanged.push_back(theirs(object->entityType(), object->objectID_));
+    Objects theirOwners;
+    for (const auto& object : inserted_) {
+        const auto owner = object->owner_.lock();
+        const bool hasRow = owner != nullptr && !owner->image_.empty();
+        theirOwners.push_back(hasRow ? theirs(owner->entityType(), owner->objectID_) : nullptr);
+    }
+    if (failure) {
+        assign(error, std::move(*failure));
+        return false;
+    }
+    for (const auto& object : theirRemoved) {
+        if (object != nullptr) parent_->remove(*object);
     }
     removed_.clear();
-    for (const auto& object : inserted_) copyToParent(object);
+    for (std::size_t i = 0; i < inserted_.size(); ++i) copyToParent(*inserted_[i], theirOwners[i].get());
     settleInserted();
-    for (const auto& [object, changed] : changedObjects()) {
-        const auto original = parent_->objectWithID(object->entityType(), object->objectID_);
-        if (original != nullptr) {
-            for (const auto field : changed) object->entityType().fields()[field].copy(*object, *original);
+    for (std::size_t i = 0; i < changed.size(); ++i) {
+        const auto& [object, fields] = changed[i];
+        if (const auto& original = theirChanged[i]) {
+            for (const auto field : fields) object->entityType().fields()[field].copy(*object, *original);
             parent_->touch(original);
         }
-        takeImage(*object, changed);
+        takeImage(*object, fields);
     }
     return true;
 }
 
-void ObjectContext::copyToParent(const Object& object) {
-    const auto& type = object->entityType();
-    auto copy = type.make();
-    for (const auto& field : type.fields()) field.copy(*object, *copy);
-    copy->objectID_ = object->objectID_;
-    const auto owner = object->owner_.lock();
-    if (owner == nullptr) {
-        parent_->insert(std::move(copy));
-    } else if (const auto theirs = parent_->objectWithID(owner->entityType(), owner->objectID_)) {
-        theirs->addMember(std::move(copy));
-    }  // else the parent has removed the owner, and what belongs to it goes with it
+/// A new object goes with its new members; a new member of theirs goes to its owner, unless they have removed it.
+void ObjectContext::copyToParent(const ManagedObject& object, ManagedObject* theirOwner) {
+    const auto copyOf = [](const ManagedObject& original) {
+        auto copy = original.entityType().make();
+        for (const auto& field : original.entityType().fields()) field.copy(original, *copy);
+        return copy;
+    };
+    const bool isMember = object.owner() != nullptr;
+    if (isMember && theirOwner == nullptr) return;
+    auto copy = copyOf(object);
+    for (const auto& member : object.members_.value_or(ManagedObject::Members())) {
+        const auto copiedMember = copyOf(*member);
+        copy->addMember(copiedMember);
+        copiedMember->objectID_ = member->objectID_;
+    }
+    copy->objectID_ = object.objectID_;
+    isMember ? theirOwner->addMember(std::move(copy)) : parent_->insert(std::move(copy));
 }
 
 }  // namespace quomi

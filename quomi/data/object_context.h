@@ -35,7 +35,9 @@ struct Query {
 ///
 /// Changes are found by comparing: whoever holds an object may write its members, and the next fetch or save notices.
 /// A fetch first writes what has changed into the open transaction, so that its query sees it; `save` commits. What
-/// nobody holds any more is let go of at the next fetch or save, so a fetch costs what it returns.
+/// nobody holds any more is let go of at the next fetch or save, so a fetch costs what it returns. While another
+/// process writes, a fetch asks of what is saved and gives the objects as they are in memory; it fails only for
+/// entities whose objects wait to be inserted or removed.
 ///
 /// A child context changes nothing outside itself until its `save`, which hands its changes to the parent. One thread
 /// at a time; a child ends before its parent.
@@ -72,15 +74,17 @@ public:
     [[nodiscard]] std::optional<std::int64_t> count(const EntityType& type, std::optional<Error>* error = nullptr);
     [[nodiscard]] std::optional<std::int64_t> count(const EntityType& type, std::string_view attribute,
                                                     const QueryValue& value, std::optional<Error>* error = nullptr);
-    /// The object with the key, in this context; null for none.
+    /// The object with the key, in this context; null for none and, with an error, when the store cannot be read.
     template <class Object>
-    [[nodiscard]] std::shared_ptr<Object> objectWithID(std::int64_t objectID) {
-        return std::static_pointer_cast<Object>(objectWithID(entityType<Object>(), objectID));
+    [[nodiscard]] std::shared_ptr<Object> objectWithID(std::int64_t objectID, std::optional<Error>* error = nullptr) {
+        return std::static_pointer_cast<Object>(objectWithID(entityType<Object>(), objectID, error));
     }
-    [[nodiscard]] std::shared_ptr<ManagedObject> objectWithID(const EntityType& type, std::int64_t objectID);
+    [[nodiscard]] std::shared_ptr<ManagedObject> objectWithID(const EntityType& type, std::int64_t objectID,
+                                                              std::optional<Error>* error = nullptr);
 
-    /// Puts a disconnected object, with its members, into this context. One that is in a context stays there.
-    void insert(std::shared_ptr<ManagedObject> object);
+    /// Puts a disconnected object, with its members, into this context. One that is in a context stays there. False,
+    /// with an error and the object as it was, when the store cannot be asked for a free key.
+    bool insert(std::shared_ptr<ManagedObject> object, std::optional<Error>* error = nullptr);
     /// Takes the object, with its members, out of the store; it is disconnected then.
     void remove(ManagedObject& object);
 
@@ -119,7 +123,7 @@ private:
 
     using Object = std::shared_ptr<ManagedObject>;
     using Objects = std::vector<Object>;
-    using Table = std::unordered_map<std::int64_t, Object>;
+    using Table = std::unordered_map<std::int64_t, Kept>;
     struct Row {
         std::int64_t objectID;
         std::int64_t ownerID;
@@ -129,17 +133,17 @@ private:
     [[nodiscard]] Objects fetchObjects(const EntityType& type, const std::string& sql, const QueryValues& values,
                                        std::optional<Error>* error);
     [[nodiscard]] std::vector<Row> select(const EntityType& type, const std::string& sql, const QueryValues& values);
-    [[nodiscard]] Object objectOf(const EntityType& type, const Row& row);
-    void loadMembers(ManagedObject& owner);
+    [[nodiscard]] Object objectOf(const EntityType& type, const Row& row, std::optional<Error>* error);
+    bool loadMembers(ManagedObject& owner, std::optional<Error>* error);
     [[nodiscard]] Object loaded(const EntityType& type, std::int64_t objectID) const;
     void keep(const Object& object);
 
     struct Changed {
-        Object object;
+        Kept object;
         std::vector<std::size_t> fields;
     };
     [[nodiscard]] std::vector<Changed> changedObjects() const;
-    static void addIfChanged(const Object& object, std::vector<Changed>& all);
+    static void addIfChanged(const Kept& object, std::vector<Changed>& all);
     void endBulk();
     bool flush(std::optional<Error>* error);
     void write(const std::vector<Changed>& changed);
@@ -151,18 +155,23 @@ private:
     void letGoOfUnheld();
     void detach(ManagedObject& object);
     void dropEverything();
-    [[nodiscard]] std::int64_t nextID(const EntityType& type);
+    template <class Condition>
+    [[nodiscard]] static bool isAnyOfFamily(const Kept& object, const Condition& condition);
+    [[nodiscard]] bool waitsToBeWritten(const EntityType& type) const;
+    bool giveKeys(ManagedObject& object, std::optional<Error>* error);
+    [[nodiscard]] std::optional<std::int64_t> nextID(const EntityType& type, std::optional<Error>* error);
 
-    [[nodiscard]] std::optional<std::int64_t> countBy(const std::string& sql, const QueryValues& values,
-                                                      std::optional<Error>* error);
-    bool read(const std::function<void()>& work, std::optional<Error>* error);
+    [[nodiscard]] std::optional<std::int64_t> countBy(const EntityType& type, const std::string& sql,
+                                                      const QueryValues& values, std::optional<Error>* error);
+    bool read(const EntityType& type, const std::function<void()>& work, std::optional<Error>* error);
+    bool readWithOwnChanges(const std::function<void()>& work, std::optional<Error>* error);
     bool saveToParent(std::optional<Error>* error);
-    void copyToParent(const Object& object);
+    void copyToParent(const ManagedObject& object, ManagedObject* theirOwner);
 
     StoreFile& file_;
     ObjectContext* parent_ = nullptr;
     std::unordered_map<const EntityType*, Table> tables_;  // what is held, or may be
-    Objects inserted_;                                     // not written yet
+    std::vector<Kept> inserted_;                           // not written yet
     std::vector<std::pair<const EntityType*, std::int64_t>> removed_;
     /// The greatest key given or met; current as long as nobody else may write.
     struct LastID {
@@ -172,7 +181,7 @@ private:
     std::unordered_map<const EntityType*, LastID> lastIDs_;
     std::optional<Error> refusal_;  // why the changes since the last save were dropped
     int bulks_ = 0;
-    Objects touched_;  // inside a bulk: where to look for changes
+    std::vector<Kept> touched_;  // inside a bulk: where to look for changes
 };
 
 }  // namespace quomi

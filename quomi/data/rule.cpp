@@ -151,13 +151,19 @@ void removeLastDatesFromGroup(RuleOwner& group, std::int64_t count) {
     removeLastDates(group.groupHistory, count);
 }
 
-void trimOutdatedHistoryElementsOfGroup(RuleOwner& group, std::span<const std::shared_ptr<RuleOwner>> members,
-                                        WallTime now) {
+bool trimOutdatedHistoryElementsOfGroup(RuleOwner& group, std::span<const std::shared_ptr<RuleOwner>> members,
+                                        WallTime now, std::optional<Error>* error) {
     std::vector<RulePeriods> periods;
+    std::optional<Error> failure;
     for (const auto& member : members) {
-        for (const auto& rule : member->rules()) periods.push_back(rule->periods());
+        for (const auto& rule : member->rules(&failure)) periods.push_back(rule->periods());
+    }
+    if (failure) {
+        assign(error, std::move(*failure));
+        return false;
     }
     trimOutdatedHistoryElementsOfGroup(group.groupHistory, periods, now);
+    return true;
 }
 
 }  // namespace QuomiRuleHelper

@@ -118,9 +118,10 @@ void trimOutdatedHistoryElementsOfRule(RuleWithActions& rule, WallTime now);
 void addDateToHistoryOfGroup(RuleOwner& group, WallTime now);
 /// Removes the last `count` dates, but only when there are as many.
 void removeLastDatesFromGroup(RuleOwner& group, std::int64_t count);
-/// Forgets what lies before the longest group period of all rules of all members.
-void trimOutdatedHistoryElementsOfGroup(RuleOwner& group, std::span<const std::shared_ptr<RuleOwner>> members,
-                                        WallTime now);
+/// Forgets what lies before the longest group period of all rules of all members. False, with an error and nothing
+/// forgotten, when these rules cannot be read.
+bool trimOutdatedHistoryElementsOfGroup(RuleOwner& group, std::span<const std::shared_ptr<RuleOwner>> members,
+                                        WallTime now, std::optional<Error>* error = nullptr);
 
 }  // namespace QuomiRuleHelper
 

@@ -19,8 +19,8 @@ auto isOfTrigger(std::string_view trigger) {
 
 }  // namespace
 
-std::vector<std::shared_ptr<RuleWithActions>> RuleOwner::rules() {
-    return rulesWhere<RuleWithActions>([](const RuleWithActions&) { return true; });
+std::vector<std::shared_ptr<RuleWithActions>> RuleOwner::rules(std::optional<Error>* error) {
+    return rulesWhere<RuleWithActions>([](const RuleWithActions&) { return true; }, error);
 }
 
 boost::json::array RuleOwner::getActionsAsArrayOfDictionaries() {
@@ -29,7 +29,8 @@ boost::json::array RuleOwner::getActionsAsArrayOfDictionaries() {
     return dictionaries;
 }
 
-void RuleOwner::copyCounters(RuleOwner& replaced, WallTime now) {
+bool RuleOwner::copyCounters(RuleOwner& replaced, WallTime now, std::optional<Error>* error) {
+    if (members(error) == nullptr || replaced.members(error) == nullptr) return false;
     copyOwnCounters(replaced);
     groupTriggersCount = replaced.groupTriggersCount;
     groupHistory = replaced.groupHistory;
@@ -41,13 +42,16 @@ void RuleOwner::copyCounters(RuleOwner& replaced, WallTime now) {
             QuomiRuleHelper::trimOutdatedHistoryElementsOfRule(*rule, now);
         }
     }
+    return true;
 }
 
-void RuleOwner::resetAllCounters() {
+bool RuleOwner::resetAllCounters(std::optional<Error>* error) {
+    if (members(error) == nullptr) return false;
     resetOwnCounters();
     groupTriggersCount = 0;
     groupHistory.clear();
     for (const auto& rule : rules()) rule->resetAllCounters();
+    return true;
 }
 
 QuomiSchedule& RuleOwner::getScheduleObject() {

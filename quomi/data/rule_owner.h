@@ -30,16 +30,19 @@ struct RuleOwner : ManagedObject {
 
     /// What the server calls it.
     [[nodiscard]] virtual const std::string& identifier() const = 0;
-    /// The rules in the order in which they were added.
-    [[nodiscard]] std::vector<std::shared_ptr<RuleWithActions>> rules();
-    /// Adds a rule.
-    void addActionObject(std::shared_ptr<RuleWithActions> rule) { addMember(std::move(rule)); }
+    /// The rules in the order in which they were added. Empty, with an error, when they cannot be read.
+    [[nodiscard]] std::vector<std::shared_ptr<RuleWithActions>> rules(std::optional<Error>* error = nullptr);
+    /// Adds a rule that belongs to nothing yet; false for any other, and when the store cannot be read.
+    bool addActionObject(std::shared_ptr<RuleWithActions> rule, std::optional<Error>* error = nullptr) {
+        return addMember(std::move(rule), error);
+    }
     [[nodiscard]] boost::json::array getActionsAsArrayOfDictionaries();
 
     /// Takes over the counters of the stored object that this one replaces, and those of each of its rules for the rule
-    /// with the same identifier here.
-    void copyCounters(RuleOwner& replaced, WallTime now);
-    void resetAllCounters();
+    /// with the same identifier here. False, with an error and nothing taken over, when the rules cannot be read.
+    bool copyCounters(RuleOwner& replaced, WallTime now, std::optional<Error>* error = nullptr);
+    /// False, with an error and nothing reset, when the rules cannot be read.
+    bool resetAllCounters(std::optional<Error>* error = nullptr);
 
     /// The opening hours, read anew from `schedule`; a text that cannot be read leaves those read before.
     [[nodiscard]] QuomiSchedule& getScheduleObject();
@@ -53,12 +56,15 @@ protected:
     virtual void copyOwnCounters(const RuleOwner& replaced) = 0;
     virtual void resetOwnCounters() = 0;
 
-    /// The rules that fulfil the condition, in their order.
+    /// The rules that fulfil the condition, in their order. Empty, with an error, when they cannot be read.
     template <class Rule, class Condition>
-    [[nodiscard]] std::vector<std::shared_ptr<Rule>> rulesWhere(const Condition& condition) {
+    [[nodiscard]] std::vector<std::shared_ptr<Rule>> rulesWhere(const Condition& condition,
+                                                                std::optional<Error>* error = nullptr) {
         std::vector<std::shared_ptr<Rule>> rules;
-        for (const auto& member : members()) {
-            auto rule = std::static_pointer_cast<Rule>(member);
+        const auto* all = members(error);
+        if (all == nullptr) return rules;
+        for (const auto& member : *all) {
+            auto rule = std::static_pointer_cast<Rule>(member.object());
             if (condition(*rule)) rules.push_back(std::move(rule));
         }
         return rules;

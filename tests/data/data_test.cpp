@@ -113,5 +113,48 @@ TEST(QuomiData, ChangesAreWholeOrNotThere) {
     EXPECT_FALSE(data->getApplication());
 }
 
+/// What has changed waits in memory; what is saved can be read, in the foreground and in the background.
+TEST(QuomiData, AStoreThatAnotherProcessHolds) {
+    for (const bool isInBackground : {false, true}) {
+        StoreHost host;
+        const auto data = host.open();
+        ASSERT_EQ(data->insertOrUpdateGeofences(sourceOf<QuomiGeofence>({geofence("a", {"r"}), geofence("b")}),
+                                                QuomiGeofenceRegion()),
+                  2U);
+        ASSERT_TRUE(data->saveContext());
+        data->startBackgroundObjectContext();
+        if (isInBackground) host.phone.background();
+        auto other = host.connect();
+        other.exec("BEGIN IMMEDIATE");
+        const auto begin = std::chrono::steady_clock::now();
+        const auto held = data->getGeofenceById("a");
+        held->entryCount = 5;
+        for (int i = 0; i < 10; ++i) {
+            EXPECT_FALSE(data->saveContext());
+            EXPECT_EQ(data->getGeofenceById("a"), held);
+            EXPECT_EQ(data->getGeofenceRuleById("r")->geofence(), held);
+            EXPECT_EQ(idsOf(data->getAllGeofences()), "a b");
+            EXPECT_FALSE(data->removeEverything());
+        }
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, 400ms) << "waits in vain once";
+        const auto region = std::make_shared<QuomiGeofenceRegion>();
+        EXPECT_FALSE(data->insertOrUpdateGeofenceRegion(region));
+        EXPECT_EQ(region->context(), nullptr);
+        other.exec("ROLLBACK");
+        EXPECT_TRUE(data->saveContext());
+        EXPECT_EQ(valueOf(other, "group_concat(entryCount)", "QuomiGeofence"), "5,0");
+
+        // Patience is back: who holds the store for a moment costs nothing.
+        other.exec("BEGIN IMMEDIATE");
+        std::thread neighbour([&other] {
+            std::this_thread::sleep_for(50ms);
+            other.exec("ROLLBACK");
+        });
+        held->entryCount = 6;
+        EXPECT_TRUE(data->saveContext());
+        neighbour.join();
+    }
+}
+
 }  // namespace
 }  // namespace quomi::test

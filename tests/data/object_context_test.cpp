@@ -210,6 +210,46 @@ TEST_F(Contexts, WhatComesAfterARefusalIsDroppedWithIt) {
     EXPECT_EQ(saved("geofenceId"), "later");
 }
 
+/// A table that is gone stands for a disk that cannot be read.
+TEST_F(Contexts, WhatCannotBeReadIsAnError) {
+    context.insert(geofence("a", {"r"}));
+    context.insert(geofence("b"));
+    ASSERT_TRUE(context.save());
+    const auto a = byId(context, "a");
+    a->entryCount = 1;
+    host.connect().exec("PRAGMA foreign_keys = OFF; DROP TABLE QuomiGeofenceRuleWithActions");
+    const auto fails = [this](bool isDone) {
+        const auto failure = std::exchange(error, std::nullopt);
+        return !isDone && failure && failure->code == 600;
+    };
+    EXPECT_TRUE(fails(!a->rules(&error).empty()));
+    EXPECT_TRUE(fails(a->resetAllCounters(&error)));
+    EXPECT_EQ(a->entryCount, 1);
+    const auto next = geofence("a");
+    EXPECT_TRUE(fails(next->copyCounters(*a, at(0), &error)));
+    EXPECT_EQ(next->entryCount, 0);
+    EXPECT_TRUE(fails(a->addActionObject(std::make_shared<QuomiGeofenceRuleWithActions>(), &error)));
+    EXPECT_TRUE(fails(context.objectWithID<QuomiGeofenceRuleWithActions>(1, &error) != nullptr));
+    a->groupHistory = {at(1)};
+    EXPECT_TRUE(fails(QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(
+        *a, std::vector<std::shared_ptr<RuleOwner>>{a}, at(9), &error)));
+    EXPECT_THAT(a->groupHistory, ElementsAre(at(1)));
+    EXPECT_TRUE(context.save()) << "nothing of all that waits";
+
+    const auto withRule = geofence("c", {"r2"});
+    EXPECT_TRUE(fails(context.insert(withRule, &error)));
+    EXPECT_EQ(withRule->context(), nullptr);
+    EXPECT_EQ(byId(context, "c"), nullptr);
+    EXPECT_TRUE(context.insert(geofence("d"), &error));
+
+    ObjectContext child(context);
+    byId(child, "b")->latitude = 7;
+    byId(child, "a")->latitude = 7;
+    context.save();
+    host.connect().exec("DROP TABLE QuomiGeofence");
+    EXPECT_TRUE(fails(child.save(&error)));
+}
+
 /// Another process of the app writes in between.
 TEST_F(Contexts, KeysAreFreeWhoeverElseWrites) {
     ASSERT_TRUE(context.save());

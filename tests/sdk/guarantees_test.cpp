@@ -1,7 +1,7 @@
 // What docs/guarantees.md promises, as far as no other test looks after it.
 
 #include "quomi/quomi.h"
-#include "tests/support/sdk_fixture.h"
+#include "tests/sdk/town_fixture.h"
 
 #include <malloc.h>
 #include <sys/stat.h>
@@ -132,6 +132,34 @@ TEST(Guarantees, FilesArePrivate) {
         const auto expected = entry.is_directory() ? perms::owner_all : perms::owner_read | perms::owner_write;
         EXPECT_EQ(entry.status().permissions(), expected) << entry.path();
     }
+}
+
+/// What a visit with a beacon and a geofence logs while another process writes to the store all the time. Rules do not
+/// run meanwhile, since nothing can be counted.
+TEST(Guarantees, ALockedStoreCostsNoEvent) {
+    std::vector<std::vector<std::string>> events;
+    for (const bool isLocked : {false, true}) {
+        Town app({geofenceOf("well", {ruleOf("in", "on_entry")})});
+        hangBeacons(app);
+        ASSERT_TRUE(app.begin());
+        app.hear(2, -60);
+        app.settle(seconds(60));
+        SQLite::Database other(app.storeFile().string(), SQLite::OPEN_READWRITE);
+        if (isLocked) other.exec("BEGIN IMMEDIATE");
+        app.journal.clear();
+        const auto begin = std::chrono::steady_clock::now();
+        for (int i = 0; i < 20; ++i) {
+            app.hear(1, -60);
+            app.enter("well");
+            app.settle(seconds(10));
+            app.leave("well");
+        }
+        // One wait in vain, not one an operation.
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
+        events.push_back(app.lines("event {\"type\":\"view\""));
+    }
+    EXPECT_GE(events[0].size(), 59U);
+    EXPECT_EQ(events[0], events[1]);
 }
 
 TEST(Guarantees, AThousandStartsAndStopsKeepNothing) {
