@@ -7,6 +7,7 @@
 #include "quomi/model/user.h"
 #include "quomi/model/version.h"
 #include "quomi/platform/clock.h"
+#include "quomi/platform/console.h"
 #include "quomi/platform/device.h"
 #include "quomi/platform/device_helpers.h"
 #include "quomi/util/dates.h"
@@ -37,12 +38,6 @@ HttpSession::Success withBody(QuomiAPI::Success success) {
 HttpSession::Failure withError(QuomiAPI::Failure failure) {
     return [failure = std::move(failure)](const HttpSessionFailure& ended) {
         if (failure) failure(ended.error);
-    };
-}
-
-HttpSession::Success withoutBody(QuomiAPI::Done success) {
-    return [success = std::move(success)](const boost::json::value&, int) {
-        if (success) success();
     };
 }
 
@@ -81,8 +76,9 @@ QuomiAPI::QuomiAPI(std::string baseURL, const Platform& platform, const QuomiSet
       settings_(settings),
       debugLog_(debugLog),
       errors_(platform.localization),
-      session_(platform.http, jsonHeaders(), toDuration(Seconds(settings.requestTimeout))),
-      serverNotifications_(session_, settings, platform.runLoop, debugLog, errors_) {
+      session_(platform,
+               {jsonHeaders(), toDuration(Seconds(settings.requestTimeout)), settings.deployment().maxResponseBytes}),
+      serverNotifications_(session_, settings, platform_, debugLog, errors_) {
     session_.setSuspended(platform.reachability.status() == NetworkStatus::notReachable);
     reachability_ = platform.reachability.observe(
         [this](NetworkStatus status) { session_.setSuspended(status == NetworkStatus::notReachable); });
@@ -94,7 +90,12 @@ std::size_t QuomiAPI::getRequestQueueCount() const {
     return session_.requestCount();
 }
 
+void QuomiAPI::forgetFailedDownloads() {
+    session_.forgetFailures();
+}
+
 void QuomiAPI::cancelAllRequests() {
+    areAllGeofencesWanted_ = false;
     serverNotifications_.cancelAll();
     session_.cancelAll();
 }
@@ -110,6 +111,19 @@ std::string QuomiAPI::logEndpoint(std::string_view name) const {
 
 std::string QuomiAPI::udid() const {
     return QuomiUDID::udid(platform_.device);
+}
+
+void QuomiAPI::post(const std::string& url, const boost::json::object& body, Done success, Failure failure) {
+    session_.post(
+        url, body,
+        [success = std::move(success)](const boost::json::value&, int) {
+            if (success) success();
+        },
+        [this, failure = std::move(failure)](const HttpSessionFailure& ended) {
+            // Nobody else says so: what the server answers to these does not matter.
+            if (ended.exceedsBound) platform_.console.log(fmt::format("Quomi SDK Error: {}", describe(ended.error)));
+            if (failure) failure(ended.error);
+        });
 }
 
 void QuomiAPI::getApplicationWithNamespace(const std::string& appNamespace, Success success, Failure failure) {
@@ -164,8 +178,8 @@ void QuomiAPI::registerUdid(const std::string& udid, const std::optional<std::st
     std::string token = deviceToken;
     std::erase_if(token, [](char c) { return c == '<' || c == '>' || c == ' '; });
     body["push_token"] = token;
-    session_.post(joinUrl(settings_.deployment().apiBaseUrl, "/u_app_users/register_push_token.json"), body,
-                  withoutBody(std::move(success)), withError(std::move(failure)));
+    post(joinUrl(settings_.deployment().apiBaseUrl, "/u_app_users/register_push_token.json"), body, std::move(success),
+         std::move(failure));
 }
 
 void QuomiAPI::sendLogEvent(const std::optional<WallTime>& logTime, const std::optional<std::string>& logData,
@@ -173,7 +187,7 @@ void QuomiAPI::sendLogEvent(const std::optional<WallTime>& logTime, const std::o
     boost::json::object body{{"udid", udid()}};
     if (logTime) body["date"] = QuomiUtils::logDateString(*logTime, platform_.clock.timeZone());
     if (auto data = logData ? parseJson(*logData) : std::nullopt) body["data"] = std::move(*data);
-    session_.post(logEndpoint("log.json"), body, withoutBody(std::move(success)), withError(std::move(failure)));
+    post(logEndpoint("log.json"), body, std::move(success), std::move(failure));
 }
 
 void QuomiAPI::sendEvent(const QuomiDebugLog& record, Done success, Failure failure) {
@@ -185,24 +199,13 @@ void QuomiAPI::sendDLogEvent(const QuomiDLog& record, Done success, Failure fail
 }
 
 void QuomiAPI::sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure) {
-    session_.post(
-        endpoint("/u_beacon_devices/battery_alert.json"),
-        {{"namespace", alert.appNamespace}, {"uuid", alert.proximityUUID}, {"battery_service_id", alert.serviceID}},
-        withoutBody(std::move(success)), withError(std::move(failure)));
+    post(endpoint("/u_beacon_devices/battery_alert.json"),
+         {{"namespace", alert.appNamespace}, {"uuid", alert.proximityUUID}, {"battery_service_id", alert.serviceID}},
+         std::move(success), std::move(failure));
 }
 
-void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
-                                           int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
-                                           Done enableBlock,
-                                           std::function<void(const QuomiNotifyServerResponse*)> ended) {
-    serverNotifications_.send({url, std::move(actionExecutor), triggeredBy, std::move(infoDict), std::move(success),
-                               std::move(failure), std::move(enableBlock), std::move(ended)});
-}
-
-void QuomiAPI::sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
-                                           int triggeredBy, Done success, Failure failure, Done enableBlock) {
-    sendServerNotificationToURL(url, std::move(actionExecutor), triggeredBy, {}, std::move(success), std::move(failure),
-                                std::move(enableBlock));
+void QuomiAPI::sendServerNotificationToURL(ServerNotification notification) {
+    serverNotifications_.send(std::move(notification));
 }
 
 void QuomiAPI::setCustomHeadersForServerNotificationRequest(Headers headers) {
@@ -227,8 +230,8 @@ void QuomiAPI::sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, Done 
         log["date"] = QuomiUtils::logDateString(*record.logTime, zone);
         logs.push_back(std::move(log));
     }
-    session_.post(logEndpoint("log_multi.json"), {{"udid", udid()}, {"logs", std::move(logs)}},
-                  withoutBody(std::move(success)), withError(std::move(failure)));
+    post(logEndpoint("log_multi.json"), {{"udid", udid()}, {"logs", std::move(logs)}}, std::move(success),
+         std::move(failure));
 }
 
 }  // namespace quomi

@@ -44,9 +44,9 @@ struct DownloadResponse {
 class QuomiAPI : public Uploader, public RulesSource {
 public:
     /// Given the decoded answer.
-    using Success = RulesSource::Success;
+    using Success = std::function<void(const boost::json::value&)>;
     using Done = std::function<void()>;
-    using Failure = RulesSource::Failure;
+    using Failure = std::function<void(const Error&)>;
     using DownloadFailure = std::function<void(const DownloadResponse&, const Error&)>;
     using Headers = std::map<std::string, std::string, std::less<>>;
 
@@ -56,8 +56,11 @@ public:
     ~QuomiAPI() override;
 
     [[nodiscard]] const std::string& baseURL() const { return baseURL_; }
-    /// Requests that have not ended, waiting ones included; not server notifications between two tries.
+    /// Requests that have not ended, waiting ones included; not server notifications between two tries, nor downloads
+    /// that are held back because they failed before.
     [[nodiscard]] std::size_t getRequestQueueCount() const;
+    /// Downloads that failed before are no longer held back.
+    void forgetFailedDownloads();
     /// Drops every request and every server notification between two tries; nobody is called back for them.
     void cancelAllRequests();
 
@@ -65,29 +68,19 @@ public:
     void getApplicationWithNamespace(const std::string& appNamespace, Success success, Failure failure);
     /// The device-wide event limits of the namespace.
     void getApplicationEventLimits(const std::string& appNamespace, Success success, Failure failure);
-    /// Downloads the geofences with their rules in a circle (degrees, metres), all or those that changed since the
-    /// date; all namespaces for an empty one. False, and no callback, with an error: 403 while an earlier download of
-    /// geofences runs; 401 for a radius below 1 and for degrees outside -90..90 and -180..180. Fails with 404 as
-    /// `getDataAtURL`.
-    bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng, double radius,
-                                        std::optional<WallTime> lastUpdateDate, Success success, Failure failure,
+    /// Downloads geofences with their rules. False, and no callback, with an error: 403 while an earlier download of
+    /// geofences runs; 401 for a radius below 1 and for degrees outside -90..90 and -180..180. An earlier one that only
+    /// waits (no network) gives way to this one and calls nobody back. Fails with 404 as `getDataAtURL`.
+    bool getGeofencesRulesWithNamespace(const GeofencesQuestion& question, RulesDownload download,
                                         std::optional<Error>* error = nullptr) override;
-    /// Downloads the beacons of the UUID with their rules, perhaps only those of a major or minor, or those that
-    /// changed since the date; all namespaces for an empty one. Fails with 404 as `getDataAtURL`.
-    void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
-                                      std::optional<int> major, std::optional<int> minor,
-                                      std::optional<WallTime> lastUpdateDate, Success success,
-                                      Failure failure) override;
-    /// The URLs of these downloads. The namespace stands in them as it is.
-    [[nodiscard]] std::string getURLForGeofencesWithNamespace(const std::string& appNamespace, float lat, float lng,
-                                                              float radius,
-                                                              std::optional<WallTime> lastUpdateDate) const;
-    [[nodiscard]] std::string getURLForBeaconsWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
-                                                            std::optional<int> major, std::optional<int> minor,
-                                                            std::optional<WallTime> lastUpdateDate) const;
+    /// Downloads beacons with their rules. Fails with 404 as `getDataAtURL`.
+    void getBeaconsRulesWithNamespace(const BeaconsQuestion& question, RulesDownload download) override;
+    /// The URLs of these downloads. The namespace stands in them as it is, numbers in single precision.
+    [[nodiscard]] std::string getURLForGeofencesWithNamespace(const GeofencesQuestion& question) const;
+    [[nodiscard]] std::string getURLForBeaconsWithNamespace(const BeaconsQuestion& question) const;
     /// Downloads JSON. Only status 200 is success; another one from 200 to 299 fails with 404, whose user info has the
     /// status as "responseCode". A download that equals one which still waits to be sent joins it.
-    void getDataAtURL(const std::string& url, Success successBlock, const DownloadFailure& failedBlock);
+    void getDataAtURL(const std::string& url, const Success& successBlock, const DownloadFailure& failedBlock);
 
     /// Tells the server who uses the device, with facts about the device. The answer goes into the debug log, without
     /// the advertising identifier.
@@ -107,12 +100,7 @@ public:
 
     /// Asks a rule's server what to do, as ServerNotifications says. Success is an answer that is understood, before
     /// anything comes of it; failures are the request's, or 405 for another answer.
-    void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
-                                     int triggeredBy, boost::json::object infoDict, Done success, Failure failure,
-                                     Done enableBlock,
-                                     std::function<void(const QuomiNotifyServerResponse* answer)> ended = {});
-    void sendServerNotificationToURL(const std::string& url, std::weak_ptr<ServerActionPerformer> actionExecutor,
-                                     int triggeredBy, Done success, Failure failure, Done enableBlock);
+    void sendServerNotificationToURL(ServerNotification notification);
 
     /// Headers meant for server notifications, by name. Kept, but never sent: deliberate, those go out with the headers
     /// of all requests.
@@ -122,7 +110,10 @@ public:
     void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
 private:
-    [[nodiscard]] bool mayDownloadGeofences(double lat, double lng, double radius, std::optional<Error>* error);
+    [[nodiscard]] bool mayDownloadGeofences(const GeofencesQuestion& question, std::optional<Error>* error);
+    void downloadRules(HttpSession::Download request, RulesDownload download);
+    [[nodiscard]] std::optional<Error> statusError(int status) const;
+    void post(const std::string& url, const boost::json::object& body, Done success, Failure failure);
     void sendLogEvent(const std::optional<WallTime>& logTime, const std::optional<std::string>& logData, Done success,
                       Failure failure);
     [[nodiscard]] std::string logEndpoint(std::string_view name) const;
@@ -139,6 +130,7 @@ private:
     ServerNotifications serverNotifications_;
     Headers customHeaders_;
     bool busyWithDownloadingGeofences_ = false;
+    bool areAllGeofencesWanted_ = false;  // by the download that makes it busy
     std::unique_ptr<ReachabilityObservation> reachability_;
 };
 

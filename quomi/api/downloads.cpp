@@ -2,8 +2,8 @@
 #include "quomi/api/url.h"
 #include "quomi/model/settings.h"
 #include "quomi/util/dates.h"
+#include "quomi/util/host_call.h"
 #include "quomi/util/text.h"
-#include "quomi/util/uuid.h"
 
 #include <algorithm>
 #include <limits>
@@ -19,9 +19,9 @@ namespace {
 constexpr int kOk = 200;
 
 /// The number as the server is told it: of single precision.
-float single(double value) {
+double single(double value) {
     constexpr double kLargest = std::numeric_limits<float>::max();
-    return static_cast<float>(std::min(value, kLargest));
+    return static_cast<double>(static_cast<float>(std::min(value, kLargest)));
 }
 
 void appendNamespace(std::string& url, const std::string& appNamespace) {
@@ -34,32 +34,29 @@ void appendDate(std::string& url, std::optional<WallTime> lastUpdateDate) {
 
 }  // namespace
 
-std::string QuomiAPI::getURLForGeofencesWithNamespace(const std::string& appNamespace, float lat, float lng,
-                                                      float radius, std::optional<WallTime> lastUpdateDate) const {
+std::string QuomiAPI::getURLForGeofencesWithNamespace(const GeofencesQuestion& question) const {
     auto url = fmt::format("{}?api_version={}&lat={:.6f}&lng={:.6f}&radius={:.6f}&udid={}",
-                           endpoint("/u_geofences/query.json"), settings_.apiVersion, static_cast<double>(lat),
-                           static_cast<double>(lng), static_cast<double>(radius), udid());
-    appendNamespace(url, appNamespace);
-    appendDate(url, lastUpdateDate);
+                           endpoint("/u_geofences/query.json"), settings_.apiVersion, single(question.latitude),
+                           single(question.longitude), single(question.radius), udid());
+    appendNamespace(url, question.appNamespace);
+    appendDate(url, question.lastUpdateDate);
     return url;
 }
 
-std::string QuomiAPI::getURLForBeaconsWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
-                                                    std::optional<int> major, std::optional<int> minor,
-                                                    std::optional<WallTime> lastUpdateDate) const {
+std::string QuomiAPI::getURLForBeaconsWithNamespace(const BeaconsQuestion& question) const {
     // "proximity_uid" is deliberate: the server knows the parameter by that name.
     auto url = fmt::format("{}?api_version={}&proximity_uid={}&udid={}", endpoint("/u_beacons/query.json"),
-                           settings_.apiVersion, proximityUUID.string(), udid());
-    appendNamespace(url, appNamespace);
-    if (major) url += fmt::format("&major={}", *major);
-    if (minor) url += fmt::format("&minor={}", *minor);
-    appendDate(url, lastUpdateDate);
+                           settings_.apiVersion, question.proximityUUID.string(), udid());
+    appendNamespace(url, question.appNamespace);
+    if (question.major) url += fmt::format("&major={}", *question.major);
+    if (question.minor) url += fmt::format("&minor={}", *question.minor);
+    appendDate(url, question.lastUpdateDate);
     return url;
 }
 
-bool QuomiAPI::mayDownloadGeofences(double lat, double lng, double radius, std::optional<Error>* error) {
-    // The answer to a request that was dropped never comes; it must not block downloads for ever.
-    if (getRequestQueueCount() == 0) busyWithDownloadingGeofences_ = false;
+bool QuomiAPI::mayDownloadGeofences(const GeofencesQuestion& question, std::optional<Error>* error) {
+    // The answer to a request that was dropped never comes, and that to one that was not sent may take hours.
+    if (session_.sentCount() == 0) busyWithDownloadingGeofences_ = false;
     const auto refuse = [&](const Error& reason) {
         assign(error, reason);
         return false;
@@ -68,52 +65,80 @@ bool QuomiAPI::mayDownloadGeofences(double lat, double lng, double radius, std::
     const auto refuseParameter = [&](std::string_view why) {
         return refuse(errors_.errorWithCode(ErrorCode::requestParameters, why));
     };
-    if (radius < 1.0) return refuseParameter("Radius cannot be less than 1");
+    const double lat = question.latitude;
+    const double lng = question.longitude;
+    if (question.radius < 1.0) return refuseParameter("Radius cannot be less than 1");
     if (lat > 90.0 || lat < -90.0) return refuseParameter("Latitude cannot be outside of (-90,90) range");
     if (lng > 180.0 || lng < -180.0) return refuseParameter("Longitude cannot be outside of (-180,180) range");
     return true;
 }
 
-bool QuomiAPI::getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng,
-                                              double radius, std::optional<WallTime> lastUpdateDate, Success success,
-                                              Failure failure, std::optional<Error>* error) {
-    if (!mayDownloadGeofences(atLat, atLng, radius, error)) return false;
+bool QuomiAPI::getGeofencesRulesWithNamespace(const GeofencesQuestion& asked, RulesDownload download,
+                                              std::optional<Error>* error) {
+    if (!mayDownloadGeofences(asked, error)) return false;
     busyWithDownloadingGeofences_ = true;
-    getDataAtURL(
-        getURLForGeofencesWithNamespace(appNamespace, single(atLat), single(atLng), single(radius), lastUpdateDate),
-        [this, success = std::move(success)](const boost::json::value& answer) {
-            busyWithDownloadingGeofences_ = false;
-            if (success) success(answer);
-        },
-        [this, failure = std::move(failure)](const DownloadResponse&, const Error& reason) {
-            busyWithDownloadingGeofences_ = false;
-            if (failure) failure(reason);
-        });
+    auto question = asked;
+    // What gives way to this one may have asked for everything.
+    if (areAllGeofencesWanted_) question.lastUpdateDate.reset();
+    areAllGeofencesWanted_ = !question.lastUpdateDate;
+    HttpSession::Download request;
+    request.url = getURLForGeofencesWithNamespace(question);
+    request.replacesWaiting = true;
+    request.ended = [this] {
+        busyWithDownloadingGeofences_ = false;
+        areAllGeofencesWanted_ = false;
+    };
+    downloadRules(std::move(request), std::move(download));
     return true;
 }
 
-void QuomiAPI::getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
-                                            std::optional<int> major, std::optional<int> minor,
-                                            std::optional<WallTime> lastUpdateDate, Success success, Failure failure) {
-    getDataAtURL(getURLForBeaconsWithNamespace(appNamespace, proximityUUID, major, minor, lastUpdateDate),
-                 std::move(success), [failure = std::move(failure)](const DownloadResponse&, const Error& reason) {
-                     if (failure) failure(reason);
-                 });
+void QuomiAPI::getBeaconsRulesWithNamespace(const BeaconsQuestion& question, RulesDownload download) {
+    HttpSession::Download request;
+    request.url = getURLForBeaconsWithNamespace(question);
+    downloadRules(std::move(request), std::move(download));
 }
 
-void QuomiAPI::getDataAtURL(const std::string& url, Success successBlock, const DownloadFailure& failedBlock) {
-    session_.getShared(
-        url,
-        [this, successBlock = std::move(successBlock), failedBlock](const boost::json::value& body, int status) {
-            if (status == kOk) {
-                if (successBlock) successBlock(body);
-            } else if (failedBlock) {
-                failedBlock({status, body},
-                            errors_.errorWithCodeAndInfo(ErrorCode::downloadStatus, {{"responseCode", status}}));
-            }
+void QuomiAPI::downloadRules(HttpSession::Download request, RulesDownload download) {
+    request.take = [this, take = std::move(download.take)](const boost::json::value& body, int status,
+                                                           std::optional<Error>* error) {
+        *error = statusError(status);
+        if (!*error && take) take(body, error);
+    };
+    request.failed = std::move(download.failed);
+    HttpSession::Success success;
+    HttpSession::Failure failure;
+    if (download.success || download.failure) {
+        success = [this, succeeded = download.success, failed = download.failure](const boost::json::value&,
+                                                                                  int status) {
+            const auto error = statusError(status);
+            error ? callHost(failed, *error) : callHost(succeeded);
+        };
+    }
+    if (download.failure) {
+        failure = [failed = download.failure](const HttpSessionFailure& ended) { failed(ended.error); };
+    }
+    session_.download(std::move(request), std::move(success), std::move(failure));
+}
+
+std::optional<Error> QuomiAPI::statusError(int status) const {
+    if (status == kOk) return std::nullopt;
+    return errors_.errorWithCodeAndInfo(ErrorCode::downloadStatus, {{"responseCode", status}});
+}
+
+void QuomiAPI::getDataAtURL(const std::string& url, const Success& successBlock, const DownloadFailure& failedBlock) {
+    HttpSession::Download request;
+    request.url = url;
+    request.take = [this](const boost::json::value&, int status, std::optional<Error>* error) {
+        *error = statusError(status);
+    };
+    session_.download(
+        std::move(request),
+        [this, successBlock, failedBlock](const boost::json::value& body, int status) {
+            const auto error = statusError(status);
+            error ? callHost(failedBlock, DownloadResponse{status, body}, *error) : callHost(successBlock, body);
         },
         [failedBlock](const HttpSessionFailure& ended) {
-            if (failedBlock) failedBlock({ended.status, nullptr}, ended.error);
+            callHost(failedBlock, DownloadResponse{ended.status, nullptr}, ended.error);
         });
 }
 

@@ -1,12 +1,15 @@
 #include "quomi/api/server_notification.h"
 
-#include "quomi/api/callback.h"
 #include "quomi/api/http_session.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/errors.h"
 #include "quomi/model/notify_server_response.h"
 #include "quomi/model/settings.h"
+#include "quomi/platform/console.h"
+#include "quomi/platform/platform.h"
 #include "quomi/platform/run_loop.h"
+#include "quomi/util/host_call.h"
+#include "quomi/util/lifetime.h"
 #include "quomi/util/number.h"
 #include "quomi/util/text.h"
 #include "quomi/util/time.h"
@@ -15,6 +18,8 @@
 #include <cmath>
 #include <optional>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace quomi {
 
@@ -52,12 +57,12 @@ struct ServerNotifications::Attempt {
     double slotDuration = 0;
     double scale = 1;
     std::unique_ptr<Timer> retryTimer;
-    bool isCancelled = false;
+    Lifetime lifetime{};  // ends when the notification is dropped
 };
 
-ServerNotifications::ServerNotifications(HttpSession& session, const QuomiSettings& settings, RunLoop& runLoop,
+ServerNotifications::ServerNotifications(HttpSession& session, const QuomiSettings& settings, const Platform& platform,
                                          DebugLog& debugLog, const QuomiErrors& errors)
-    : session_(session), settings_(settings), runLoop_(runLoop), debugLog_(debugLog), errors_(errors) {}
+    : session_(session), settings_(settings), platform_(platform), debugLog_(debugLog), errors_(errors) {}
 
 ServerNotifications::~ServerNotifications() {
     cancelAll();
@@ -76,7 +81,7 @@ void ServerNotifications::send(ServerNotification notification) {
 
 void ServerNotifications::cancelAll() {
     const auto dropped = std::exchange(attempts_, {});
-    for (const auto& attempt : dropped) attempt->isCancelled = true;
+    for (const auto& attempt : dropped) attempt->lifetime.end();
 }
 
 // The request goes through the client's session, so that session's headers and timeout apply. Deliberate: no request
@@ -84,31 +89,31 @@ void ServerNotifications::cancelAll() {
 void ServerNotifications::tryNow(const Handle& attempt) {
     debugLog_.log("sendServerNotificationToURL {} tryNb = {} nbOfRetryLeft = {}", attempt->notification.url,
                   attempt->tryNb, attempt->nbOfRetryLeft);
-    session_.get(
-        attempt->notification.url,
-        [this, attempt](const boost::json::value& body, int) {
-            if (attempt->isCancelled) return;
-            debugLog_.log("Server notification success");
-            treatRequestServerResponse(attempt, body);
-        },
-        [this, attempt](const HttpSessionFailure& failure) {
-            if (!attempt->isCancelled) treatFailure(attempt, failure);
-        });
+    session_.get(attempt->notification.url,
+                 attempt->lifetime.guard([this, attempt](const boost::json::value& body, int) {
+                     debugLog_.log("Server notification success");
+                     treatRequestServerResponse(attempt, body);
+                 }),
+                 attempt->lifetime.guard(
+                     [this, attempt](const HttpSessionFailure& failure) { treatFailure(attempt, failure); }));
 }
 
 void ServerNotifications::treatFailure(const Handle& attempt, const HttpSessionFailure& failure) {
     if (!failure.status) {
         forget(attempt);
-        return callBack(attempt->notification.ended, nullptr);
+        return callHost(attempt->notification.ended, nullptr);
     }
     debugLog_.log("Server notification failure, status code = {}", *failure.status);
+    if (failure.exceedsBound) {
+        platform_.console.log(fmt::format("Quomi SDK Error: {}", describe(failure.error)));
+    }
     const bool isFinal = *failure.status >= 400 && *failure.status <= 599;
     if (!isFinal && attempt->nbOfRetryLeft > 0) return retryLater(attempt);
     debugLog_.log("Number of retry exceeded, notifying of server notification failure...");
-    callBack(attempt->notification.failure, failure.error);
-    if (attempt->isCancelled) return;
+    callHost(attempt->notification.failure, failure.error);
+    if (attempt->lifetime.hasEnded()) return;
     forget(attempt);
-    callBack(attempt->notification.ended, nullptr);
+    callHost(attempt->notification.ended, nullptr);
 }
 
 void ServerNotifications::retryLater(const Handle& attempt) {
@@ -118,9 +123,10 @@ void ServerNotifications::retryLater(const Handle& attempt) {
     debugLog_.log("Will retry server notification in {:.2f} seconds", wait);
     ++attempt->tryNb;
     --attempt->nbOfRetryLeft;
-    attempt->retryTimer = runLoop_.scheduleOnce(toDuration(Seconds(wait)), [this, weak = std::weak_ptr(attempt)] {
-        if (const auto waiting = weak.lock()) tryNow(waiting);
-    });
+    attempt->retryTimer =
+        platform_.runLoop.scheduleOnce(toDuration(Seconds(wait)), [this, weak = std::weak_ptr(attempt)] {
+            if (const auto waiting = weak.lock()) tryNow(waiting);
+        });
 }
 
 void ServerNotifications::treatRequestServerResponse(const Handle& attempt, const boost::json::value& response) {
@@ -129,27 +135,27 @@ void ServerNotifications::treatRequestServerResponse(const Handle& attempt, cons
     const auto parsed = QuomiNotifyServerResponse::createFromDictionnary(
         dictionary != nullptr ? *dictionary : boost::json::object(), errors_, &error);
     if (parsed) {
-        callBack(attempt->notification.success);
+        callHost(attempt->notification.success);
         actOn(attempt, *parsed);
     } else {
-        callBack(attempt->notification.failure, *error);
+        callHost(attempt->notification.failure, *error);
     }
     // Whoever was called back may have dropped everything, this object included.
-    if (attempt->isCancelled) return;
+    if (attempt->lifetime.hasEnded()) return;
     forget(attempt);
-    callBack(attempt->notification.ended, parsed ? &*parsed : nullptr);
+    callHost(attempt->notification.ended, parsed ? &*parsed : nullptr);
 }
 
 void ServerNotifications::actOn(const Handle& attempt, const QuomiNotifyServerResponse& response) {
-    if (attempt->isCancelled) return;
+    if (attempt->lifetime.hasEnded()) return;
     const auto& notification = attempt->notification;
-    if (response.decision == kNotifyServerDecisionEnable) callBack(notification.enableBlock);
+    if (response.decision == kNotifyServerDecisionEnable) callHost(notification.enableBlock);
     if (response.decision == kNotifyServerDecisionDisable) debugLog_.log("Action disabled");
     if (response.decision != kNotifyServerDecisionNotify) return;
     // An action may make the host stop the SDK: each looks whether it is still wanted.
     const auto perform = [&attempt](const std::string& text, auto action) {
         const auto performer = attempt->notification.actionExecutor.lock();
-        if (performer != nullptr && !attempt->isCancelled && !QuomiUtils::isEmpty(text)) action(*performer);
+        if (performer != nullptr && !attempt->lifetime.hasEnded() && !QuomiUtils::isEmpty(text)) action(*performer);
     };
     perform(response.notifyUserAction, [&](ServerActionPerformer& performer) {
         performer.executeNotifyUserAction(response.notifyUserAction, notification.infoDict, notification.triggeredBy,

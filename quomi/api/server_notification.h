@@ -15,8 +15,8 @@ namespace quomi {
 class DebugLog;
 class HttpSession;
 class QuomiErrors;
-class RunLoop;
 struct HttpSessionFailure;
+struct Platform;
 struct QuomiNotifyServerResponse;
 struct QuomiSettings;
 
@@ -38,10 +38,10 @@ struct ServerNotification {
     std::string url;  ///< absolute
     std::weak_ptr<ServerActionPerformer> actionExecutor;
     int triggeredBy = 0;
-    boost::json::object infoDict;  ///< user info of an ordered notification
-    std::function<void()> success;
-    std::function<void(const Error&)> failure;
-    std::function<void()> enableBlock;
+    boost::json::object infoDict{};  ///< user info of an ordered notification
+    std::function<void()> success{};
+    std::function<void(const Error&)> failure{};
+    std::function<void()> enableBlock{};
     /// Called last of all, for those who only look on: with the server's answer, or null when none could be used.
     std::function<void(const QuomiNotifyServerResponse* answer)> ended{};
 };
@@ -61,8 +61,8 @@ struct ServerNotification {
 class ServerNotifications {
 public:
     /// What it is given outlives it; the session may be one that others use too.
-    ServerNotifications(HttpSession& session, const QuomiSettings& settings, RunLoop& runLoop, DebugLog& debugLog,
-                        const QuomiErrors& errors);
+    ServerNotifications(HttpSession& session, const QuomiSettings& settings, const Platform& platform,
+                        DebugLog& debugLog, const QuomiErrors& errors);
     ~ServerNotifications();
     ServerNotifications(const ServerNotifications&) = delete;
     ServerNotifications& operator=(const ServerNotifications&) = delete;
@@ -85,7 +85,7 @@ private:
 
     HttpSession& session_;
     const QuomiSettings& settings_;
-    RunLoop& runLoop_;
+    const Platform& platform_;
     DebugLog& debugLog_;
     const QuomiErrors& errors_;
     std::vector<Handle> attempts_;

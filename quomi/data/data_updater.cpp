@@ -5,7 +5,6 @@
 #include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
-#include "quomi/util/uuid.h"
 
 #include <fmt/format.h>
 
@@ -73,34 +72,34 @@ bool QuomiDataUpdater::performFullGeofencesDataUpdate(const UpdateArea& area, co
 void QuomiDataUpdater::updateBeaconsData(const UpdateBeacons& beacons, std::optional<WallTime> updatedAt,
                                          const Success& success, const Failure& failure) {
     apiClient_->getBeaconsRulesWithNamespace(
-        settings_.namespace_.value_or(""), beacons.proximityUUID, beacons.major, beacons.minor, updatedAt,
-        store(&QuomiDataApiResponseParser::parseAndSaveApiBeaconsResponseData, success), report(failure));
+        {settings_.namespace_.value_or(""), beacons.proximityUUID, beacons.major, beacons.minor, updatedAt},
+        download(&QuomiDataApiResponseParser::parseAndSaveApiBeaconsResponseData, success, failure));
 }
 
 bool QuomiDataUpdater::updateGeofencesData(const UpdateArea& area, std::optional<WallTime> updatedAt,
                                            const Success& success, const Failure& failure) {
     return apiClient_->getGeofencesRulesWithNamespace(
-        settings_.namespace_.value_or(""), area.latitude.value_or(0), area.longitude.value_or(0),
-        area.radius.value_or(0), updatedAt,
-        store(&QuomiDataApiResponseParser::parseAndSaveApiGeofencesResponseData, success), report(failure));
+        {settings_.namespace_.value_or(""), area.latitude.value_or(0), area.longitude.value_or(0),
+         area.radius.value_or(0), updatedAt},
+        download(&QuomiDataApiResponseParser::parseAndSaveApiGeofencesResponseData, success, failure));
 }
 
-RulesSource::Success QuomiDataUpdater::store(Parse parse, const Success& success) {
-    return [this, parse, success, alive = std::weak_ptr(alive_)](const boost::json::value& response) {
-        if (alive.expired()) return;
-        data_.startBackgroundObjectContext();
-        (apiResponseParser_.*parse)(response, nullptr);
-        data_.finishBackgroundObjectContext();
-        if (success) success(true);
-    };
+RulesDownload QuomiDataUpdater::download(Parse parse, const Success& success, const Failure& failure) {
+    RulesDownload download;
+    download.take = lifetime_.guard([this, parse](const boost::json::value& response, std::optional<Error>* error) {
+        store(parse, response, error);
+    });
+    download.failed = lifetime_.guard(
+        [this](const Error& error) { platform_.console.log(fmt::format("Quomi SDK Error: {}", describe(error))); });
+    if (success) download.success = lifetime_.guard([success] { success(true); });
+    if (failure) download.failure = lifetime_.guard(failure);
+    return download;
 }
 
-RulesSource::Failure QuomiDataUpdater::report(const Failure& failure) {
-    return [this, failure, alive = std::weak_ptr(alive_)](const Error& error) {
-        if (alive.expired()) return;
-        platform_.console.log(fmt::format("Quomi SDK Error: {}", describe(error)));
-        if (failure) failure(error);
-    };
+void QuomiDataUpdater::store(Parse parse, const boost::json::value& response, std::optional<Error>* error) {
+    data_.startBackgroundObjectContext();
+    (apiResponseParser_.*parse)(response, error);
+    data_.finishBackgroundObjectContext();
 }
 
 }  // namespace quomi

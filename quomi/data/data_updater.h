@@ -1,10 +1,11 @@
 #pragma once
 
 #include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 #include "quomi/util/time.h"
+#include "quomi/util/uuid.h"
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -14,27 +15,49 @@ namespace quomi {
 
 class QuomiData;
 class QuomiDataApiResponseParser;
-class Uuid;
 struct Platform;
 struct QuomiSettings;
 
-/// What the updater needs of whoever speaks to the server. A callback runs in a later turn, unless the request is
+/// Which beacons a server is asked for: all of the UUID, or those of a major or minor; those that changed since the
+/// date, or all without one. All namespaces for an empty one.
+struct BeaconsQuestion {
+    std::string appNamespace;
+    Uuid proximityUUID;
+    std::optional<int> major{};
+    std::optional<int> minor{};
+    std::optional<WallTime> lastUpdateDate{};
+};
+
+/// Which geofences a server is asked for: those in the circle (degrees, metres), and as for beacons.
+struct GeofencesQuestion {
+    std::string appNamespace;
+    double latitude = 0;
+    double longitude = 0;
+    double radius = 0;
+    std::optional<WallTime> lastUpdateDate{};
+};
+
+/// What comes of a download. Several that ask the same may get one answer: it is taken once then, and each of those who
+/// asked is called back.
+struct RulesDownload {
+    /// Takes the answer. An error says why it is of no use.
+    std::function<void(const boost::json::value&, std::optional<Error>* error)> take;
+    /// Told of a download that failed, or was answered with something of no use: of the first in a row.
+    std::function<void(const Error&)> failed;
+    // Those who asked; may be empty. An answer of no use is a success for them.
+    std::function<void()> success;
+    std::function<void(const Error&)> failure;
+};
+
+/// What the updater needs of whoever speaks to the server. Callbacks run in a later turn, unless the request is
 /// dropped.
 class RulesSource {
 public:
-    using Success = std::function<void(const boost::json::value&)>;
-    using Failure = std::function<void(const Error&)>;
-
     virtual ~RulesSource() = default;
-    /// Beacons of the UUID that changed since the date; all without one.
-    virtual void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid& proximityUUID,
-                                              std::optional<int> major, std::optional<int> minor,
-                                              std::optional<WallTime> lastUpdateDate, Success success,
-                                              Failure failure) = 0;
-    /// Geofences in the circle (degrees, metres). False with an error, and no callback, when it cannot begin.
-    virtual bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng,
-                                                double radius, std::optional<WallTime> lastUpdateDate, Success success,
-                                                Failure failure, std::optional<Error>* error = nullptr) = 0;
+    virtual void getBeaconsRulesWithNamespace(const BeaconsQuestion& question, RulesDownload download) = 0;
+    /// False with an error, and no callback, when it cannot begin.
+    virtual bool getGeofencesRulesWithNamespace(const GeofencesQuestion& question, RulesDownload download,
+                                                std::optional<Error>* error = nullptr) = 0;
 };
 
 /// A circle in which to update geofences, in degrees and metres. What is missing counts as 0.
@@ -94,8 +117,8 @@ private:
                            const Failure& failure);
     bool updateGeofencesData(const UpdateArea& area, std::optional<WallTime> updatedAt, const Success& success,
                              const Failure& failure);
-    [[nodiscard]] RulesSource::Success store(Parse parse, const Success& success);
-    [[nodiscard]] RulesSource::Failure report(const Failure& failure);
+    [[nodiscard]] RulesDownload download(Parse parse, const Success& success, const Failure& failure);
+    void store(Parse parse, const boost::json::value& response, std::optional<Error>* error);
     [[nodiscard]] bool isDue(WallTime lastUpdate) const;
 
     QuomiData& data_;
@@ -103,7 +126,7 @@ private:
     QuomiDataApiResponseParser& apiResponseParser_;
     const Platform& platform_;
     const QuomiSettings& settings_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace quomi

@@ -16,6 +16,8 @@ struct Deployment {
     std::string beaconProximityUUIDNormal = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A1";   ///< of normal beacons
     std::string beaconProximityUUIDSecure = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A2";   ///< of secure beacons
     std::string beaconProximityUUIDService = "6B6E1B5A-0C0D-4A6E-9E62-0000000000A3";  ///< of service beacons
+    /// The longest answer that a phone takes from a server, in bytes of uncompressed text.
+    std::uint64_t maxResponseBytes = std::uint64_t{16} << 20;
 };
 
 /// What the phone can do, asked of it anew at each call. Host's thread.

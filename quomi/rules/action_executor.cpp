@@ -279,8 +279,8 @@ ActionOutcome QuomiActionExecutor::notifyServer(Url url, int triggeredBy, const 
     if (hasEnded_) return ActionOutcome::impossible;
     if (hostNotifiesServer(url, triggeredBy, success, failure)) return ActionOutcome::performedByHost;
     if (hasEnded_ || apiClient_ == nullptr) return ActionOutcome::impossible;
-    apiClient_->sendServerNotificationToURL(url, weak_from_this(), triggeredBy, infoDict, std::move(success),
-                                            std::move(failure), std::move(enableBlock), std::move(ended));
+    apiClient_->sendServerNotificationToURL({url, weak_from_this(), triggeredBy, infoDict, std::move(success),
+                                             std::move(failure), std::move(enableBlock), std::move(ended)});
     return ActionOutcome::performed;
 }
 

@@ -88,7 +88,7 @@ bool Session::open(std::optional<Error>* error) {
 
 /// A client of another server takes the place of the one there was.
 void Session::openClient() {
-    if (api_ != nullptr && api_->baseURL() == context_.settings.baseAPIUrl) return;
+    if (api_ != nullptr && api_->baseURL() == context_.settings.baseAPIUrl) return api_->forgetFailedDownloads();
     setUploader(nullptr);
     if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
     if (api_ != nullptr) {

@@ -1,13 +1,16 @@
 #include "quomi/util/json_readers.h"
 
 #include "quomi/util/dates.h"
+#include "quomi/util/json_memory.h"
 #include "quomi/util/text.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <exception>
 
 #include <boost/json/parse.hpp>
+#include <boost/json/parser.hpp>
 #include <boost/json/serialize.hpp>
 
 namespace quomi {
@@ -27,9 +30,15 @@ bool isFinite(const json::value& value) {
     return true;
 }
 
-std::optional<json::value> fail(std::optional<Error>* error, std::string_view reason) {
-    assign(error, Error{kJSONErrorDomain, kJSONErrorCode, {{kLocalizedDescriptionKey, reason}}});
+std::optional<json::value> fail(std::optional<Error>* error, std::string_view reason, int code = kJSONErrorCode) {
+    assign(error, Error{kJSONErrorDomain, code, {{kLocalizedDescriptionKey, reason}}});
     return std::nullopt;
+}
+
+json::parse_options options() {
+    json::parse_options options;
+    options.max_depth = kMaximalDepth;
+    return options;
 }
 
 std::string_view textOf(const json::string& string) {
@@ -39,16 +48,36 @@ std::string_view textOf(const json::string& string) {
 }  // namespace
 
 std::optional<json::value> parseJson(std::string_view text, std::optional<Error>* error) {
-    json::parse_options options;
-    options.max_depth = kMaximalDepth;
     try {
         json::error_code failure;
-        json::value value = json::parse(text, failure, {}, options);
+        json::value value = json::parse(text, failure, {}, options());
         if (failure) return fail(error, failure.message());
         if (!isFinite(value)) return fail(error, "number out of range");
         return value;
     } catch (const std::exception& exception) {
         return fail(error, exception.what());
+    }
+}
+
+std::optional<json::value> parseForeignJson(std::string_view text, std::optional<Error>* error) {
+    constexpr std::size_t kTimesTheText = 4;
+    constexpr std::size_t kAlwaysAllowed = 65536;
+    const std::size_t pieceSize = std::clamp<std::size_t>(text.size(), 1024, kAlwaysAllowed);
+    const auto memory = std::make_shared<JsonMemory>(kTimesTheText * text.size() + kAlwaysAllowed, pieceSize);
+    try {
+        std::array<unsigned char, 4096> buffer;
+        json::parser parser(&memory->temporary(), options(), buffer.data(), buffer.size());
+        parser.reset(json::make_shared_resource<SharedJsonMemory>(memory));
+        json::error_code failure;
+        parser.write(text.data(), text.size(), failure);
+        if (failure) return fail(error, failure.message());
+        json::value value = parser.release();
+        if (!isFinite(value)) return fail(error, "number out of range");
+        memory->liftBound();
+        return value;
+    } catch (const std::exception& exception) {
+        if (!memory->isExceeded()) return fail(error, exception.what());
+        return fail(error, "its value takes more than four times its length in memory", kJSONErrorTooLarge);
     }
 }
 

@@ -17,12 +17,19 @@ namespace quomi {
 /// Domain and code of a text that is no JSON.
 inline constexpr const char* kJSONErrorDomain = "NSCocoaErrorDomain";
 inline constexpr int kJSONErrorCode = 3840;
+/// Code of a text whose value would take too much memory.
+inline constexpr int kJSONErrorTooLarge = 3841;
 
 /// Reads a JSON text, a single value such as `3` included. Empty for anything that is not exactly one JSON value in
 /// valid UTF-8: trailing text, more than 64 levels of arrays and objects, a number beyond a double's range. Never
 /// throws.
 [[nodiscard]] QUOMI_EXPORT std::optional<boost::json::value> parseJson(std::string_view text,
                                                                        std::optional<Error>* error = nullptr);
+
+/// Like `parseJson`, for the text of a stranger: reading it takes at most four times the text's length, and 64 KiB, of
+/// memory. The value's memory goes all at once, with the last value that was taken out of it.
+[[nodiscard]] QUOMI_EXPORT std::optional<boost::json::value> parseForeignJson(std::string_view text,
+                                                                              std::optional<Error>* error = nullptr);
 
 /// The number that a value is: a JSON number, or a boolean as 0 or 1. Empty for anything else and for null pointers.
 [[nodiscard]] QUOMI_EXPORT std::optional<Number> numberOf(const boost::json::value* value);

@@ -13,29 +13,50 @@ constexpr const char* kUuidText = "6B6E1B5A-0C0D-4A6E-9E62-0000000000B1";
 class Downloads : public ApiClientFixture {
 protected:
     bool geofences(double lat, double lng, double radius, std::optional<Error>* error = nullptr) {
-        return api->getGeofencesRulesWithNamespace("shop", lat, lng, radius, {}, noteAnswer(), noteError(), error);
+        return api->getGeofencesRulesWithNamespace({"shop", lat, lng, radius}, download("got"), error);
     }
     bool geofences(std::optional<Error>* error = nullptr) { return geofences(1, 2, 3, error); }
     void beacons(std::optional<int> major, const std::string& word = "got") {
-        api->getBeaconsRulesWithNamespace("shop", uuid, major, {}, {}, noteAnswer(word), noteError(word));
+        api->getBeaconsRulesWithNamespace({"shop", uuid, major}, download(word));
+    }
+    RulesDownload download(const std::string& word) {
+        const auto take = [this](const boost::json::value& body, std::optional<Error>* error) {
+            journal.push_back("took " + serialize(body));
+            if (body == "useless") error->emplace(Error{"test", 1, {}});
+        };
+        return {take, [this](const Error& error) { runs.push_back(error.code); }, note(word), noteError(word)};
     }
 
+    /// Seconds at which beacons were asked for in the next span, while there is always one who asks.
+    std::vector<double> timesAsked(Duration span, Duration every = 1s) {
+        std::vector<double> times;
+        const double begin = now();
+        for (const auto end = phone.loop().monotonicNow() + span; phone.loop().monotonicNow() < end;) {
+            const std::size_t before = requests.size();
+            for (int major = 0; major < 10; ++major) beacons(major);
+            phone.advanceBy(every);
+            for (std::size_t i = before; i < requests.size(); ++i) times.push_back(now() - begin);
+        }
+        return times;
+    }
+
+    std::vector<std::int64_t> runs;  // codes of the first failures of runs
     const Uuid uuid = Uuid::parse(kUuidText).value();
     const std::optional<WallTime> day = QuomiUtils::isoDate("2026-11-21T23:30:00.25Z");
 };
 
 TEST_F(Downloads, GeofenceURLs) {
     const std::string start = "https://a.test/u_geofences/query.json?api_version=3";
-    EXPECT_EQ(api->getURLForGeofencesWithNamespace("shop", 48.25F, -16.5F, 100, day),
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace({"shop", 48.25, -16.5, 100, day}),
               start + "&lat=48.250000&lng=-16.500000&radius=100.000000&udid=U-1&namespace=shop" +
                   "&updated_at=2026-11-21T23:30:00.250Z");
-    EXPECT_EQ(api->getURLForGeofencesWithNamespace("", 0, 0, 1, {}),
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace({"", 0, 0, 1}),
               start + "&lat=0.000000&lng=0.000000&radius=1.000000&udid=U-1");
-    EXPECT_EQ(api->getURLForGeofencesWithNamespace(" ", -0.0F, 180, 1e9F, {}),
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace({" ", -0.0, 180, 1e9}),
               start + "&lat=-0.000000&lng=180.000000&radius=1000000000.000000&udid=U-1");
     settings.apiVersion = 7;
     makeClient("http://h.test:81/api/");
-    EXPECT_EQ(api->getURLForGeofencesWithNamespace("a&b", 1, 2, 3, {}),
+    EXPECT_EQ(api->getURLForGeofencesWithNamespace({"a&b", 1, 2, 3}),
               "http://h.test:81/api/u_geofences/query.json?api_version=7&lat=1.000000&lng=2.000000&radius=3.000000"
               "&udid=U-1&namespace=a&b")
         << "the namespace stands as it is";
@@ -44,10 +65,10 @@ TEST_F(Downloads, GeofenceURLs) {
 TEST_F(Downloads, BeaconURLs) {
     const auto start =
         fmt::format("https://a.test/u_beacons/query.json?api_version=3&proximity_uid={}&udid=U-1", kUuidText);
-    EXPECT_EQ(api->getURLForBeaconsWithNamespace("shop", uuid, 1, 65535, day),
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace({"shop", uuid, 1, 65535, day}),
               start + "&namespace=shop&major=1&minor=65535&updated_at=2026-11-21T23:30:00.250Z");
-    EXPECT_EQ(api->getURLForBeaconsWithNamespace("", uuid, {}, 0, {}), start + "&minor=0");
-    EXPECT_EQ(api->getURLForBeaconsWithNamespace("", uuid, 0, {}, day),
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace({"", uuid, {}, 0}), start + "&minor=0");
+    EXPECT_EQ(api->getURLForBeaconsWithNamespace({"", uuid, 0, {}, day}),
               start + "&major=0&updated_at=2026-11-21T23:30:00.250Z");
 }
 
@@ -61,7 +82,7 @@ TEST_F(Downloads, CoordinatesAreOfSinglePrecision) {
 }
 
 TEST_F(Downloads, NamespaceThatNoURLMayHoldIsEncoded) {
-    api->getBeaconsRulesWithNamespace("my \xC3\xBC shop", uuid, {}, {}, {}, {}, {});
+    api->getBeaconsRulesWithNamespace({"my \xC3\xBC shop", uuid}, {});
     EXPECT_TRUE(requests.at(0).url.ends_with("&namespace=my%20%C3%BC%20shop")) << requests[0].url;
 }
 
@@ -92,7 +113,7 @@ TEST_F(Downloads, ParametersOfGeofences) {
 TEST_F(Downloads, OneOfGeofencesAtATime) {
     phone.transport().answer(kGeofences, {ScriptedAnswer::json({1}), ScriptedAnswer::text("", 503),
                                           ScriptedAnswer::text("", 204), ScriptedAnswer::text("<html>")});
-    for (const char* outcome : {"got [1]", "failed http 503", "failed sdk 404", "failed http 4"}) {
+    for (const char* outcome : {"took [1] | got", "got http 503", "got sdk 404", "got http 4"}) {
         std::optional<Error> error;
         EXPECT_TRUE(geofences());
         EXPECT_FALSE(geofences(0, 0, 0, &error));
@@ -100,13 +121,14 @@ TEST_F(Downloads, OneOfGeofencesAtATime) {
         EXPECT_EQ(error->localizedDescription().value().find(
                       "Tried to launch a second geofences download request while the previous one hadn't finished yet"),
                   0U);
-        EXPECT_THAT(after(1s), ElementsAre(outcome));
+        EXPECT_EQ(after(1s), parts(outcome));
     }
+    EXPECT_THAT(runs, ElementsAre(503)) << "one line for failures in a row";
 }
 
 TEST_F(Downloads, CallbackMayDownloadAgain) {
     bool again = false;
-    api->getGeofencesRulesWithNamespace("shop", 1, 2, 3, {}, {}, [&](const Error&) { again = geofences(); });
+    api->getGeofencesRulesWithNamespace({"shop", 1, 2, 3}, {{}, {}, {}, [&](const Error&) { again = geofences(); }});
     beacons(1);
     phone.advanceBy(60ms);
     EXPECT_TRUE(again) << "with another request in the queue";
@@ -123,7 +145,7 @@ TEST_F(Downloads, StaleFlagBlocksOnlyWhileSomethingElseWaits) {
     EXPECT_EQ(error.value().code, 403);
     EXPECT_THAT(after(1s), ElementsAre("got http 404"));
     EXPECT_TRUE(geofences());
-    EXPECT_THAT(after(1s), ElementsAre("failed http 404"));
+    EXPECT_THAT(after(1s), ElementsAre("got http 404"));
 }
 
 TEST_F(Downloads, DataAtURL) {
@@ -137,6 +159,7 @@ TEST_F(Downloads, DataAtURL) {
         {ScriptedAnswer::failure(HttpFailureKind::tls), "QuomiHTTPErrorDomain 3 - 0 null"}};
     for (const auto& [answer, told] : cases) {
         phone.transport().answer("GET https://b.test/x", answer);
+        api->forgetFailedDownloads();
         api->getDataAtURL(
             "https://b.test/x", noteAnswer(), [this](const DownloadResponse& response, const Error& error) {
                 journal.push_back(fmt::format("{} {} {} {} {}", error.domain, error.code,
@@ -158,13 +181,11 @@ TEST_F(Downloads, EqualOnesThatWaitAreOne) {
     beacons(1, "d");
     EXPECT_EQ(api->getRequestQueueCount(), 3U) << "on the wire, the equal ones, the other one";
     const auto told = after(1s);
-    ASSERT_EQ(told.size(), 1003U);
-    EXPECT_EQ(told.front(), "a [1]");
-    EXPECT_EQ(told[1000], "b [2]");
-    EXPECT_EQ(told[1001], "d [2]");
-    EXPECT_EQ(told[1002], "c [3]");
+    ASSERT_EQ(told.size(), 1006U);
+    EXPECT_THAT(Strings(told.begin(), told.begin() + 4), ElementsAre("took [1]", "a", "took [2]", "b"));
+    EXPECT_THAT(Strings(told.end() - 4, told.end()), ElementsAre("b", "d", "took [3]", "c"));
     beacons(1, "e");
-    EXPECT_THAT(after(1s), ElementsAre("e [4]")) << "an ended one answers nobody";
+    EXPECT_THAT(after(1s), ElementsAre("took [4]", "e")) << "an ended one answers nobody";
 }
 
 TEST_F(Downloads, WithoutNetworkTheQueueDoesNotGrow) {
@@ -186,7 +207,7 @@ TEST_F(Downloads, WhoJoinedIsDroppedWithTheOthers) {
         phone.network(false);
         phone.runTurns();
         beacons(1, "first");
-        api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [end](const Error&) { end(); });
+        api->getBeaconsRulesWithNamespace({"shop", uuid, 1}, {{}, {}, {}, [end](const Error&) { end(); }});
         beacons(1, "third");
         phone.network(true);
         EXPECT_THAT(after(1min), ElementsAre("first http 404"));
@@ -196,9 +217,123 @@ TEST_F(Downloads, WhoJoinedIsDroppedWithTheOthers) {
 TEST_F(Downloads, CallbackThatThrowsHoldsNobodyUp) {
     api->getApplicationWithNamespace("shop", {}, [](const Error&) { throw 1; });
     beacons(1, "first");
-    api->getBeaconsRulesWithNamespace("shop", uuid, 1, {}, {}, {}, [](const Error&) { throw 2; });
+    api->getBeaconsRulesWithNamespace({"shop", uuid, 1}, {{}, {}, {}, [](const Error&) { throw 2; }});
     beacons(1, "third");
     EXPECT_THAT(after(1min), ElementsAre("first http 404", "third http 404"));
+}
+
+TEST_F(Downloads, WithoutNetworkThePlaceWhereTheUserIsNowIsAskedFor) {
+    phone.transport().answer(kGeofences, ScriptedAnswer::json({1}));
+    phone.network(false);
+    phone.runTurns();
+    const auto ask = [this](double lat, std::optional<WallTime> since) {
+        return api->getGeofencesRulesWithNamespace({"shop", lat, 2, 3, since}, download(fmt::format("{}", lat)));
+    };
+    EXPECT_TRUE(ask(1, {}));
+    for (int lat = 2; lat <= 80; ++lat) EXPECT_TRUE(ask(lat, day));
+    EXPECT_EQ(api->getRequestQueueCount(), 1U);
+    phone.network(true);
+    phone.runTurns();
+    EXPECT_FALSE(ask(81, day)) << "now one is on the wire";
+    EXPECT_THAT(after(1s), ElementsAre("took [1]", "80"));
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_THAT(requests[0].url, AllOf(HasSubstr("lat=80."), Not(HasSubstr("updated_at"))))
+        << "all, as the first asked";
+    EXPECT_TRUE(ask(82, day));
+    EXPECT_THAT(requests.back().url, HasSubstr("updated_at"));
+}
+
+TEST_F(Downloads, WhatFailsIsPaced) {
+    const Table<const char*, ScriptedAnswer> failures = {
+        {"down", ScriptedAnswer::text("", 503)},
+        {"unreachable", ScriptedAnswer::failure(HttpFailureKind::connection)},
+        {"silent", ScriptedAnswer::failure(HttpFailureKind::timeout)},
+        {"no JSON", ScriptedAnswer::text("<html>")},
+        {"of no use", ScriptedAnswer::json("useless")}};
+    for (const auto& [name, answer] : failures) {
+        SCOPED_TRACE(name);
+        makeClient("https://a.test");
+        phone.transport().answer(kBeacons, answer);
+        runs.clear();
+        const auto times = timesAsked(1h);
+        EXPECT_LE(times.size(), 75U);
+        EXPECT_GE(times.size(), 40U) << "it is tried all the time";
+        EXPECT_EQ(runs.size(), 1U);
+        EXPECT_EQ(api->getRequestQueueCount(), 0U) << "what is held back does not count";
+        phone.transport().answer("POST /u_applications/shop/log_multi.json", ScriptedAnswer::text(""));
+        api->sendBatchOfLogEvents({}, note("sent"), {});
+        EXPECT_THAT(after(1s), Contains("sent")) << "nor does it hold others up";
+    }
+}
+
+TEST_F(Downloads, ThePaceDoublesUntilSomethingOfUseComes) {
+    phone.transport().answer(kBeacons, ScriptedAnswer::text("", 500));
+    const auto times = timesAsked(220s, 50ms);
+    std::vector<double> pauses;
+    for (std::size_t i = 1; i < times.size(); ++i) pauses.push_back(std::round(times[i] - times[i - 1]));
+    EXPECT_THAT(pauses, ElementsAre(0, 0, 0, 1, 2, 4, 8, 16, 32, 60, 60));
+    const std::vector<std::function<void()>> resets{[this] {
+                                                        phone.transport().answer(kBeacons, ScriptedAnswer::json({1}));
+                                                        phone.advanceBy(2min);
+                                                        phone.transport().answer(kBeacons,
+                                                                                 ScriptedAnswer::text("", 500));
+                                                    },
+                                                    [this] { api->forgetFailedDownloads(); },
+                                                    [this] {
+                                                        phone.network(false);
+                                                        phone.runTurns();
+                                                        phone.network(true);
+                                                    }};
+    for (const auto& reset : resets) {
+        reset();
+        phone.runTurns();
+        EXPECT_THAT(timesAsked(3s).size(), testing::AnyOf(4, 5)) << "three at once, or four, and one after a second";
+    }
+}
+
+TEST_F(Downloads, AServerSaysWhenItWantsToBeAskedAgain) {
+    const auto newYear = QuomiUtils::isoDate("2026-01-01T00:00:00Z").value();
+    for (const auto& [wish, pause] : Table<const char*, double>{{"120", 120},
+                                                                {" 90 ", 90},
+                                                                {"0", 1},
+                                                                {"-5", 1},
+                                                                {"soon", 1},
+                                                                {"999999999999", 1},
+                                                                {"1000000", 86400},
+                                                                {"Thu, 01 Jan 2026 00:05:00 GMT", 300},
+                                                                {"Wed, 31 Dec 2025 00:05:00 GMT", 1}}) {
+        makeClient("https://a.test");
+        auto answer = ScriptedAnswer::text("", 503);
+        answer.headers.emplace_back("Retry-After", wish);
+        answer.delay = 0s;
+        phone.transport().answer(kBeacons, answer);
+        phone.jumpClock(newYear - phone.platform().clock.now());
+        for (int major = 0; major < 4; ++major) {
+            beacons(major);
+            phone.advanceBy(0s);
+        }
+        const std::size_t before = requests.size();
+        beacons(5);
+        phone.advanceBy(toDuration(Seconds(pause - 0.5)));
+        EXPECT_EQ(requests.size(), before) << wish;
+        phone.advanceBy(1s);
+        EXPECT_EQ(requests.size(), before + 1) << wish;
+    }
+}
+
+TEST_F(Downloads, ASlowOneLetsOthersPass) {
+    auto slow = ScriptedAnswer::json({1});
+    slow.delay = 20s;
+    phone.transport().answer(kBeacons, slow);
+    phone.transport().answer(kGeofences, slow);
+    phone.transport().answer("POST /u_applications/shop/log_multi.json", ScriptedAnswer::text(""));
+    beacons(1);
+    beacons(2);
+    api->sendBatchOfLogEvents({}, note("sent"), {});
+    EXPECT_THAT(after(3s), IsEmpty()) << "one request at a time";
+    EXPECT_THAT(after(2s), ElementsAre("sent"));
+    EXPECT_EQ(requests.size(), 2U) << "but no second download";
+    EXPECT_THAT(after(40s), ElementsAre("took [1]", "got", "took [1]", "got"));
 }
 
 // Single records

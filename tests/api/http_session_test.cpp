@@ -10,7 +10,7 @@ namespace {
 
 using simulated::ScriptedAnswer;
 
-const HttpHeaders kHeaders{{"Accept", "application/json"}, {"X-More", "1"}};
+const HttpSessionOptions kOptions{{{"Accept", "application/json"}, {"X-More", "1"}}, 25s, 1000};
 
 /// A session whose requests are answered after one second each, with a journal of what was sent and told.
 class HttpSessionTest : public testing::Test {
@@ -59,7 +59,7 @@ protected:
                                         requests.push_back(request);
                                         journal.push_back("send " + request.url.substr(7));
                                     }}};
-    std::unique_ptr<HttpSession> session = std::make_unique<HttpSession>(phone.platform().http, kHeaders, 25s);
+    std::unique_ptr<HttpSession> session = std::make_unique<HttpSession>(phone.platform(), kOptions);
 };
 
 TEST_F(HttpSessionTest, OneAtATimeToEachHostInOrder) {
@@ -95,6 +95,7 @@ TEST_F(HttpSessionTest, Outcomes) {
     EXPECT_EQ(outcomeOf(ScriptedAnswer::text("3", 299)), "299 3");
     EXPECT_EQ(outcomeOf(ScriptedAnswer::text("", 204)), "204 null");
     EXPECT_EQ(outcomeOf(ScriptedAnswer::text(" \r\n", 200)), "200 null");
+    EXPECT_EQ(outcomeOf(ScriptedAnswer::text(std::string(1001, '1'))), "QuomiHTTPErrorDomain 4 200");
     for (const char* body : {"<html>", "{", "{} {}", "nul", "\xFF", "[1e999]"}) {
         EXPECT_EQ(outcomeOf(ScriptedAnswer::text(body)), "QuomiHTTPErrorDomain 4 200") << body;
     }
@@ -133,7 +134,7 @@ TEST_F(HttpSessionTest, CallbacksMayCallEverything) {
              {"suspends and resumes", [&] { session->setSuspended(true), session->setSuspended(false); },
               "got 1 | send a.test/2 | got 2"}}) {
         SCOPED_TRACE(what);
-        session = std::make_unique<HttpSession>(phone.platform().http, kHeaders, 25s);
+        session = std::make_unique<HttpSession>(phone.platform(), kOptions);
         get("a", 1, [this, &run = act] {
             EXPECT_EQ(session->requestCount(), 1U) << "the one that waits";
             run();

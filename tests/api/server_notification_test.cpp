@@ -41,8 +41,8 @@ private:
 class ServerNotificationTest : public ApiClientFixture {
 protected:
     void send(const std::string& url = kUrl) {
-        api->sendServerNotificationToURL(url, performer, 2, {{"rule_id", 7}}, note("success"), noteError(),
-                                         note("enable"));
+        api->sendServerNotificationToURL(
+            {url, performer, 2, {{"rule_id", 7}}, note("success"), noteError(), note("enable")});
     }
     void answer(std::vector<ScriptedAnswer> answers) { phone.transport().answer(kKey, std::move(answers)); }
     void answer(const char* json) { answer({ScriptedAnswer::text(json)}); }
@@ -150,14 +150,14 @@ TEST_F(ServerNotificationTest, Decisions) {
 
 TEST_F(ServerNotificationTest, WithoutInfoAndWithoutCallbacks) {
     answer(R"({"decision":"notify","notify_user":"n"})");
-    api->sendServerNotificationToURL(kUrl, performer, 1, {}, {}, {});
+    api->sendServerNotificationToURL({kUrl, performer, 1});
     EXPECT_THAT(after(1s), ElementsAre("notify n {} 1"));
     performer.reset();
     send();
     EXPECT_THAT(after(1s), ElementsAre("success")) << "nobody is left to perform it";
     for (const char* json : {R"({"decision":"enable"})", "{}"}) {
         answer(json);
-        api->sendServerNotificationToURL(kUrl, performer, 1, {}, {}, {});
+        api->sendServerNotificationToURL({kUrl, performer, 1});
         EXPECT_THAT(after(1s), IsEmpty());
     }
 }
@@ -195,7 +195,7 @@ TEST_F(ServerNotificationTest, CancelEndsWhatWaitsForItsNextTry) {
     const auto held = std::make_shared<int>(0);
     for (const bool ends : {false, true}) {
         requests.clear();
-        api->sendServerNotificationToURL(kUrl, performer, 1, [held] {}, noteError(), {});
+        api->sendServerNotificationToURL({kUrl, performer, 1, {}, [held] {}, noteError()});
         phone.advanceBy(1s);
         EXPECT_EQ(api->getRequestQueueCount(), 0U) << "between two tries there is no request";
         ends ? api.reset() : api->cancelAllRequests();
@@ -217,7 +217,7 @@ TEST_F(ServerNotificationTest, CallbackMayEndEverything) {
         for (const char* json : {R"({"decision":"enable"})", R"({"decision":"notify","notify_user":"n"})"}) {
             makeClient("https://a.test");
             answer(json);
-            api->sendServerNotificationToURL(kUrl, performer, 1, noteAndEnd, noteError(), note("enable"));
+            api->sendServerNotificationToURL({kUrl, performer, 1, {}, noteAndEnd, noteError(), note("enable")});
             EXPECT_THAT(after(1min), ElementsAre("success"));
         }
         makeClient("https://a.test");
@@ -228,7 +228,7 @@ TEST_F(ServerNotificationTest, CallbackMayEndEverything) {
         performer->inNotify = {};
         makeClient("https://a.test");
         answer({ScriptedAnswer::text("", 500)});
-        api->sendServerNotificationToURL(kUrl, performer, 1, {}, [end](const Error&) { end(); }, {});
+        api->sendServerNotificationToURL({kUrl, performer, 1, {}, {}, [end](const Error&) { end(); }});
         EXPECT_THAT(after(1min), IsEmpty());
     }
 }

@@ -18,26 +18,26 @@ public:
     struct Asked {
         std::string appNamespace;
         std::optional<WallTime> since;
-        Success success;
-        Failure failure;
+        RulesDownload download;
     };
 
-    void getBeaconsRulesWithNamespace(const std::string& appNamespace, const Uuid&, std::optional<int>,
-                                      std::optional<int>, std::optional<WallTime> lastUpdateDate, Success success,
-                                      Failure failure) override {
-        asked.push_back({appNamespace, lastUpdateDate, std::move(success), std::move(failure)});
+    void getBeaconsRulesWithNamespace(const BeaconsQuestion& question, RulesDownload download) override {
+        asked.push_back({question.appNamespace, question.lastUpdateDate, std::move(download)});
     }
-    bool getGeofencesRulesWithNamespace(const std::string& appNamespace, double atLat, double atLng, double radius,
-                                        std::optional<WallTime> lastUpdateDate, Success success, Failure failure,
+    bool getGeofencesRulesWithNamespace(const GeofencesQuestion& question, RulesDownload download,
                                         std::optional<Error>*) override {
         if (std::exchange(isBusy, true)) return false;
-        area = {atLat, atLng, radius};
-        asked.push_back({appNamespace, lastUpdateDate, std::move(success), std::move(failure)});
+        area = {question.latitude, question.longitude, question.radius};
+        asked.push_back({question.appNamespace, question.lastUpdateDate, std::move(download)});
         return true;
     }
-    void answer(const char* json) {
+    /// Why the answer is of no use, if it is not.
+    std::optional<Error> answer(const char* json) {
         isBusy = false;
-        asked.back().success(boost::json::parse(json));
+        std::optional<Error> error;
+        asked.back().download.take(boost::json::parse(json), &error);
+        if (asked.back().download.success) asked.back().download.success();
+        return error;
     }
 
     std::vector<Asked> asked;
@@ -73,7 +73,7 @@ TEST_F(Updater, DownloadsWhatChangedOnceTheIntervalHasPassed) {
     ASSERT_EQ(server.asked.size(), 1U) << "the first time is always due";
     EXPECT_EQ(server.asked[0].appNamespace, "shop");
     EXPECT_EQ(server.asked[0].since, WallTime());
-    server.answer(kBeacons);
+    EXPECT_FALSE(server.answer(kBeacons));
     EXPECT_THAT(outcomes, ElementsAre("downloaded"));
     EXPECT_EQ(data->getBeaconById("b")->name, "shelf");
     const auto stored = host.platform.clock.now();
@@ -87,7 +87,8 @@ TEST_F(Updater, DownloadsWhatChangedOnceTheIntervalHasPassed) {
     EXPECT_THAT(outcomes, ElementsAre("downloaded", "not due"));
     ASSERT_EQ(server.asked.size(), 2U);
     EXPECT_EQ(server.asked[1].since, stored);
-    server.asked[1].failure(Error{kHTTPErrorDomain, 503, {}});
+    server.asked[1].download.failed(Error{kHTTPErrorDomain, 503, {}});
+    server.asked[1].download.failure(Error{kHTTPErrorDomain, 503, {}});
     EXPECT_EQ(outcomes.back(), "failed 503");
     EXPECT_EQ(updater.lastBeaconUpdate(), stored);
 }
@@ -96,7 +97,7 @@ TEST_F(Updater, AnAnswerThatCannotBeStoredStaysDueAndCountsAsSuccess) {
     for (const char* answer : {"{}", R"({"u_beacons": [{"id": "b", "rules_actions": [{}]}], "query_params": {},
                                          "valid_until": "2030-01-01T00:00:00Z", "remove_ids": []})"}) {
         updateBeacons();
-        server.answer(answer);
+        EXPECT_TRUE(server.answer(answer)) << "the source is told";
         EXPECT_EQ(outcomes.back(), "downloaded");
         EXPECT_TRUE(updater.beaconsDataNeedUpdating());
         EXPECT_TRUE(data->getAllBeacons().empty()) << answer;

@@ -27,6 +27,29 @@ TEST(ParseJson, TakesExactlyOneValue) {
     }
 }
 
+TEST(ParseJson, OfAStrangerTakesBoundedMemory) {
+    const auto many = [](std::string_view piece) {
+        std::string text = "[";
+        while (text.size() < 1 << 20) text += piece;
+        return text.append("0]");
+    };
+    for (const char* piece : {"0,", "[],", "{},", "\"\",", "[[]],", "{\"\":0},", "[0,0],"}) {
+        std::optional<Error> error;
+        EXPECT_FALSE(parseForeignJson(many(piece), &error)) << piece;
+        EXPECT_EQ(error.value().code, kJSONErrorTooLarge) << piece;
+    }
+    const auto text = many(R"({"id":"5d1b2c7e","name":"Shop","latitude":52.5,"rules":["on_entry"],"enabled":true},)");
+    auto value = parseForeignJson(text).value();
+    EXPECT_EQ(value, parseJson(text));
+    auto& first = value.get_array()[0];
+    for (int i = 0; i < 1000; ++i) first.get_object()[std::to_string(i)] = std::string(1000, 'x');
+    const auto kept = first;
+    value = nullptr;
+    EXPECT_EQ(kept.at("name"), "Shop") << "lives on, and may grow";
+    EXPECT_FALSE(parseForeignJson("{} x"));
+    EXPECT_FALSE(parseForeignJson("[1e999]"));
+}
+
 TEST(ParseJson, SurvivesDamagedText) {
     RandomText random(1);
     for (int i = 0; i < 20'000; ++i) {
