@@ -5,6 +5,7 @@
 #include "quomi/model/errors.h"
 #include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
+#include "quomi/platform/console.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/uuid.h"
 
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include <boost/json/value.hpp>
+#include <fmt/format.h>
 
 namespace quomi {
 
@@ -77,15 +79,26 @@ struct PlacesAnswer {
 };
 
 /// The places of the array one after the other, parsed as they are asked for: only one of many is in memory at a time.
+/// Those that hold too long a text are left out, and the console tells that there were some.
 template <class Place>
 QuomiData::Source<Place> sourceOf(const boost::json::array& elements, PlaceContext context,
-                                  std::shared_ptr<Place> (*parse)(const boost::json::object&, const PlaceContext&)) {
-    return [element = elements.begin(), end = elements.end(), context = std::move(context),
-            parse]() mutable -> std::shared_ptr<Place> {
+                                  std::shared_ptr<Place> (*parse)(const boost::json::object&, const PlaceContext&),
+                                  Console& console) {
+    return [element = elements.begin(), end = elements.end(), context = std::move(context), parse, &console,
+            tooLong = 0]() mutable -> std::shared_ptr<Place> {
         while (element != end) {
-            const auto* dictionary = (element++)->if_object();
+            const auto& record = *element++;
+            const auto* dictionary = record.if_object();
             if (dictionary == nullptr) continue;
-            if (auto place = parse(*dictionary, context)) return place;
+            if (holdsLongText(record)) {
+                ++tooLong;
+            } else if (auto place = parse(*dictionary, context)) {
+                return place;
+            }
+        }
+        if (tooLong > 0) {
+            console.log(fmt::format("Quomi SDK Warning: {} dropped because of a text longer than 64 KiB",
+                                    std::exchange(tooLong, 0) == 1 ? "A record was" : "Records were"));
         }
         return nullptr;
     };
@@ -101,7 +114,7 @@ bool QuomiDataApiResponseParser::fail(std::optional<Error>* error) const {
 bool QuomiDataApiResponseParser::parseAndSaveApiApplicationResponseData(const boost::json::value& response,
                                                                         std::optional<Error>* error) {
     const auto* answer = successfulAnswer(response);
-    if (answer == nullptr) return fail(error);
+    if (answer == nullptr || holdsLongText(response)) return fail(error);
     const auto application = applicationFrom(*answer);
     if (!hasReadableUuids(*application)) return fail(error);
     return dataManager_.insertOrUpdateApplication(application, error);
@@ -144,7 +157,7 @@ bool QuomiDataApiResponseParser::parseAndSaveApiGeofencesResponseData(const boos
     region->validUntil = answer->validUntil;
     if (!dataManager_.insertOrUpdateGeofenceRegion(region, error)) return false;
 
-    const auto geofences = sourceOf(*answer->places, placeContext(), geofenceFrom);
+    const auto geofences = sourceOf(*answer->places, placeContext(), geofenceFrom, platform_.console);
     if (dataManager_.insertOrUpdateGeofences(geofences, *region, &failure) == 0 && failure) {
         assign(error, std::move(*failure));
         return false;
@@ -161,7 +174,7 @@ bool QuomiDataApiResponseParser::parseAndSaveApiBeaconsResponseData(const boost:
     if (!answer) return fail(error);
     if (!answer->places->empty()) {
         std::optional<Error> failure;
-        const auto beacons = sourceOf(*answer->places, placeContext(), beaconFrom);
+        const auto beacons = sourceOf(*answer->places, placeContext(), beaconFrom, platform_.console);
         const auto count = dataManager_.insertOrUpdateBeacons(beacons, &failure);
         if (count == 0 && failure) {
             assign(error, std::move(*failure));

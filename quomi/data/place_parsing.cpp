@@ -3,6 +3,7 @@
 #include "quomi/util/json_readers.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <limits>
 #include <utility>
 
@@ -13,6 +14,7 @@ namespace quomi {
 
 namespace {
 
+constexpr std::size_t kLongestText = 65536;
 constexpr Duration kDefaultValidity = std::chrono::seconds(2'678'400);  // 31 days
 /// A day in 1970, where that of a geofence lies 31 days ahead: deliberate, a beacon without an end is over.
 constexpr WallTime kDefaultEndOfBeacon{kDefaultValidity};
@@ -138,6 +140,15 @@ void readRules(RuleOwner& place, const boost::json::object& dictionary, const Qu
 }
 
 }  // namespace
+
+bool holdsLongText(const boost::json::value& record) {
+    if (const auto* text = record.if_string()) return text->size() > kLongestText;
+    if (const auto* array = record.if_array()) return std::ranges::any_of(*array, holdsLongText);
+    if (const auto* object = record.if_object()) {
+        return std::ranges::any_of(*object, [](const auto& entry) { return holdsLongText(entry.value()); });
+    }
+    return false;
+}
 
 std::shared_ptr<QuomiGeofence> geofenceFrom(const boost::json::object& dictionary, const PlaceContext& context) {
     const Reader reader(dictionary);

@@ -20,6 +20,9 @@ struct PlaceContext {
     const QuomiErrors& errors;
 };
 
+/// Whether a text in the record, however deep, is longer than 64 KiB. Such a record is not stored.
+[[nodiscard]] bool holdsLongText(const boost::json::value& record);
+
 /// The place with its rules, in no context; a geofence without identifier gives null. Never fails otherwise: what is
 /// missing or of a wrong type takes its default, a number that does not fit the nearest that does.
 [[nodiscard]] std::shared_ptr<QuomiGeofence> geofenceFrom(const boost::json::object& dictionary,

@@ -248,7 +248,7 @@ std::string QuomiBeaconActionExecutor::serverUrl(const std::string& urlTemplate,
                                                  const RuleWithActions& rule) const {
     const auto& beacon = static_cast<const QuomiBeaconData&>(owner);
     const auto& beaconRule = static_cast<const QuomiBeaconRuleWithActions&>(rule);
-    ServerUrl url(urlTemplate);
+    ServerUrl url(urlTemplate, context().platform.console);
     url.fill("{id}", beacon.beaconId)
         .fill("{udid}", context().udid())
         .fill("{namespace}", beacon.namespace_.value_or(""))

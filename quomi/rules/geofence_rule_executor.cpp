@@ -150,7 +150,7 @@ std::string QuomiGeofenceActionExecutor::serverUrl(const std::string& urlTemplat
                                                    const RuleWithActions&) const {
     const auto location = position_.currentLocation();
     const auto coordinate = location ? location->coordinate : Coordinate{};
-    return ServerUrl(urlTemplate)
+    return ServerUrl(urlTemplate, context().platform.console)
         .fill("{id}", owner.identifier())
         .fill("{udid}", context().udid())
         .fill("{lat}", fmt::format("{:.6f}", coordinate.latitude))

@@ -1,19 +1,40 @@
 #include "quomi/rules/server_url.h"
 
 #include "quomi/api/url.h"
+#include "quomi/platform/console.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
 
 namespace quomi {
 
-ServerUrl& ServerUrl::fill(std::string_view placeholder, std::string_view value) {
-    for (auto at = text_.find(placeholder); at != std::string::npos; at = text_.find(placeholder, at + value.size())) {
-        text_.replace(at, placeholder.size(), value);
-    }
+ServerUrl& ServerUrl::fill(std::string_view placeholder, std::string value) {
+    values_.emplace_back(placeholder, std::move(value));
     return *this;
 }
 
+/// Goes over the template once, and no further than the longest URL.
+std::string ServerUrl::filled() const {
+    std::string text;
+    for (auto rest = template_; !rest.empty() && text.size() <= kLongest;) {
+        const auto known =
+            std::ranges::find_if(values_, [rest](const auto& value) { return rest.starts_with(value.first); });
+        const bool isKnown = known != values_.end();
+        text += isKnown ? std::string_view(known->second) : rest.substr(0, 1);
+        rest.remove_prefix(isKnown ? known->first.size() : 1);
+    }
+    return text;
+}
+
 std::string ServerUrl::withAreaType(std::string_view areaType) const {
-    const char separator = text_.find('?') == std::string::npos ? '?' : '&';
-    return withoutForbiddenCharacters(text_ + separator + "type=" + std::string(areaType));
+    std::string text = filled();
+    text += text.find('?') == std::string::npos ? '?' : '&';
+    text.append("type=").append(areaType);
+    if (text.size() <= kLongest) text = withoutForbiddenCharacters(text);
+    if (text.size() <= kLongest) return text;
+    console_.log(fmt::format("Quomi SDK Error: The URL of a rule's server is longer than {} bytes", kLongest));
+    return {};
 }
 
 }  // namespace quomi

@@ -1,23 +1,37 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace quomi {
 
-/// The URL of a rule's server while its placeholders are being filled.
+class Console;
+
+/// The URL of a rule's server, made of a template with placeholders.
 class ServerUrl {
 public:
-    explicit ServerUrl(std::string urlTemplate) : text_(std::move(urlTemplate)) {}
+    /// The longest one, in bytes.
+    static constexpr std::size_t kLongest = 8192;
 
-    /// Puts the value in every place of the placeholder ("{id}"), those that earlier values brought along included.
-    ServerUrl& fill(std::string_view placeholder, std::string_view value);
+    /// The template outlives it, the console too.
+    ServerUrl(std::string_view urlTemplate, Console& console) : template_(urlTemplate), console_(console) {}
+
+    /// Says what stands for the placeholder ("{id}"), in every place of it. The value stands as it is, whatever
+    /// placeholders it seems to hold.
+    ServerUrl& fill(std::string_view placeholder, std::string value);
     /// With the area type added to its query. What no URL may hold is percent-encoded: braces of placeholders that
-    /// stayed, blanks of values.
+    /// stayed, blanks of values. One that is too long is empty, and the console says so.
     [[nodiscard]] std::string withAreaType(std::string_view areaType) const;
 
 private:
-    std::string text_;
+    [[nodiscard]] std::string filled() const;
+
+    std::string_view template_;
+    Console& console_;
+    std::vector<std::pair<std::string_view, std::string>> values_;
 };
 
 }  // namespace quomi
