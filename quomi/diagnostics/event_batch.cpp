@@ -18,23 +18,23 @@ constexpr BatchLimit kBatch{QuomiDLogger::kBatchSize, QuomiDLogger::kBatchBytes}
 
 // The log as the place where batches come from
 
-std::uint64_t QuomiDLogger::drainOffset() const {
+/// How much of the drained log was handed over; nothing where the file does not say so sensibly, because an event that
+/// comes twice is better than none.
+std::uint64_t QuomiDLogger::drainOffset(std::uint64_t size) const {
     std::error_code error;
     const auto text = files_.read(pathForFileName(kQuomiBODrainOffsetFileName), error).value_or("");
     std::uint64_t offset = 0;
     std::from_chars(text.data(), text.data() + text.size(), offset);
-    return offset;
+    return offset <= size ? offset : 0;
 }
 
 std::optional<QuomiDLogger::Source> QuomiDLogger::source() {
     std::error_code error;
     const auto drained = pathForFileName(kQuomiBODrainLogFileName);
-    if (const auto size = files_.size(drained, error))
-        return Source{drained, true, std::min(drainOffset(), *size), *size};
-    auto log = getLogFilePath();
+    if (const auto size = files_.size(drained, error)) return Source{drained, true, drainOffset(*size), *size};
+    const auto log = getLogFilePath();
     const auto size = files_.size(log, error);
-    if (!size) return std::nullopt;
-    return Source{std::move(log), false, 0, *size};
+    return size ? std::optional(Source{log, false, 0, *size}) : std::nullopt;
 }
 
 /// The long log gets a name of its own and is not written any more; new records begin a new log.

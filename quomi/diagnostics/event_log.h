@@ -113,7 +113,7 @@ private:
     [[nodiscard]] std::vector<QuomiDLog> recordsOf(std::string_view text);
 
     [[nodiscard]] std::optional<Source> source();
-    [[nodiscard]] std::uint64_t drainOffset() const;
+    [[nodiscard]] std::uint64_t drainOffset(std::uint64_t size) const;
     void beginDraining();
     bool drop(const Source& source, std::uint64_t end);
     [[nodiscard]] std::optional<LogBatch> readBatch(const Source& source);
