@@ -70,7 +70,7 @@ const std::vector<Library>& libraries() {
         {"GeographicLib/", {"quomi/location/", "hosts/", "tools/"}},
         {"CLI/", {"tools/"}},
         {"httplib", {"tools/"}},
-        {"pugixml", {"hosts/simulated/gpx/"}},
+        {"pugixml", {"hosts/simulated/gpx/", "tools/quomi/test/"}},
         {"iostream", {"hosts/", "tools/"}},
         {"cstdio", {"hosts/", "tools/"}},
         {"stdio.h", {"hosts/", "tools/"}},

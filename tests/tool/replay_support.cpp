@@ -1,5 +1,6 @@
 #include "tests/tool/replay_support.h"
 
+#include "hosts/simulated/replay/trace_shapes.h"
 #include "tools/quomi/replay/replay_command.h"
 
 namespace quomi::test {
@@ -10,47 +11,6 @@ namespace {
 
 constexpr std::string_view kBase = "https://backoffice.test";
 constexpr std::string_view kUUIDStart = "6B6E1B5A-0C0D-4A6E-9E62-0000000000";
-
-/// Fields of each kind of record; those that may be left out end in a question mark.
-const std::map<std::string, std::string>& fieldsOfKinds() {
-    static const std::map<std::string, std::string> table = [] {
-        std::map<std::string, std::string> all;
-        for (const auto& [prefix, fields, kinds] : Table<std::string, std::string, std::string>{
-                 {"", "result error", "call"},
-                 {"", "outcome error", "callback"},
-                 {"", "url headers body?", "request"},
-                 {"", "url", "response"},
-                 {"", "region", "monitor | unmonitor | range | unrange"},
-                 {"", "on", "updates"},
-                 {"", "", "openURL | webPage | console | authorizationRequest | notificationRightsRequest"},
-                 {"", "message", "alert"},
-                 {"", "actions", "category"},
-                 {"", "title? subtitle? body? badge sound category? userInfo attachments", "notification"},
-                 {"", "owner trigger decision detail", "rule"},
-                 {"", "id", "backgroundTask"},
-                 {"", "value", "defaults"},
-                 {"delegate:did", "error", "ReceiveErrorNotification"},
-                 {"delegate:did", "event time", "LogEvent"},
-                 {"delegate:did", "uuid userInfo", "EnterBeaconRegion | ExitBeaconRegion"},
-                 {"delegate:did", "beacon userInfo",
-                  "FindNewBeacon | LoseBeaconSignal | UpdateBeacon | ReceivePingFromBeacon"},
-                 {"delegate:did", "location", "ReceiveLocationChange"},
-                 {"delegate:did", "region", "ReceiveEnterRegionNotification | ReceiveExitRegionNotification"},
-                 {"delegate:", "value",
-                  "bluetoothStatusDidChange | locationServiceStatusDidChange | backgroundRefreshStatusDidChange | "
-                  "quomiBeaconsServiceStatusDidChange | quomiGeofencesServiceStatusDidChange"},
-                 {"delegate:should", "notification triggeredBy answer", "ExecuteNotificationRequest"},
-                 {"delegate:execute", "notification triggeredBy", "NotificationRequest"},
-                 {"delegate:should", "url triggeredBy answer",
-                  "ExecuteOpenWebPageRequest | ExecuteOpenDeepLinkRequest | ExecuteServerNotificationRequest"},
-                 {"delegate:execute", "url triggeredBy",
-                  "OpenWebPageRequest | OpenDeepLinkRequest | ServerNotificationRequest"}}) {
-            for (const auto& kind : parts(kinds)) all[prefix + kind] = fields;
-        }
-        return all;
-    }();
-    return table;
-}
 
 std::string textOf(const json::value& value) {
     if (value.is_string()) return std::string(value.get_string());
@@ -107,17 +67,17 @@ std::string brief(const json::object& record) {
 std::string formFault(const json::object& record) {
     if (record.size() < 2 || record.begin()->key() != "t" || !record.at("t").is_number()) return "no time and kind";
     const auto& kind = *(record.begin() + 1);
-    std::string name(kind.key());
-    if (name == "delegate") name += ':' + textOf(kind.value());
-    const auto known = fieldsOfKinds().find(name);
-    if (known == fieldsOfKinds().end()) return "unknown kind " + name;
-    std::set<std::string> fields;
+    const auto name = fmt::format("{} {}", std::string_view(kind.key()), textOf(kind.value()));
+    const auto shapes = simulated::recordShapes();
+    const auto shape = std::ranges::find_if(shapes, [&](const auto& each) {
+        return each.kind == kind.key() && (each.value.empty() || each.value == textOf(kind.value()));
+    });
+    if (shape == shapes.end()) return "unknown kind " + name;
+    std::set<std::string, std::less<>> fields;
     for (auto field = record.begin() + 2; field != record.end(); ++field) fields.emplace(field->key());
-    std::istringstream expected(known->second);
-    for (std::string field; expected >> field;) {
-        const bool mayBeMissing = field.ends_with('?');
-        const auto found = fields.extract(mayBeMissing ? field.substr(0, field.size() - 1) : field);
-        if (found.empty() && !mayBeMissing) return "missing field of " + name + ": " + field;
+    for (const auto& [field, mayBeMissing] : simulated::fieldsOf(*shape)) {
+        if (fields.erase(std::string(field)) == 0 && !mayBeMissing)
+            return fmt::format("missing field of {}: {}", name, field);
     }
     if (!fields.empty()) return "fields of " + name;
     if (const auto* error = record.if_contains("error"); error != nullptr && !error->is_null() && !isError(*error)) {

@@ -2,6 +2,7 @@
 #include "tools/quomi/explain/explain_command.h"
 #include "tools/quomi/replay/replay_command.h"
 #include "tools/quomi/store/store_command.h"
+#include "tools/quomi/test/test_command.h"
 
 #include <cstdlib>
 #include <exception>
@@ -17,6 +18,7 @@ constexpr std::string_view kUsage =
     "Usage: quomi COMMAND ...\n"
     "\n"
     "  replay VISIT.json          play a visit through the SDK and show what happened\n"
+    "  test PATH...               play visits and tell whether what they expect came about\n"
     "  explain VISIT.json         play a visit and tell what became of one rule\n"
     "  backoffice CAMPAIGN.json   serve a campaign to SDKs on this machine\n"
     "  store make|info FILE       make a store file of a version, or look into one\n"
@@ -34,6 +36,9 @@ int run(const std::vector<std::string>& words) {
     if (command == "replay") {
         return quomi::tool::ReplayCommand(colourIsWelcome())
             .run({words.begin() + 1, words.end()}, std::cout, std::cerr);
+    }
+    if (command == "test") {
+        return quomi::tool::TestCommand(colourIsWelcome()).run({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
     if (command == "explain") return quomi::tool::runExplain({words.begin() + 1, words.end()}, std::cout, std::cerr);
     if (command == "backoffice") {

@@ -127,13 +127,6 @@ constexpr Key kOnlyBeaconRule[] = {
     {"use_rule_max_medium_far", flag},
 };
 
-template <std::size_t n, std::size_t m>
-constexpr std::array<Key, n + m> joined(const Key (&first)[n], const Key (&second)[m]) {
-    std::array<Key, n + m> all{};
-    std::copy(std::begin(second), std::end(second), std::copy(std::begin(first), std::end(first), all.begin()));
-    return all;
-}
-
 constexpr auto kBeaconRule = joined(kGeofenceRule, kOnlyBeaconRule);
 
 constexpr Key kAction[] = {

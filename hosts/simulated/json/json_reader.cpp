@@ -1,5 +1,7 @@
 #include "hosts/simulated/json/json_reader.h"
 
+#include "hosts/simulated/json/did_you_mean.h"
+
 #include <cmath>
 
 #include <boost/json/serialize.hpp>
@@ -131,6 +133,17 @@ std::string JsonNode::uuidText() const {
 
 void JsonNode::fail(std::string_view expected) const {
     faults_->add(path_, fmt::format("expected {}, found {}", expected, shown(value_)));
+}
+
+void JsonNode::refuseAt(std::string path, std::string message) const {
+    faults_->add(std::move(path), std::move(message));
+}
+
+void JsonNode::failName(std::string_view what, std::string_view misspelt,
+                        const std::vector<std::string_view>& names) const {
+    std::string list;
+    for (const auto name : names) appendQuoted(list, name);
+    refuse(fmt::format("expected {}{}, found {}{}", what, list, shown(value_), didYouMean(misspelt, names)));
 }
 
 void JsonNode::refuse(std::string message) const {

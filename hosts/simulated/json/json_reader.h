@@ -4,6 +4,7 @@
 #include "quomi/util/uuid.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -12,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <boost/json/value.hpp>
 
@@ -102,6 +104,10 @@ public:
     void fail(std::string_view expected) const;
     /// Notes a fault here in words of its own, which say what was expected.
     void refuse(std::string message) const;
+    /// Notes a fault at another place.
+    void refuseAt(std::string path, std::string message) const;
+    /// Notes "expected one of WHAT "NAME", …, found …" here, with the name that was probably meant by `misspelt`.
+    void failName(std::string_view what, std::string_view misspelt, const std::vector<std::string_view>& names) const;
 
 private:
     const boost::json::value* value_;
@@ -117,6 +123,14 @@ struct Field {
     void (*read)(const JsonNode& node, T& out);
     bool required = false;
 };
+
+/// The fields of both tables.
+template <class T, std::size_t n, std::size_t m>
+constexpr std::array<Field<T>, n + m> joined(const Field<T> (&first)[n], const Field<T> (&second)[m]) {
+    std::array<Field<T>, n + m> all{};
+    std::copy(std::begin(second), std::end(second), std::copy(std::begin(first), std::end(first), all.begin()));
+    return all;
+}
 
 /// Reads an object whose keys are exactly those of the table, in the table's order. Any other key is a fault.
 template <class T>
@@ -141,9 +155,9 @@ E JsonNode::oneOf(std::span<const Named<E>> names) const {
         const auto match = std::ranges::find(names, std::string_view(value_->get_string()), &Named<E>::name);
         if (match != names.end()) return match->value;
     }
-    std::string list;
-    for (const auto& name : names) appendQuoted(list, name.name);
-    fail("one of " + list);
+    std::vector<std::string_view> known;
+    for (const auto& name : names) known.push_back(name.name);
+    failName("one of ", isText() ? text() : "", known);
     return names.front().value;
 }
 
@@ -168,9 +182,9 @@ template <class T>
 void readObject(const JsonNode& node, std::span<const Field<T>> fields, T& out) {
     node.eachMember("an object", [&](std::string_view key, const JsonNode& member) {
         if (std::ranges::find(fields, key, &Field<T>::key) != fields.end()) return;
-        std::string list;
-        for (const auto& field : fields) appendQuoted(list, field.key);
-        member.fail("one of the keys " + list);
+        std::vector<std::string_view> known;
+        for (const auto& each : fields) known.push_back(each.key);
+        member.failName("one of the keys ", key, known);
     });
     for (const auto& field : fields) {
         if (node.failed()) return;

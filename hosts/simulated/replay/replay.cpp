@@ -1,5 +1,6 @@
 #include "hosts/simulated/replay/replay.h"
 
+#include "hosts/simulated/expect/expectation_check.h"
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/observed_transport.h"
 #include "hosts/simulated/packet_file.h"
@@ -367,6 +368,10 @@ std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions&
                                         VisitError* error) {
     ActionQueue::Recordings recordings;
     if (!readRecordings(visit, options, recordings, error) || !isShortEnough(visit, recordings, error)) return nullptr;
+    if (auto fault = faultOfExpectations(visit, endOf(visit, recordings))) {
+        *error = std::move(*fault);
+        return nullptr;
+    }
     ConnectServers connect;
     if (options.openServers) {
         connect = options.openServers(visit, *error);

@@ -48,6 +48,7 @@ WallTime readStart(const JsonNode& node) {
 struct Reading {
     Visit& visit;
     const std::filesystem::path& folder;
+    const JsonNode& document;
 };
 
 constexpr Field<Reading> kVisitFields[] = {
@@ -61,23 +62,19 @@ constexpr Field<Reading> kVisitFields[] = {
     {"world", [](const JsonNode& n, Reading& r) { readWorld(n, r.visit.world); }},
     {"timeline", [](const JsonNode& n, Reading& r) { readTimeline(n, r.folder, r.visit.steps); }, true},
     {"end", [](const JsonNode& n, Reading& r) { r.visit.end = n.seconds(0, kLongestVisit); }},
+    {"expect", [](const JsonNode& n, Reading& r) { readExpectations(n, r.visit); }},
+    {"cases", [](const JsonNode& n, Reading& r) { readCases(n, r.document.raw(), r.folder, r.visit); }},
 };
 
-/// A file of another version may have other keys, so the version is looked at before them.
-void readVisit(const JsonNode& root, Reading& reading) {
-    const auto version = root["visit"];
-    if (version && version.integer(kFormatVersion, kFormatVersion) != kFormatVersion) return;
-    readObject<Reading>(root, kVisitFields, reading);
-}
-
 /// Nobody waits for the end of a visit in which too much happens.
-void refuseTooManySteps(const Visit& visit, JsonFaults& faults) {
+void refuseTooManySteps(const JsonNode& root, const Visit& visit) {
     std::int64_t number = 0;
     for (const auto& step : visit.steps) {
         number += visit.timesOf(step);
         if (number <= kMostHappenings) continue;
-        return faults.add(itemPath("$.timeline", step.index),
-                          fmt::format("expected at most {} steps with their repetitions, found more", kMostHappenings));
+        return root.refuseAt(
+            itemPath("$.timeline", step.index),
+            fmt::format("expected at most {} steps with their repetitions, found more", kMostHappenings));
     }
 }
 
@@ -101,6 +98,16 @@ std::optional<std::string> readFile(const std::filesystem::path& path, std::stri
 
 }  // namespace
 
+/// A file of another version may have other keys, so the version is looked at before them.
+void readVisit(const JsonNode& root, const std::filesystem::path& folder, Visit& visit) {
+    const auto version = root["visit"];
+    if (version && version.integer(kFormatVersion, kFormatVersion) != kFormatVersion) return;
+    visit.name = std::filesystem::path(visit.file).filename().string();
+    Reading reading{visit, folder, root};
+    readObject<Reading>(root, kVisitFields, reading);
+    if (!root.failed()) refuseTooManySteps(root, visit);
+}
+
 std::string VisitError::text() const {
     return neutralised(fmt::format("{}: {}: {}", file, path, message));
 }
@@ -121,12 +128,9 @@ std::optional<Visit> Visit::parse(std::string_view text, const std::string& file
     JsonFaults faults;
     Visit visit;
     visit.file = fileName;
-    visit.name = std::filesystem::path(fileName).filename().string();
     try {
         const auto document = parseJson(text, faults);
-        Reading reading{visit, folder};
-        if (document) readVisit(JsonNode(&*document, "$", faults), reading);
-        if (!faults.any()) refuseTooManySteps(visit, faults);
+        if (document) readVisit(JsonNode(&*document, "$", faults), folder, visit);
     } catch (const std::exception& failure) {
         faults.add("$", fmt::format("expected a visit that fits: {}", failure.what()));
     }
@@ -155,6 +159,11 @@ VisitError Visit::stepError(const Step& step, std::string_view place, std::strin
 }
 
 VisitError Visit::errorAt(std::string path, std::string message) const {
+    for (const auto& [place, inFile] : replaced) {
+        if (path.starts_with(place)) return {file, inFile + path.substr(place.size()), std::move(message)};
+    }
+    const bool isOfVisit = !caseName.empty() && !path.starts_with("$.cases");
+    if (isOfVisit) message += fmt::format(" (in case \"{}\")", caseName);
     return {file, std::move(path), std::move(message)};
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/simulated/visit/expectation.h"
 #include "hosts/simulated/visit/visit_steps.h"
 #include "quomi/platform/application.h"
 #include "quomi/platform/bluetooth.h"
@@ -147,6 +148,13 @@ struct Visit {
     std::vector<WorldBeacon> world;
     std::vector<Step> steps;      ///< in file order, not of time
     std::optional<Duration> end;  ///< as the visit says it
+    std::vector<Expectation> expectations;
+
+    /// The visit anew for each of its cases: with that case's parts, and with its expectations behind the visit's.
+    std::vector<Visit> cases;
+    std::string caseName;  ///< empty for what is no case
+    /// JSON paths of what a case replaces, and of what stands there instead in the file.
+    std::vector<std::pair<std::string, std::string>> replaced;
 
     /// Reads a visit file. Files that it names must be there; names in the visit are absolute paths or relative to the
     /// visit's own folder. Empty on failure, with what was wrong first.
@@ -162,7 +170,7 @@ struct Visit {
 
     /// An error at a place inside a step ("packets.csv"), for what only its player finds out.
     [[nodiscard]] VisitError stepError(const Step& step, std::string_view place, std::string message) const;
-    /// An error at any place ("$.backoffice.campaign").
+    /// An error at any place ("$.backoffice.campaign"); of a case, at the part that it replaces.
     [[nodiscard]] VisitError errorAt(std::string path, std::string message) const;
 };
 

@@ -11,6 +11,13 @@
 // The parts of a visit's reader. Each reads one value of the document; faults go to the node's.
 namespace quomi::simulated {
 
+/// Reads a whole document into a visit that has its file's name. Cases are told by what they replace.
+void readVisit(const JsonNode& root, const std::filesystem::path& folder, Visit& visit);
+/// Adds to the visit, whose start and zone are read.
+void readExpectations(const JsonNode& node, Visit& visit);
+/// Reads `cases` of the document.
+void readCases(const JsonNode& node, const boost::json::value& document, const std::filesystem::path& folder,
+               Visit& visit);
 void readDevice(const JsonNode& node, DeviceConfig& device);
 void readApp(const JsonNode& node, AppConfig& app);
 void readBackoffice(const JsonNode& node, const std::filesystem::path& folder, BackofficeConfig& backoffice);

@@ -131,4 +131,8 @@ bool isWaiting(std::string_view decision) {
     return decision == "latched" || decision == "askServer";
 }
 
+bool isAction(std::string_view decision) {
+    return decision == "executed" || decision == "serverOrdered" || decision == "hostAsked";
+}
+
 }  // namespace quomi::tool

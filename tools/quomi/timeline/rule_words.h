@@ -16,5 +16,7 @@ namespace quomi::tool {
 
 /// Whether the rule waits and has another record when the wait ends.
 [[nodiscard]] bool isWaiting(std::string_view decision);
+/// Whether the rule, its server or the app in its place did something.
+[[nodiscard]] bool isAction(std::string_view decision);
 
 }  // namespace quomi::tool

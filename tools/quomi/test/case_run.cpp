@@ -1,0 +1,84 @@
+#include "tools/quomi/test/case_run.h"
+
+#include "hosts/simulated/expect/expectation_watch.h"
+#include "hosts/simulated/replay/replay.h"
+#include "tools/quomi/replay/visit_labels.h"
+#include "tools/quomi/replay/wire_replay.h"
+#include "tools/quomi/test/campaign_gates.h"
+#include "tools/quomi/test/failure_words.h"
+#include "tools/quomi/timeline/terminal_text.h"
+#include "tools/quomi/timeline/trace_fields.h"
+
+#include <chrono>
+#include <exception>
+
+#include <fmt/format.h>
+
+namespace quomi::tool {
+
+namespace json = boost::json;
+
+namespace {
+
+/// "inactive" is told apart by what its owner is outside of: its dates or its opening hours.
+std::string gateOf(const json::object& record) {
+    const auto decision = textOf(record, "decision");
+    if (decision != "inactive") return decision;
+    return textOf(objectOf(record, "detail"), "code") == "204" ? kOutsideHours : kOutsideDates;
+}
+
+class CaseRun {
+public:
+    explicit CaseRun(const simulated::Visit& visit) : visit_(visit) {
+        for (const auto& expectation : visit.expectations) watches_.emplace_back(expectation);
+    }
+
+    CaseResult run() {
+        simulated::VisitError error;
+        const auto replay = simulated::Replay::prepare(
+            visit_, wireReplay(visit_), [this](const json::object& record) { take(record); }, &error);
+        if (replay == nullptr) return {Outcome::invalid, error.text()};
+        if (!replay->play()) return {Outcome::failed, "the app did not come to rest"};
+        return judged();
+    }
+
+private:
+    void take(const json::object& record) {
+        for (auto& watch : watches_) watch.record(record);
+        if (!record.contains("rule")) return;
+        ++result_.rules[{textOf(record, "rule"), textOf(record, "owner")}][gateOf(record)];
+        ruleRecords_.push_back(record);
+    }
+
+    CaseResult judged() {
+        for (const auto& watch : watches_) {
+            if (watch.holds()) continue;
+            if (!words_) words_.emplace(visit_);
+            result_.failures.push_back(words_->describe(watch, ruleRecords_));
+        }
+        if (!result_.failures.empty()) result_.outcome = Outcome::failed;
+        return std::move(result_);
+    }
+
+    const simulated::Visit& visit_;
+    std::vector<simulated::ExpectationWatch> watches_;
+    std::vector<json::object> ruleRecords_;
+    std::optional<FailureWords> words_;
+    CaseResult result_;
+};
+
+}  // namespace
+
+CaseResult runCase(const simulated::Visit& visit) {
+    const auto begun = std::chrono::steady_clock::now();
+    CaseResult result;
+    try {
+        result = CaseRun(visit).run();
+    } catch (const std::exception& failure) {
+        result = {Outcome::failed, neutralised(failure.what())};
+    }
+    result.seconds = toSeconds(std::chrono::floor<Duration>(std::chrono::steady_clock::now() - begun));
+    return result;
+}
+
+}  // namespace quomi::tool
