@@ -5,6 +5,7 @@
 #include "quomi/platform/application.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/files.h"
+#include "quomi/platform/run_loop.h"
 
 #include <algorithm>
 #include <utility>
@@ -30,7 +31,9 @@ std::unique_ptr<QuomiData> QuomiData::create(const std::filesystem::path& file,
 QuomiData::QuomiData(std::unique_ptr<StoreFile> file, const Platform& platform, const QuomiErrors& errors)
     : platform_(platform), errors_(errors), file_(std::move(file)), objectContext_(*file_) {}
 
-QuomiData::~QuomiData() = default;
+QuomiData::~QuomiData() {
+    if (isSaveDue_) objectContext_.save();
+}
 
 // Contexts
 
@@ -57,6 +60,20 @@ bool QuomiData::saveContext(ErrorSlot error) {
         assign(error, std::move(*failure));
     }
     return false;
+}
+
+bool QuomiData::saveContextSoon(ErrorSlot error) {
+    // What a child has not handed over yet, and a refusal, are matters of a whole save.
+    if (backgroundObjectContext_ != nullptr || !objectContext_.begin(error)) return saveContext(error);
+    if (objectContext_.wasRefused()) return saveContext(error);
+    if (!std::exchange(isSaveDue_, true)) {
+        platform_.runLoop.post(lifetime_.guard([this] {
+            isSaveDue_ = false;
+            std::optional<Error> failure;
+            if (!saveContext(&failure) && failure) platform_.console.log("saveContext: : " + describe(*failure));
+        }));
+    }
+    return true;
 }
 
 bool QuomiData::failBusy(ErrorSlot error) const {

@@ -5,6 +5,7 @@
 #include "quomi/data/rule_owner.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -61,6 +62,10 @@ public:
     /// Saves the child context, if there is one, and then the one that commits. See ObjectContext::save for what a
     /// failure leaves.
     bool saveContext(ErrorSlot error = nullptr);
+    /// The same for what may be lost with the process: every fetch sees it from now on, and the next save commits it,
+    /// one in a later turn of the run loop if no other comes before. So many changes in a turn cost one commit. A
+    /// failure of that commit is told on the console.
+    bool saveContextSoon(ErrorSlot error = nullptr);
 
     // The SDK's status and the application record
 
@@ -193,7 +198,9 @@ private:
     std::optional<UpdateDates> updateDates_;  // as they were when the file was of that version
     std::uint32_t updateDatesVersion_ = 0;
     int backgroundUsers_ = 0;
+    bool isSaveDue_ = false;
     bool busyWithInsertOrUpdateData_ = false;
+    Lifetime lifetime_;
 };
 
 }  // namespace quomi

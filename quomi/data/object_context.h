@@ -99,6 +99,8 @@ public:
     /// Writes what has changed, without committing, and keeps others from writing until the next save: nothing finds
     /// the store busy before that. False, with an error and the changes as they were, when it is busy now.
     bool begin(std::optional<Error>* error = nullptr);
+    /// Whether the store has refused a change since the last save, which has dropped them all: the next save tells.
+    [[nodiscard]] bool wasRefused() const { return refusal_.has_value(); }
     /// Drops what was not saved: every object is disconnected, and the next fetch reads the store as it is.
     void rollback();
 

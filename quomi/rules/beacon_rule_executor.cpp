@@ -83,7 +83,7 @@ bool QuomiBeaconActionExecutor::executeEvent(const Beacon& beacon, TriggerKeys t
     if (seenNow == nullptr) return false;
     seenNow->lastSeenAt = context().platform.clock.now();
     if (isSeenAnew && seenNow->seenCount < std::numeric_limits<std::int32_t>::max()) ++seenNow->seenCount;
-    if (!context().data.saveContext(error) || !isActive(*seenNow, triggerKeys, error)) return false;
+    if (!context().data.saveContextSoon(error) || !isActive(*seenNow, triggerKeys, error)) return false;
     for (const char* triggerKey : triggerKeys) {
         const auto seen = hasEnded() ? nullptr : current(beacon);
         if (seen != nullptr) executeRulesForBeacon(*seen, triggerKey, move);

@@ -92,6 +92,30 @@ TEST(QuomiData, RulesGoWithTheirOwnerAndNotTheOtherWayRound) {
     EXPECT_THAT(texts(database, "SELECT beaconId FROM QuomiBeaconData"), ElementsAre("b"));
 }
 
+TEST(QuomiData, WhatIsSavedSoonIsCommittedOnceATurnAndBeforeTheEnd) {
+    StoreHost host;
+    auto data = host.open();
+    auto other = host.connect();
+    const auto saveSoon = [&](const char* appNamespace) {
+        data->mainObjectContext().insert(record(appNamespace));
+        EXPECT_TRUE(data->saveContextSoon());
+    };
+    const auto stored = [&] { return texts(other, "SELECT appNamespace FROM QuomiApplication ORDER BY _id"); };
+    saveSoon("a");
+    saveSoon("b");
+    EXPECT_EQ(data->getApplication()->appNamespace, "a") << "fetches see it";
+    EXPECT_THAT(stored(), testing::IsEmpty());
+    host.phone.runTurns();
+    EXPECT_THAT(stored(), ElementsAre("a", "b"));
+    saveSoon("c");
+    EXPECT_TRUE(data->setSdkIsStarted(true));
+    EXPECT_THAT(stored(), ElementsAre("a", "b", "c")) << "with the next save";
+    host.phone.runTurns();
+    saveSoon("d");
+    data.reset();
+    EXPECT_THAT(stored(), ElementsAre("a", "b", "c", "d"));
+}
+
 TEST(QuomiData, ChangesAreWholeOrNotThere) {
     StoreHost host;
     const auto data = host.open();
