@@ -4,10 +4,9 @@
 #include "quomi/diagnostics/event_log.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "tests/support/temporary_directory.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdlib>
 #include <string>
 
 #include <boost/json/object.hpp>
@@ -28,15 +27,10 @@ public:
     void log(std::string_view message) override { fuzz::require(!message.empty()); }
 };
 
-std::string newDirectoryInMemory() {
-    std::string name = "/dev/shm/quomi-log-fuzz-XXXXXX";
-    fuzz::require(::mkdtemp(name.data()) != nullptr);
-    return name;
-}
-
 /// The same for all runs.
 posix::PosixFiles& files() {
-    static posix::PosixFiles all(newDirectoryInMemory());
+    static const test::TemporaryDirectory directory;
+    static posix::PosixFiles all(directory.path());
     return all;
 }
 
