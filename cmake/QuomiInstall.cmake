@@ -1,6 +1,6 @@
 # What `cmake --install` installs: component `quomi`, the shared library with the headers that quomi/quomi.h reaches;
-# component `posix`, the parts of a POSIX host; component `simulated`, the phone made of data, which needs both. All are
-# found by find_package(quomi), the library by pkg-config too.
+# component `posix`, the parts of a POSIX host; component `simulated`, the phone made of data and what plays visits on
+# it, which needs both; component `gpx`, the reader of tracks, which needs all and pugixml. All are found by find_package(quomi), the library by pkg-config too.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -34,7 +34,7 @@ set(public_headers)
 quomi_collect_headers(public_headers quomi/quomi.h)
 set(posix_headers hosts/posix/clock.h hosts/posix/console.h hosts/posix/defaults.h hosts/posix/files.h hosts/posix/run_loop.h)
 set(simulated_headers)
-foreach(header simulated_phone scripted_transport world_radio packet_file)
+foreach(header simulated_phone scripted_transport world_radio packet_file replay/replay)
   quomi_collect_headers(simulated_headers hosts/simulated/${header}.h)
 endforeach()
 list(REMOVE_ITEM simulated_headers ${public_headers} ${posix_headers})
@@ -44,7 +44,12 @@ quomi_install_headers(simulated ${simulated_headers})
 
 install(TARGETS quomi_shared EXPORT quomi-targets COMPONENT quomi INCLUDES DESTINATION ${headers})
 install(EXPORT quomi-targets NAMESPACE quomi:: DESTINATION ${package} COMPONENT quomi)
-foreach(host posix simulated)
+set(hosts posix simulated)
+if(TARGET quomi_gpx)
+  list(APPEND hosts gpx)
+  quomi_install_headers(gpx hosts/simulated/gpx/gpx_file.h)
+endif()
+foreach(host IN LISTS hosts)
   install(TARGETS quomi_${host} EXPORT quomi-${host}-targets COMPONENT ${host})
   install(EXPORT quomi-${host}-targets NAMESPACE quomi:: DESTINATION ${package} COMPONENT ${host})
   set_target_properties(quomi_${host} PROPERTIES EXPORT_NAME ${host})

@@ -2,6 +2,7 @@
 // the notification through, and stops. Prints what happens; its result is 0 when all of that did.
 
 #include "back_office.h"
+#include "shop_delegate.h"
 #include "small_phone.h"
 
 #include <cstdlib>
@@ -11,17 +12,6 @@
 #include <hosts/posix/defaults.h>
 #include <hosts/posix/files.h>
 #include <hosts/posix/run_loop.h>
-
-namespace {
-
-/// What the app wants to have seen in the end.
-struct Seen {
-    bool beacon = false;
-    bool vetoed = false;
-    bool notified = false;
-};
-
-}  // namespace
 
 int main() {
     // 1. The ports. The run loop comes first: this thread is the host's thread from here on.
@@ -49,24 +39,8 @@ int main() {
     quomi::QuomiSDK sdk(platform, settings);
 
     // 3. The delegate: only what the app cares for. The SDK holds it weakly.
-    Seen seen;
-    const auto delegate = std::make_shared<quomi::QuomiSDKDelegate>();
-    delegate->didReceiveErrorNotification = [](quomi::QuomiSDK&, const quomi::Error& error) {
-        std::printf("error: %s\n", describe(error).c_str());
-    };
-    delegate->didFindNewBeacon = [&seen](quomi::QuomiSDK&, const std::string& name, const boost::json::object&) {
-        std::printf("beacon: %s\n", name.c_str());
-        seen.beacon = true;
-    };
-    delegate->shouldExecuteOpenWebPageRequest = [&seen](quomi::QuomiSDK&, const std::string& url, int) {
-        std::printf("vetoed: %s\n", url.c_str());
-        seen.vetoed = true;
-        return false;
-    };
-    delegate->shouldExecuteNotificationRequest = [&seen](quomi::QuomiSDK&, const quomi::NotificationRequest&, int) {
-        seen.notified = true;
-        return true;
-    };
+    shop::Seen seen;
+    const auto delegate = shop::delegate(seen);
     sdk.setDelegate(delegate);
 
     // 4. Start. Without a stored application record the answer comes later, as an error or as a running SDK.
@@ -78,8 +52,7 @@ int main() {
     }
 
     // 5. The app's life: its run loop. Rules run from inside of it.
-    const bool done =
-        loop.runUntil([&seen] { return seen.beacon && seen.vetoed && seen.notified; }, std::chrono::seconds(10));
+    const bool done = loop.runUntil([&seen] { return seen.all(); }, std::chrono::seconds(10));
 
     // 6. Stop: nothing calls back any more.
     sdk.stop();

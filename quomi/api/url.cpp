@@ -1,5 +1,8 @@
 #include "quomi/api/url.h"
 
+#include "quomi/util/ascii.h"
+#include "quomi/util/percent.h"
+
 #include <memory>
 
 #include <curl/curl.h>
@@ -18,34 +21,8 @@ std::optional<std::string> part(CURLU* url, CURLUPart which, unsigned flags = 0)
     return value;
 }
 
-constexpr char kHexDigits[] = "0123456789ABCDEF";
-
-void appendEncoded(std::string& text, char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    text += '%';
-    text += kHexDigits[byte >> 4];
-    text += kHexDigits[byte & 0xF];
-}
-
-bool isUnreserved(char c) {
-    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-           c == '_' || c == '~';
-}
-
 bool mayStandInUrl(char c) {
     return c > ' ' && c < '\x7F' && std::string_view("\"<>\\^`{|}").find(c) == std::string_view::npos;
-}
-
-std::string percentEncoded(std::string_view text) {
-    std::string encoded;
-    for (const char c : text) {
-        if (isUnreserved(c)) {
-            encoded += c;
-        } else {
-            appendEncoded(encoded, c);
-        }
-    }
-    return encoded;
 }
 
 }  // namespace
@@ -57,7 +34,7 @@ std::string withoutForbiddenCharacters(std::string_view url) {
         if (mayStandInUrl(c)) {
             clean += c;
         } else {
-            appendEncoded(clean, c);
+            appendPercentEncoded(clean, c);
         }
     }
     return clean;
@@ -82,7 +59,7 @@ std::string originOf(std::string_view url) {
     const auto hostEnd = url.find_first_of("/?#", schemeEnd == std::string_view::npos ? 0 : schemeEnd + 3);
     std::string origin(url.substr(0, hostEnd));
     for (char& c : origin) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        c = lowerCase(c);
     }
     return origin;
 }

@@ -20,10 +20,10 @@ using QueryParameters = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] std::string withoutForbiddenCharacters(std::string_view url);
 
 /// Scheme, host and port of a normalised URL, in lower case: what one connection belongs to.
-[[nodiscard]] std::string originOf(std::string_view url);
+[[nodiscard]] QUOMI_EXPORT std::string originOf(std::string_view url);
 
 /// Base and path in one: the path begins with a slash, a slash at the end of the base is dropped.
-[[nodiscard]] std::string joinUrl(std::string_view base, std::string_view path);
+[[nodiscard]] QUOMI_EXPORT std::string joinUrl(std::string_view base, std::string_view path);
 
 /// The URL with the parameters as its query, names and values percent-encoded.
 [[nodiscard]] std::string withQuery(std::string_view url, const QueryParameters& parameters);

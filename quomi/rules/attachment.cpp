@@ -4,6 +4,7 @@
 #include "quomi/api/http_transport.h"
 #include "quomi/platform/files.h"
 #include "quomi/util/json_readers.h"
+#include "quomi/util/percent.h"
 #include "quomi/util/text.h"
 
 #include <algorithm>
@@ -31,25 +32,6 @@ std::string_view lastPathComponent(std::string_view url) {
     url.remove_prefix(path);
     while (url.ends_with('/')) url.remove_suffix(1);
     return url.substr(url.find_last_of('/') + 1);
-}
-
-bool isHexDigit(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-std::string percentDecoded(std::string_view text) {
-    std::string decoded;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const bool isEscape =
-            text[i] == '%' && i + 2 < text.size() && isHexDigit(text[i + 1]) && isHexDigit(text[i + 2]);
-        if (!isEscape) {
-            decoded += text[i];
-            continue;
-        }
-        decoded += static_cast<char>(QuomiUtils::hexStringToData(text.substr(i + 1, 2)).front());
-        i += 2;
-    }
-    return decoded;
 }
 
 bool isAscii(char c) {

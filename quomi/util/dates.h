@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/util/export.h"
 #include "quomi/util/time.h"
 
 #include <cstdint>
@@ -19,11 +20,11 @@ namespace QuomiUtils {
 /// microseconds are kept; then perhaps "Z", ±hh, ±hhmm or ±hh:mm. Without a zone the time is UTC. 24:00 is the end of
 /// the day and second 60 the first of the next minute; any other field out of its range, and any other text, gives
 /// nothing.
-[[nodiscard]] std::optional<WallTime> isoDate(std::string_view text);
+[[nodiscard]] QUOMI_EXPORT std::optional<WallTime> isoDate(std::string_view text);
 
 /// "2026-11-21T04:33:48.000Z", in local time of the zone. The Z is written whatever the zone: deliberate, the servers
 /// read it so.
-[[nodiscard]] std::string stringUTCForDate(WallTime date, std::string_view zone);
+[[nodiscard]] QUOMI_EXPORT std::string stringUTCForDate(WallTime date, std::string_view zone);
 
 /// The local day as "2026-11-21".
 [[nodiscard]] std::string dayStringForDate(WallTime date, std::string_view zone);

@@ -1,5 +1,7 @@
 #include "quomi/util/text.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <array>
 #include <numeric>
@@ -25,13 +27,6 @@ std::size_t leadingSpace(std::string_view text) {
 std::size_t trailingSpace(std::string_view text) {
     const auto* space = std::ranges::find_if(kSpaces, [&](auto candidate) { return text.ends_with(candidate); });
     return space == kSpaces.end() ? 0 : space->size();
-}
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
 }
 
 std::uint8_t hexPair(char high, char low) {

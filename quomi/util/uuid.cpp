@@ -1,5 +1,7 @@
 #include "quomi/util/uuid.h"
 
+#include "quomi/util/ascii.h"
+
 #include <cctype>
 
 namespace quomi {
@@ -8,13 +10,6 @@ namespace {
 
 constexpr bool isDashPosition(std::size_t i) {
     return i == 8 || i == 13 || i == 18 || i == 23;
-}
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
 }
 
 }  // namespace

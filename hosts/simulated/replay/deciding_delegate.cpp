@@ -42,6 +42,38 @@ std::function<void(QuomiSDK&, const Subject&, int)> performing(const Trace& trac
     };
 }
 
+/// Whoever hears both hears them in this order.
+template <class... Arguments>
+void hearToo(std::function<void(Arguments...)>& traced, const std::function<void(Arguments...)>& own) {
+    if (!own) return;
+    traced = [first = std::move(traced), own](Arguments... arguments) {
+        first(arguments...);
+        own(arguments...);
+    };
+}
+
+template <class Subject>
+void decideInstead(const Trace& trace, const char* operation,
+                   std::function<bool(QuomiSDK&, const Subject&, int)>& traced,
+                   const std::function<bool(QuomiSDK&, const Subject&, int)>& own) {
+    if (!own) return;
+    traced = [&trace, operation, own](QuomiSDK& sdk, const Subject& subject, int triggeredBy) {
+        const bool answer = own(sdk, subject, triggeredBy);
+        return deciding<Subject>(trace, operation, answer)(sdk, subject, triggeredBy);
+    };
+}
+
+template <class Subject, class... Blocks>
+void performInstead(const Trace& trace, const char* operation,
+                    std::function<void(QuomiSDK&, const Subject&, int, Blocks...)>& traced,
+                    const std::function<void(QuomiSDK&, const Subject&, int, Blocks...)>& own) {
+    if (!own) return;
+    traced = [&trace, operation, own](QuomiSDK& sdk, const Subject& subject, int triggeredBy, Blocks... blocks) {
+        performing<Subject>(trace, operation)(sdk, subject, triggeredBy);
+        own(sdk, subject, triggeredBy, blocks...);
+    };
+}
+
 }  // namespace
 
 void DecidingDelegate::implement(const DelegateConfig& config, QuomiSDKDelegate& delegate) {
@@ -74,6 +106,50 @@ void DecidingDelegate::implement(const DelegateConfig& config, QuomiSDKDelegate&
         if (how == DelegateServerRequest::succeeds) later({}, success);
         if (how == DelegateServerRequest::fails) later({}, [failure] { failure({kHTTPErrorDomain, 1, {}}); });
     };
+}
+
+void DecidingDelegate::join(const QuomiSDKDelegate& own, QuomiSDKDelegate& delegate) {
+    hearToo(delegate.didReceiveErrorNotification, own.didReceiveErrorNotification);
+    hearToo(delegate.didLogEvent, own.didLogEvent);
+    hearToo(delegate.didEnterBeaconRegion, own.didEnterBeaconRegion);
+    hearToo(delegate.didExitBeaconRegion, own.didExitBeaconRegion);
+    hearToo(delegate.didFindNewBeacon, own.didFindNewBeacon);
+    hearToo(delegate.didLoseBeaconSignal, own.didLoseBeaconSignal);
+    hearToo(delegate.didUpdateBeacon, own.didUpdateBeacon);
+    hearToo(delegate.didReceivePingFromBeacon, own.didReceivePingFromBeacon);
+    hearToo(delegate.didReceiveLocationChange, own.didReceiveLocationChange);
+    hearToo(delegate.didReceiveEnterRegionNotification, own.didReceiveEnterRegionNotification);
+    hearToo(delegate.didReceiveExitRegionNotification, own.didReceiveExitRegionNotification);
+    joinDecisions(own, delegate);
+    performInstead(trace_, "executeNotificationRequest", delegate.executeNotificationRequest,
+                   own.executeNotificationRequest);
+    performInstead(trace_, "executeOpenWebPageRequest", delegate.executeOpenWebPageRequest,
+                   own.executeOpenWebPageRequest);
+    performInstead(trace_, "executeOpenDeepLinkRequest", delegate.executeOpenDeepLinkRequest,
+                   own.executeOpenDeepLinkRequest);
+    performInstead(trace_, "executeServerNotificationRequest", delegate.executeServerNotificationRequest,
+                   own.executeServerNotificationRequest);
+}
+
+void DecidingDelegate::joinDecisions(const QuomiSDKDelegate& own, QuomiSDKDelegate& delegate) {
+    decideInstead(trace_, "shouldExecuteNotificationRequest", delegate.shouldExecuteNotificationRequest,
+                  own.shouldExecuteNotificationRequest);
+    decideInstead(trace_, "shouldExecuteOpenWebPageRequest", delegate.shouldExecuteOpenWebPageRequest,
+                  own.shouldExecuteOpenWebPageRequest);
+    decideInstead(trace_, "shouldExecuteOpenDeepLinkRequest", delegate.shouldExecuteOpenDeepLinkRequest,
+                  own.shouldExecuteOpenDeepLinkRequest);
+    decideInstead(trace_, "shouldExecuteServerNotificationRequest", delegate.shouldExecuteServerNotificationRequest,
+                  own.shouldExecuteServerNotificationRequest);
+    const auto& ask = own.shouldExecuteNotificationRequestCompletionBlock;
+    if (!ask) return;
+    delegate.shouldExecuteNotificationRequestCompletionBlock =
+        [this, ask](QuomiSDK& sdk, const NotificationRequest& request, int triggeredBy, auto completionBlock) {
+            ask(sdk, request, triggeredBy, [this, &sdk, request, triggeredBy, completionBlock](bool answer) {
+                static_cast<void>(deciding<NotificationRequest>(trace_, "shouldExecuteNotificationRequest", answer)(
+                    sdk, request, triggeredBy));
+                completionBlock(answer);
+            });
+        };
 }
 
 void DecidingDelegate::decideNotifications(const DelegateAnswer& answer, QuomiSDKDelegate& delegate) {

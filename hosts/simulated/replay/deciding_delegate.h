@@ -24,9 +24,12 @@ public:
 
     /// Gives the delegate the operations that the visit names. The object outlives the delegate.
     void implement(const DelegateConfig& config, QuomiSDKDelegate& delegate);
+    /// Lets the app's own delegate hear what the delegate hears, and decide and perform in its place.
+    void join(const QuomiSDKDelegate& own, QuomiSDKDelegate& delegate);
 
 private:
     void decideNotifications(const DelegateAnswer& answer, QuomiSDKDelegate& delegate);
+    void joinDecisions(const QuomiSDKDelegate& own, QuomiSDKDelegate& delegate);
     void later(Duration delay, Task task);
 
     const Trace& trace_;

@@ -1,11 +1,14 @@
 #include "hosts/simulated/replay/replay.h"
 
+#include "hosts/simulated/campaign/campaign_server.h"
+#include "hosts/simulated/campaign/campaign_transport.h"
 #include "hosts/simulated/expect/expectation_check.h"
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/observed_transport.h"
 #include "hosts/simulated/packet_file.h"
 #include "hosts/simulated/replay/action_queue.h"
 #include "hosts/simulated/replay/replay_host.h"
+#include "hosts/simulated/replay/wire_transport.h"
 #include "hosts/simulated/scripted_transport.h"
 #include "hosts/simulated/simulated_phone.h"
 #include "hosts/simulated/world_radio.h"
@@ -189,12 +192,24 @@ bool isShortEnough(const Visit& visit, const ActionQueue::Recordings& recordings
     return false;
 }
 
+std::optional<Servers> openCampaign(const Visit& visit, VisitError& error) {
+    std::optional<Error> failure;
+    auto campaign = Campaign::load(std::get<CampaignBackoffice>(visit.backoffice).campaign.string(), &failure);
+    if (!campaign) {
+        error = visit.errorAt("$.backoffice.campaign", failure->localizedDescription().value_or(""));
+        return std::nullopt;
+    }
+    const auto server = std::make_shared<CampaignServer>(std::move(*campaign), [](const auto&) { return true; });
+    return Servers{"http://campaign.test",
+                   [server](VirtualLoop& loop) { return std::make_unique<CampaignTransport>(server, loop, loop); }};
+}
+
 }  // namespace
 
 /// Everything that lives while a visit is played, in the order in which it is made.
 class Replay::Player {
 public:
-    Player(const Visit& visit, const ReplayOptions& options, TraceSink sink, const ConnectServers& connect,
+    Player(const Visit& visit, const ReplayOptions& options, TraceSink sink, const std::optional<Servers>& servers,
            ActionQueue::Recordings recordings)
         : visit_(visit),
           sink_(std::move(sink)),
@@ -203,14 +218,14 @@ public:
           phone_(phoneConfig(visit, options), observer()),
           trace_(phone_.loop(), [this](const boost::json::object& record) { sink_(record); }),
           settings_(deployment_, phone_.platform().location),
-          link_(connect ? connect(phone_.loop(), [this] { return baseURLs(); }) : nullptr),
-          observedLink_(link_ ? std::make_unique<ObservedTransport>(*link_, linkObserver_) : nullptr),
-          platform_(observedLink_ ? withTransport(phone_.platform(), *observedLink_) : phone_.platform()),
+          wire_(servers ? makeWire(*servers) : nullptr),
+          observedWire_(wire_ ? std::make_unique<ObservedTransport>(*wire_, wireObserver_) : nullptr),
+          platform_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform()),
           sdk_(platform_, settings_),
           ruleObserver_(std::make_shared<RuleObserver>(RuleObserver{[this](const RuleReport& report) {
               trace_.write("rule", boost::json::string(report.ruleId), traceRule(report));
           }})),
-          host_(platform_, sdk_, settings_, trace_, phone_) {
+          host_(platform_, sdk_, settings_, trace_, phone_, options.delegate) {
         phone_.transport().setBaseURLs([this] { return std::vector{settings_.baseAPIUrl, visit_.app.baseURL}; });
         sdk_.setRuleObserver(ruleObserver_);
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
@@ -224,7 +239,7 @@ public:
         sink_ = [](const boost::json::object&) {};
     }
 
-    [[nodiscard]] WallTime now() { return phone_.loop().now(); }
+    [[nodiscard]] SimulatedPhone& phone() { return phone_; }
 
     bool play() {
         const Duration end = endOf(visit_, recordings_);
@@ -250,6 +265,11 @@ private:
         return {settings_.baseAPIUrl, visit_.app.baseURL, deployment_.apiBaseUrl};
     }
 
+    std::unique_ptr<WireTransport> makeWire(const Servers& servers) {
+        return std::make_unique<WireTransport>(
+            phone_.loop(), servers.url, [this] { return baseURLs(); }, servers.connect(phone_.loop()));
+    }
+
     void script(const ScriptedBackoffice& scripted) {
         for (const auto& [key, answers] : scripted.answers) {
             std::vector<ScriptedAnswer> list;
@@ -260,7 +280,7 @@ private:
 
     bool settle() {
         const bool rested = phone_.runTurns();
-        if (link_ != nullptr) link_->settle();
+        if (wire_ != nullptr) wire_->settle();
         return rested;
     }
 
@@ -355,9 +375,9 @@ private:
     SimulatedPhone phone_;
     Trace trace_;
     QuomiSettings settings_;
-    const PhoneObserver linkObserver_ = observer();
-    std::unique_ptr<ServerLink> link_;
-    std::unique_ptr<ObservedTransport> observedLink_;
+    const PhoneObserver wireObserver_ = observer();
+    std::unique_ptr<WireTransport> wire_;
+    std::unique_ptr<ObservedTransport> observedWire_;
     const Platform platform_;
     QuomiSDK sdk_;
     const std::shared_ptr<const RuleObserver> ruleObserver_;
@@ -372,13 +392,28 @@ std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions&
         *error = std::move(*fault);
         return nullptr;
     }
-    ConnectServers connect;
-    if (options.openServers) {
-        connect = options.openServers(visit, *error);
-        if (!connect) return nullptr;
+    std::optional<Servers> servers;
+    if (options.openServers || std::holds_alternative<CampaignBackoffice>(visit.backoffice)) {
+        servers = options.openServers ? options.openServers(visit, *error) : openCampaign(visit, *error);
+        if (!servers) return nullptr;
     }
+    if (!sink) sink = [](const boost::json::object&) {};
     return std::unique_ptr<Replay>(
-        new Replay(std::make_unique<Player>(visit, options, std::move(sink), connect, std::move(recordings))));
+        new Replay(std::make_unique<Player>(visit, options, std::move(sink), servers, std::move(recordings))));
+}
+
+std::unique_ptr<Replay> Replay::load(const std::filesystem::path& file, const ReplayOptions& options,
+                                     VisitError* error) {
+    auto visit = Visit::load(file, error);
+    if (!visit) return nullptr;
+    auto kept = std::make_unique<const Visit>(std::move(*visit));
+    auto replay = prepare(*kept, options, {}, error);
+    if (replay != nullptr) replay->visit_ = std::move(kept);
+    return replay;
+}
+
+SimulatedPhone& Replay::phone() {
+    return player_->phone();
 }
 
 Replay::Replay(std::unique_ptr<Player> player) : player_(std::move(player)) {}
@@ -390,7 +425,7 @@ bool Replay::play() {
 }
 
 WallTime Replay::now() const {
-    return player_->now();
+    return player_->phone().loop().now();
 }
 
 }  // namespace quomi::simulated

@@ -286,13 +286,14 @@ std::shared_ptr<QuomiAuthorizationDelegate> tracingAuthorizationDelegate(const T
 }  // namespace
 
 ReplayHost::ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
-                       SimulatedPhone& phone)
+                       SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own)
     : platform_(platform),
       sdk_(sdk),
       settings_(settings),
       trace_(trace),
       phone_(phone),
       deciding_(trace, platform.runLoop),
+      own_(std::move(own)),
       delegate_(tracingDelegate(trace)),
       authorizationDelegate_(tracingAuthorizationDelegate(trace)) {}
 
@@ -304,6 +305,7 @@ void ReplayHost::configure(const AppConfig& app) {
     for (const auto& [property, value] : app.properties) calls().at(setterName(property))(*this, value);
     for (const auto& [name, value] : app.settings) setSetting(settings_, name, value);
     deciding_.implement(app.delegate, *delegate_);
+    if (own_ != nullptr) deciding_.join(*own_, *delegate_);
     sdk_.setDelegate(delegate_);
 }
 

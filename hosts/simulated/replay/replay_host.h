@@ -30,9 +30,9 @@ struct CallStep;
 /// calls of a visit. The first call of the authorization manager makes it, with a delegate that traces as well.
 class ReplayHost {
 public:
-    /// All of them outlive the host.
+    /// The references outlive the host. `own`, where there is one, is the app's delegate, which hears and decides too.
     ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
-               SimulatedPhone& phone);
+               SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own);
     ~ReplayHost();
     ReplayHost(const ReplayHost&) = delete;
     ReplayHost& operator=(const ReplayHost&) = delete;
@@ -57,6 +57,7 @@ private:
     const Trace& trace_;
     SimulatedPhone& phone_;
     DecidingDelegate deciding_;
+    const std::shared_ptr<const QuomiSDKDelegate> own_;
     std::shared_ptr<QuomiSDKDelegate> delegate_;
     std::shared_ptr<QuomiAuthorizationDelegate> authorizationDelegate_;
     std::unique_ptr<QuomiAuthorizationManager> authorizationManager_;

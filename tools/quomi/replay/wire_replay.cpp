@@ -1,8 +1,8 @@
 #include "tools/quomi/replay/wire_replay.h"
 
 #include "hosts/simulated/gpx/gpx_file.h"
+#include "quomi/api/curl_transport.h"
 #include "tools/quomi/backoffice/backoffice.h"
-#include "tools/quomi/replay/wire_transport.h"
 
 #include <memory>
 #include <utility>
@@ -13,16 +13,15 @@ namespace quomi::tool {
 namespace {
 
 using simulated::CampaignBackoffice;
-using simulated::ConnectServers;
-using simulated::ServerLink;
+using simulated::Servers;
 using simulated::Visit;
 using simulated::VisitError;
 
-/// A back office in this process, and the wire to it.
-class OwnServer final : public ServerLink {
+/// The wire to a back office in this process.
+class OwnServer final : public HttpTransport {
 public:
-    OwnServer(std::shared_ptr<Backoffice> backoffice, simulated::VirtualLoop& loop, WireTransport::StandIns baseURLs)
-        : backoffice_(std::move(backoffice)), wire_(loop, backoffice_->baseUrl(), std::move(baseURLs)) {
+    OwnServer(std::shared_ptr<Backoffice> backoffice, simulated::VirtualLoop& loop)
+        : backoffice_(std::move(backoffice)), curl_(loop) {
         backoffice_->setNow([&loop] { return loop.now(); });
     }
     ~OwnServer() override { backoffice_->stop(); }  // it asks the phone for the time
@@ -30,37 +29,30 @@ public:
     OwnServer& operator=(const OwnServer&) = delete;
 
     [[nodiscard]] std::unique_ptr<HttpTask> send(HttpRequest request, Completion completion) override {
-        return wire_.send(std::move(request), std::move(completion));
+        return curl_.send(std::move(request), std::move(completion));
     }
-    void settle() override { wire_.settle(); }
 
 private:
     const std::shared_ptr<Backoffice> backoffice_;
-    WireTransport wire_;
+    CurlTransport curl_;
 };
 
-ConnectServers connectTo(const std::string& server) {
-    return [server](simulated::VirtualLoop& loop, WireTransport::StandIns baseURLs) {
-        return std::make_unique<WireTransport>(loop, server, std::move(baseURLs));
-    };
-}
-
-ConnectServers openCampaign(const Visit& visit, VisitError& error) {
+std::optional<Servers> openCampaign(const Visit& visit, VisitError& error) {
     std::optional<Error> failure;
     auto campaign =
         simulated::Campaign::load(std::get<CampaignBackoffice>(visit.backoffice).campaign.string(), &failure);
     if (!campaign) {
         error = visit.errorAt("$.backoffice.campaign", failure->localizedDescription().value_or(""));
-        return nullptr;
+        return std::nullopt;
     }
     const auto backoffice = std::make_shared<Backoffice>(std::move(*campaign));
     if (!backoffice->start()) {
         error = visit.errorAt("$.backoffice.campaign", "no loopback port can be had");
-        return nullptr;
+        return std::nullopt;
     }
-    return [backoffice](simulated::VirtualLoop& loop, WireTransport::StandIns baseURLs) {
-        return std::make_unique<OwnServer>(backoffice, loop, std::move(baseURLs));
-    };
+    return Servers{backoffice->baseUrl(), [backoffice](simulated::VirtualLoop& loop) {
+                       return std::make_unique<OwnServer>(backoffice, loop);
+                   }};
 }
 
 }  // namespace
@@ -71,7 +63,9 @@ simulated::ReplayOptions wireReplay(const Visit& visit, std::filesystem::path st
     options.state = std::move(state);
     options.readTrack = simulated::readGpxFile;
     if (server) {
-        options.openServers = [server](const Visit&, VisitError&) { return connectTo(*server); };
+        options.openServers = [server](const Visit&, VisitError&) {
+            return Servers{*server, [](simulated::VirtualLoop& loop) { return std::make_unique<CurlTransport>(loop); }};
+        };
     } else if (std::holds_alternative<CampaignBackoffice>(visit.backoffice)) {
         options.openServers = openCampaign;
     }

@@ -1,11 +1,11 @@
-#include "tools/quomi/replay/wire_transport.h"
+#include "hosts/simulated/replay/wire_transport.h"
 
 #include "quomi/api/url.h"
 
 #include <algorithm>
 #include <utility>
 
-namespace quomi::tool {
+namespace quomi::simulated {
 
 namespace {
 
@@ -50,8 +50,9 @@ private:
     std::shared_ptr<Exchange> exchange_;
 };
 
-WireTransport::WireTransport(simulated::VirtualLoop& loop, std::string server, StandIns standIns)
-    : loop_(loop), server_(std::move(server)), standIns_(std::move(standIns)), curl_(loop) {}
+WireTransport::WireTransport(VirtualLoop& loop, std::string server, StandIns standIns,
+                             std::unique_ptr<HttpTransport> wire)
+    : loop_(loop), server_(std::move(server)), standIns_(std::move(standIns)), wire_(std::move(wire)) {}
 
 WireTransport::~WireTransport() = default;
 
@@ -76,9 +77,10 @@ std::unique_ptr<HttpTask> WireTransport::send(HttpRequest request, Completion co
     if (auto url = realUrl(request.url)) {
         request.url = std::move(*url);
         request.timeout = kLongestWait;
-        exchange->onTheWire = curl_.send(std::move(request), [this, weak = std::weak_ptr(exchange)](HttpResult result) {
-            if (const auto ended = weak.lock()) arrived(ended, std::move(result));
-        });
+        exchange->onTheWire =
+            wire_->send(std::move(request), [this, weak = std::weak_ptr(exchange)](HttpResult result) {
+                if (const auto ended = weak.lock()) arrived(ended, std::move(result));
+            });
     } else {
         exchange->result = failureOf({});
         loop_.post([this] { handOver(); });
@@ -116,4 +118,4 @@ void WireTransport::settle() {
     }
 }
 
-}  // namespace quomi::tool
+}  // namespace quomi::simulated

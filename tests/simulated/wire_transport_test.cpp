@@ -1,13 +1,14 @@
-#include "tools/quomi/replay/wire_transport.h"
+#include "hosts/simulated/replay/wire_transport.h"
 
 #include "hosts/simulated/observed_transport.h"
+#include "quomi/api/curl_transport.h"
 #include "tests/support/loopback_server.h"
 #include "tests/support/prelude.h"
 
 #include <condition_variable>
 #include <mutex>
 
-namespace quomi::tool {
+namespace quomi::simulated {
 namespace {
 
 /// A server that echoes the target as a JSON text; "/slow" is answered only after "/fast".
@@ -33,10 +34,10 @@ protected:
             });
     }
 
-    simulated::PhoneObserver observer() {
-        simulated::PhoneObserver observer;
+    PhoneObserver observer() {
+        PhoneObserver observer;
         observer.request = [this](const HttpRequest& request) { log_.push_back("request " + request.url); };
-        observer.response = [this](const std::string& url, const simulated::ResponseOutcome& outcome) {
+        observer.response = [this](const std::string& url, const ResponseOutcome& outcome) {
             const auto* status = std::get_if<int>(&outcome);
             log_.push_back(fmt::format(
                 "response {} {}", status != nullptr ? std::to_string(*status) : std::get<std::string>(outcome), url));
@@ -51,10 +52,10 @@ protected:
     std::vector<std::string> log_;
     std::vector<std::string> bases_{"https://own.test/api/", "https://default.test", ""};
     quomi::testing::LoopbackServer server_{[this](const auto& request) { return answer(request); }};
-    simulated::VirtualLoop loop_;
-    WireTransport wire_{loop_, server_.url(), [this] { return bases_; }};
-    const simulated::PhoneObserver observer_ = observer();
-    simulated::ObservedTransport observed_{wire_, observer_};
+    VirtualLoop loop_;
+    WireTransport wire_{loop_, server_.url(), [this] { return bases_; }, std::make_unique<CurlTransport>(loop_)};
+    const PhoneObserver observer_ = observer();
+    ObservedTransport observed_{wire_, observer_};
 };
 
 TEST_F(WireTransportTest, AnswersComeInTheOrderOfSendingAtTheInstantOfSending) {
@@ -97,7 +98,8 @@ TEST_F(WireTransportTest, AFailureIsToldInTheSameWordsWhereverItComesFrom) {
     const auto unsent = send("https://elsewhere.test/a");
     wire_.settle();
     const std::string nowhere = fmt::format("http://127.0.0.1:{}", quomi::testing::unusedPort());
-    WireTransport toNobody(loop_, nowhere, [this] { return bases_; });
+    WireTransport toNobody(
+        loop_, nowhere, [this] { return bases_; }, std::make_unique<CurlTransport>(loop_));
     const auto refused = toNobody.send({"GET", "https://own.test/api/a", {}, {}, {}}, [this](const HttpResult& result) {
         log_.push_back("ended " + std::get<HttpFailure>(result).message);
     });
@@ -130,4 +132,4 @@ TEST_F(WireTransportTest, WhileTheAppIsSuspendedNothingIsHandedOver) {
 }
 
 }  // namespace
-}  // namespace quomi::tool
+}  // namespace quomi::simulated
