@@ -327,6 +327,22 @@ TEST_F(Parser, AreasAndRemovals) {
     EXPECT_FALSE(error);
 }
 
+TEST_F(Parser, RecordsWithAnOverlongTextAreLeftOut) {
+    const auto places = [](std::size_t length) {
+        const std::string text(length, 'x');
+        return fmt::format(R"({{"id":"a","name":"{0}"}},{{"id":"b","rules_actions":[{{"id":"r",
+                               "action":{{"notify_user":"{0}"}}}}]}},{{"id":"c"}})",
+                           text);
+    };
+    EXPECT_TRUE(parseBeacons(beaconsAnswer(places(65537))));
+    EXPECT_TRUE(parseGeofences(geofencesAnswer(places(65537))));
+    EXPECT_EQ(idsOf(data->getAllBeacons()), "c");
+    EXPECT_EQ(idsOf(data->getAllGeofences()), "c");
+    EXPECT_TRUE(parseBeacons(beaconsAnswer(places(65536))));
+    EXPECT_EQ(data->getAllBeacons().size(), 3U);
+    EXPECT_FALSE(parseApplication(recordWith("more", '"' + std::string(65537, 'x') + '"')));
+}
+
 /// Numbers of any size, texts with anything in them, and thousands of elements that are nothing.
 TEST_F(Parser, AnswersOfAnyContent) {
     const char* zero = "a\\u0000b";

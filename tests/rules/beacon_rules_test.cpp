@@ -201,6 +201,21 @@ TEST_F(RuleTest, PlaceholdersOfTheServersUrl) {
                                   "&x=%7Belse%7D%20a&type=beacon"));
 }
 
+TEST_F(RuleTest, TheServersUrlIsBoundedWhateverFillsIt) {
+    std::string many = "https://a.test/?";
+    for (int i = 0; i < 2000; ++i) many += "{id}";
+    for (const auto& [id, url] : Table<std::string, std::string>{
+             {"{udid}", "https://a.test/{id}"}, {std::string(60'000, 'i'), "https://a.test/{id}"}, {"12345", many}}) {
+        auto seen = beacon(id, Rules{rule("r", {{kActionNotifyServer, url}})});
+        find(seen);
+        if (id == "{udid}") {
+            EXPECT_THAT(taken(), Contains("request https://a.test/%7Budid%7D?type=beacon")) << "filled once";
+        } else {
+            EXPECT_THAT(taken(), AllOf(Contains("r serverFailed {}"), Not(Contains(StartsWith("request")))));
+        }
+    }
+}
+
 TEST_F(RuleTest, RemovedRuleAndFailedSaveEndTheRuleQuietlyAndTheNextRunsCounted) {
     find(beacon("b", Rules{rule("r", {kNotify}), rule("s", {kNotify})}));
     taken();
