@@ -20,7 +20,7 @@ std::filesystem::path measureReplay(benchmark::State& state, const std::filesyst
     for (auto _ : state) {
         std::ofstream trace(traceFile);
         const double begin = processorSeconds();
-        const int status = tool::ReplayCommand(false).run({file.string(), "--json"}, trace, std::cerr);
+        const int status = tool::ReplayCommand().run({file.string(), "--json"}, trace, std::cerr);
         const double elapsed = processorSeconds() - begin;
         if (status != 0) {
             state.SkipWithError("the visit did not play");

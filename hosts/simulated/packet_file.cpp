@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <deque>
+#include <filesystem>
 #include <fstream>
 
 #include <fmt/format.h>
@@ -219,7 +220,8 @@ std::optional<std::vector<TimedPacket>> readPacketFile(const std::string& path, 
         text.append(block.data(), static_cast<std::size_t>(file.gcount()));
     }
     if (!file.is_open() || file.bad()) {
-        assign(error, fileError(1, fmt::format("{}: cannot be read", path)));
+        assign(error, fileError(1, fmt::format("{}: {}", path,
+                                               std::filesystem::exists(path) ? "cannot be read" : "no such file")));
         return std::nullopt;
     }
     return parsePackets(text, path, error);

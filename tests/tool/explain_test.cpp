@@ -10,7 +10,7 @@ const std::string kShop = QUOMI_SOURCE_DIR "/examples/shop/visit.json";
 std::string told(std::vector<std::string> args, int status = 0) {
     std::ostringstream out;
     std::ostringstream err;
-    EXPECT_EQ(runExplain(std::move(args), out, err), status) << err.str();
+    EXPECT_EQ(runExplain(std::move(args), {}, out, err), status) << err.str();
     return out.str() + err.str();
 }
 

@@ -172,7 +172,7 @@ Replayed ReplayBench::run(const std::vector<std::string>& args) const {
     std::ostringstream out;
     std::ostringstream err;
     Replayed replayed;
-    replayed.status = tool::ReplayCommand(false).run(args, out, err);
+    replayed.status = tool::ReplayCommand().run(args, out, err);
     replayed.out = out.str();
     replayed.err = err.str();
     return replayed;
@@ -181,7 +181,7 @@ Replayed ReplayBench::run(const std::vector<std::string>& args) const {
 int ReplayBench::runInto(const std::filesystem::path& out, const std::vector<std::string>& args) const {
     std::ofstream file(out);
     std::ostringstream err;
-    return tool::ReplayCommand(false).run(args, file, err);
+    return tool::ReplayCommand().run(args, file, err);
 }
 
 }  // namespace quomi::test

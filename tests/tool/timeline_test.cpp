@@ -27,12 +27,17 @@ json::object beacon(double t, const std::string& what, int minor, int proximity,
 
 /// 2024-05-04 23:59:50 in Berlin.
 Timeline::Options options() {
-    return {"A visit", WallTime(std::chrono::seconds(1714859990)), "Europe/Berlin", {{kUuid + "/1-1", "Käse"}}};
+    return {"A visit",
+            WallTime(std::chrono::seconds(1714859990)),
+            "Europe/Berlin",
+            {{kUuid + "/1-1", "Käse"}},
+            Depth::phone};
 }
 
-std::string played(const std::vector<json::object>& records, bool colour, Timeline::Options with = options()) {
+std::string played(const std::vector<json::object>& records, const Terminal& terminal = {},
+                   Timeline::Options with = options()) {
     std::ostringstream out;
-    Timeline timeline(out, colour, std::move(with));
+    Timeline timeline(out, terminal, std::move(with));
     for (const auto& record : records) timeline.record(record);
     timeline.finish();
     return out.str();
@@ -63,7 +68,7 @@ std::vector<json::object> smallTrace() {
 }
 
 TEST(Timeline, ShowsASmallVisit) {
-    EXPECT_EQ(played(smallTrace(), false),
+    EXPECT_EQ(played(smallTrace()),
               R"(A visit
 Saturday 2024-05-04, 23:59:50 (Europe/Berlin)
 
@@ -96,8 +101,8 @@ Summary  1 min 15 s
 }
 
 TEST(Timeline, ColoursOnlyWhenAskedAndThenOnlyAddsThem) {
-    const auto plain = played(smallTrace(), false);
-    auto coloured = played(smallTrace(), true);
+    const auto plain = played(smallTrace());
+    auto coloured = played(smallTrace(), {.hasColours = true});
     EXPECT_EQ(plain.find('\x1b'), std::string::npos);
     EXPECT_NE(coloured.find("\x1b[32m● found     \x1b[0m  Käse"), std::string::npos) << coloured;
     EXPECT_NE(coloured.find("\x1b[1;31m✗ error       HTTP status 500\x1b[0m\n"), std::string::npos) << coloured;
@@ -105,6 +110,74 @@ TEST(Timeline, ColoursOnlyWhenAskedAndThenOnlyAddsThem) {
         coloured.erase(at, coloured.find('m', at) - at + 1);
     }
     EXPECT_EQ(coloured, plain);
+}
+
+TEST(Timeline, TellsTheStoryAndMoreOnlyWhenAsked) {
+    const auto number = [](const char* word, Depth depth) {
+        auto with = options();
+        with.depth = depth;
+        auto records = smallTrace();
+        records.push_back(parsed(R"({"t":76,"backgroundTask":"end","id":3})"));
+        const auto text = played(records, {}, with);
+        std::size_t lines = 0;
+        for (auto at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) ++lines;
+        return lines;
+    };
+    for (const char* word : {"● found", "▲ updated", "○ lost", "◉ region", "✗ response", "✗ error"}) {
+        EXPECT_GE(number(word, Depth::story), 1U) << word;
+    }
+    for (const char* word : {"→ request", "← response", "▸ call"}) {
+        EXPECT_EQ(number(word, Depth::story), 0U) << word;
+        EXPECT_GE(number(word, Depth::traffic), 1U) << word;
+    }
+    EXPECT_EQ(number("· phone", Depth::traffic), 0U);
+    EXPECT_EQ(number("· phone", Depth::phone), 1U);
+}
+
+/// The lines of a timeline behind their times, without the summary.
+std::string linesOf(const std::string& text) {
+    std::string lines;
+    std::istringstream in(text.substr(0, text.find("\nSummary")));
+    for (std::string line; std::getline(in, line);) {
+        if (line.size() > 24 && line[2] == ':') lines += line.substr(24) + '\n';
+        if (line.starts_with(" ")) lines += line.substr(line.find_first_not_of(' ')) + '\n';
+    }
+    return lines;
+}
+
+TEST(Timeline, FoldsWhatRepeatsAloneOrInGroups) {
+    const auto console = [](double t, const char* text) { return json::object{{"t", t}, {"console", text}}; };
+    std::vector<json::object> records;
+    for (int i = 0; i < 60; ++i) records.push_back(console(i / 10.0, "same"));
+    records.push_back(console(6, "other"));
+    for (int i = 0; i < 30; ++i) {
+        records.push_back(beacon(10 + i, "didFindNewBeacon", 1, 2, i));
+        records.push_back(beacon(10 + i, "didLoseBeaconSignal", 1, 2));
+    }
+    records.push_back(beacon(50, "didFindNewBeacon", 1, 2, 40));
+    records.push_back(console(51, "once"));
+    records.push_back(console(52, "once"));
+    const auto text = linesOf(played(records));
+    EXPECT_EQ(text,
+              "· console     same\n"
+              "… 59 more of the same until 23:59:55\n"
+              "· console     other\n"
+              "● found       Käse  5D1B2C7E…4B90/1-1     near          0.0 m   -61 dBm\n"
+              "○ lost        Käse  5D1B2C7E…4B90/1-1     last near, after 0.0 s\n"
+              "… 29 more of the same two until 00:00:29\n"
+              "● found       Käse  5D1B2C7E…4B90/1-1     near         40.0 m   -61 dBm\n"
+              "· console     once\n"
+              "· console     once\n");
+}
+
+TEST(Timeline, BreaksLongLinesBetweenWordsAndLeavesTheSecondsOutWhereItIsNarrow) {
+    const auto text = played({parsed(R"({"t":1,"console":"a line that is longer than a terminal of forty columns"})")},
+                             {.columns = 50});
+    EXPECT_NE(text.find("23:59:51.0  · console     a line that is longer\n"
+                        "                          than a terminal of forty\n"
+                        "                          columns\n"),
+              std::string::npos)
+        << text;
 }
 
 TEST(Timeline, EveryKindHasItsLine) {
@@ -143,12 +216,17 @@ TEST(Timeline, EveryKindHasItsLine) {
         {R"("response":"timeout","url":"https://x.test/")", "✗ response    timeout https://x.test/"},
         {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"limit":3,"until":null})",
          "§ rule        5 of 9 (exit): stopped by its limit: 3 of 3, for good"},
+        {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"limit":3,"until":"2024-05-04T21:59:59.000Z"})",
+         "§ rule        5 of 9 (exit): stopped by its limit: 3 of 3, until 23:59:59"},
+        {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"limit":3,"until":"2024-05-04T22:00:01.000Z"})",
+         "§ rule        5 of 9 (exit): stopped by its limit: 3 of 3, until 00:00:01 on Sunday 2024-05-05"},
+        {R"("console":"Quomi SDK Error: no")", "✗ console     Quomi SDK Error: no"},
         {R"("rule":"5","owner":"9","trigger":"on_entry","decision":"executed","detail":{"actions":["a","b"]})",
          "§ rule        5 of 9 (entry): executed: a, b"},
         {R"("unheardOf":"x","y":[{"z":1}])", R"(· other       unheardOf x  y [{"z":1}])"},
     };
     for (const auto& [fields, expected] : cases) {
-        const auto text = played({parsed(R"({"t":1,)" + fields + "}")}, false);
+        const auto text = played({parsed(R"({"t":1,)" + fields + "}")});
         EXPECT_NE(text.find("  " + expected + "\n"), std::string::npos) << expected << "\n" << text;
     }
 }
@@ -165,7 +243,7 @@ TEST(Timeline, AWalkIsShownInStepsOfAHundredMetresAndAddedUp) {
     }
     auto named = options();
     named.labels["g"] = "The gate";
-    const auto text = played(records, false, named);
+    const auto text = played(records, {}, named);
     std::string places;
     for (auto at = text.find("location    "); at != std::string::npos; at = text.find("location    ", at + 1)) {
         places += text.substr(at + 12, 8) + ' ';
@@ -183,12 +261,12 @@ TEST(Timeline, SurvivesRecordsOfTheWrongShape) {
         for (const auto* value : {"null", "{}", "[]", "-1e300", "\"didFindNewBeacon\"", "\"didUpdateBeacon\""}) {
             const auto record = std::string(R"({"t":1e300,")") + kind + "\":" + value +
                                 R"(,"userInfo":{"proximity":1e300},"error":3,"body":[],"actions":[1]})";
-            EXPECT_NE(played({parsed(record)}, false).find("Summary"), std::string::npos);
+            EXPECT_NE(played({parsed(record)}).find("Summary"), std::string::npos);
         }
     }
     auto nowhere = options();
     nowhere.timeZone = "Nowhere/At all";
-    EXPECT_NE(played({}, false, nowhere).find("21:59:50 (UTC)"), std::string::npos);
+    EXPECT_NE(played({}, {}, nowhere).find("21:59:50 (UTC)"), std::string::npos);
 }
 
 TEST(Timeline, HostileTextCannotReachTheTerminal) {
@@ -207,7 +285,7 @@ TEST(Timeline, HostileTextCannotReachTheTerminal) {
     }
     records.push_back({{"t", 1}, {"delegate", "didFindNewBeacon"}, {"beacon", evil}, {"userInfo", {{"rssi", evil}}}});
     records.push_back({{"t", 1}, {"delegate", evil}, {evil, evil}});
-    const auto text = played(records, false, with);
+    const auto text = played(records, {}, with);
     for (const char c : text) EXPECT_TRUE(c == '\n' || static_cast<unsigned char>(c) >= 0x20) << static_cast<int>(c);
     for (const auto* part : {"\u009b", "\u202e", "\x7f", "\xff"}) EXPECT_EQ(text.find(part), std::string::npos);
     EXPECT_NE(text.find("console     ␛]0;x␇␍␊\uFFFD2J\uFFFD␡\uFFFD␀\n"), std::string::npos) << text;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -265,7 +266,9 @@ std::optional<std::string> contentOf(const std::string& path) {
 std::optional<Campaign> Campaign::load(const std::string& path, std::optional<Error>* error) {
     const std::optional<std::string> content = contentOf(path);
     if (content) return parse(*content, path, error);
-    report(error, CampaignErrorCode::unreadable, fmt::format("{}: expected a readable file of at most 64 MiB", path));
+    const bool isThere = std::filesystem::exists(path);
+    report(error, CampaignErrorCode::unreadable,
+           fmt::format("{}: {}", path, isThere ? "expected a readable file of at most 64 MiB" : "no such file"));
     return std::nullopt;
 }
 

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <utility>
 #include <vector>
@@ -181,7 +182,8 @@ std::optional<Track> readGpxFile(const std::string& path, std::optional<Error>* 
         text.append(block.data(), static_cast<std::size_t>(file.gcount()));
     }
     if (!file.is_open() || file.bad()) {
-        assign(error, fileError(1, fmt::format("{}: cannot be read", path)));
+        assign(error, fileError(1, fmt::format("{}: {}", path,
+                                               std::filesystem::exists(path) ? "cannot be read" : "no such file")));
         return std::nullopt;
     }
     return parseGpx(text, path, error);

@@ -214,6 +214,7 @@ public:
         : visit_(visit),
           sink_(std::move(sink)),
           moved_(options.moved),
+          goesOn_(options.goesOn),
           recordings_(std::move(recordings)),
           phone_(phoneConfig(visit, options), observer()),
           trace_(phone_.loop(), [this](const boost::json::object& record) { sink_(record); }),
@@ -242,17 +243,17 @@ public:
     [[nodiscard]] SimulatedPhone& phone() { return phone_; }
 
     bool play() {
-        const Duration end = endOf(visit_, recordings_);
+        end_ = endOf(visit_, recordings_);
         ActionQueue actions(visit_.steps, recordings_);
         host_.configure(visit_.app);
         bool inFirstTurn = true;
-        while (const auto action = actions.next(end)) {
+        while (const auto action = actions.next(end_)) {
             const bool joinsFirstTurn = std::exchange(inFirstTurn, false) && action->at == Duration::zero();
             if (!joinsFirstTurn && !advanceTo(action->at)) return false;
             std::visit([this](const auto& what) { perform(what); }, action->action);
             if (!settle()) return false;
         }
-        return advanceTo(end);
+        return advanceTo(end_);
     }
 
 private:
@@ -288,6 +289,7 @@ private:
         const MonotonicTime target{time};
         if (!settle()) return false;
         while (const auto next = phone_.loop().nextEvent()) {
+            if (goesOn_ && !goesOn_(phone_.loop().monotonicNow().time_since_epoch(), end_)) return false;
             if (*next > target) break;
             if (!phone_.advanceTo(*next) || !settle()) return false;
         }
@@ -370,6 +372,8 @@ private:
     const Visit& visit_;
     TraceSink sink_;
     const std::function<void(const Coordinate&, Duration)> moved_;
+    const std::function<bool(Duration, Duration)> goesOn_;
+    Duration end_{};
     const Deployment deployment_;
     const ActionQueue::Recordings recordings_;
     SimulatedPhone phone_;

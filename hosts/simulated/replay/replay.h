@@ -42,6 +42,8 @@ struct ReplayOptions {
     std::function<std::optional<Track>(const std::string& path, std::optional<Error>* error)> readTrack{};
     /// Told of every position of the device as it comes, before anybody else hears of it.
     std::function<void(const Coordinate& place, Duration at)> moved{};
+    /// Asked again and again how far it is; false ends it there.
+    std::function<bool(Duration at, Duration end)> goesOn{};
 };
 
 /// Plays one visit through the real SDK on a simulated phone under its virtual clock, and writes the trace.
@@ -61,7 +63,7 @@ public:
     Replay(const Replay&) = delete;
     Replay& operator=(const Replay&) = delete;
 
-    /// Plays to the visit's end. False when the app did not come to rest at some instant.
+    /// Plays to the visit's end. False when the app did not come to rest at some instant, or when it shall not go on.
     bool play();
 
     /// The phone, which shows what the app did to it.

@@ -16,6 +16,7 @@ namespace quomi::simulated {
 namespace {
 
 constexpr std::int64_t kFormatVersion = 1;
+constexpr const char* kNoSuchFile = "no such file";
 constexpr Duration kAfterLastStep = std::chrono::seconds(60);
 
 bool isDigit(char c) {
@@ -92,7 +93,7 @@ std::optional<std::string> readFile(const std::filesystem::path& path, std::stri
     std::ifstream file(path, std::ios::binary);
     std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (file.is_open() && !file.bad()) return text;
-    why = std::filesystem::exists(status) ? "expected a file that can be read" : "expected a file, found nothing";
+    why = std::filesystem::exists(status) ? "expected a file that can be read" : kNoSuchFile;
     return std::nullopt;
 }
 
@@ -109,6 +110,7 @@ void readVisit(const JsonNode& root, const std::filesystem::path& folder, Visit&
 }
 
 std::string VisitError::text() const {
+    if (path.empty()) return neutralised(fmt::format("{}: {}", file, message));
     return neutralised(fmt::format("{}: {}: {}", file, path, message));
 }
 
@@ -119,7 +121,7 @@ std::optional<Visit> Visit::load(const std::filesystem::path& path, VisitError* 
     } catch (const std::exception& failure) {
         why = fmt::format("expected a file that can be read: {}", failure.what());
     }
-    give(error, {path.string(), "$", why});
+    give(error, {path.string(), why == kNoSuchFile ? "" : "$", why});
     return std::nullopt;
 }
 

@@ -3,6 +3,7 @@
 #include "hosts/simulated/replay/replay.h"
 #include "hosts/simulated/visit/visit.h"
 #include "tools/quomi/explain/rule_story.h"
+#include "tools/quomi/replay/playing.h"
 #include "tools/quomi/replay/visit_labels.h"
 #include "tools/quomi/replay/wire_replay.h"
 #include "tools/quomi/timeline/terminal_text.h"
@@ -20,6 +21,7 @@ namespace {
 constexpr int kPlayed = 0;
 constexpr int kFailed = 1;
 constexpr int kNotValid = 2;
+constexpr int kInterrupted = 128;  // and the signal's number
 
 struct Arguments {
     std::string visit;
@@ -52,7 +54,7 @@ std::optional<int> parse(std::vector<std::string> args, Arguments& parsed, std::
 
 }  // namespace
 
-int runExplain(std::vector<std::string> args, std::ostream& out, std::ostream& err) {
+int runExplain(std::vector<std::string> args, const Terminal& terminal, std::ostream& out, std::ostream& err) {
     Arguments arguments;
     if (const auto status = parse(std::move(args), arguments, out, err)) return *status;
     simulated::VisitError error;
@@ -64,13 +66,22 @@ int runExplain(std::vector<std::string> args, std::ostream& out, std::ostream& e
     const LocalClock clock(visit->start, visit->timeZone);
     const BeaconNames names(labelsOf(*visit));
     RuleStory story(out, clock, names, arguments.rule, arguments.hasAt ? std::optional(arguments.at) : std::nullopt);
+    Playing playing(err, terminal.showsProgress);
+    auto options = wireReplay(*visit);
+    options.goesOn = [&](Duration at, Duration end) { return playing.goesOn(at, end); };
     const auto replay = simulated::Replay::prepare(
-        *visit, wireReplay(*visit), [&story](const boost::json::object& record) { story.record(record); }, &error);
+        *visit, options,
+        [&](const boost::json::object& record) {
+            playing.hideProgress();
+            story.record(record);
+        },
+        &error);
     if (replay == nullptr) {
         err << error.text() << '\n';
         return kNotValid;
     }
     if (!replay->play()) {
+        if (const int signal = Playing::signal(); signal != 0) return kInterrupted + signal;
         err << visit->file << ": the app did not come to rest\n";
         return kFailed;
     }

@@ -1,7 +1,9 @@
 #include "tools/quomi/timeline/rule_words.h"
 
 #include "quomi/beacons/proximity.h"
+#include "quomi/util/dates.h"
 #include "tools/quomi/timeline/beacon_names.h"
+#include "tools/quomi/timeline/local_clock.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
@@ -120,6 +122,17 @@ std::string ruleReason(const json::object& record) {
     const auto words = wordsOfDecisions().find(decision);
     if (words != wordsOfDecisions().end()) return words->second(detail);
     return detail.empty() ? decision : decision + "  " + pairsText(detail);
+}
+
+std::string ruleReason(const json::object& record, const LocalClock& clock, double seconds) {
+    auto text = ruleReason(record);
+    const auto until = textOf(objectOf(record, "detail"), "until");
+    const auto date = QuomiUtils::isoDate(until);
+    const auto at = text.find(until);
+    if (!date || at == std::string::npos) return text;
+    const auto end = clock.secondsOf(*date);
+    const bool isSameDay = clock.day(end) == clock.day(seconds);
+    return text.replace(at, until.size(), clock.clock(end) + (isSameDay ? "" : " on " + clock.date(end)));
 }
 
 std::string triggerWord(const std::string& trigger) {

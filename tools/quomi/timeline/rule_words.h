@@ -7,9 +7,15 @@
 
 namespace quomi::tool {
 
+class LocalClock;
+
 /// What a `rule` record says became of the rule, with its reason and figures, on one line without control characters.
 /// A decision that is not known stands as it is.
 [[nodiscard]] std::string ruleReason(const boost::json::object& record);
+
+/// The same; a limit's end stands as the device's time of day, with the date where that is another one than at
+/// `seconds`.
+[[nodiscard]] std::string ruleReason(const boost::json::object& record, const LocalClock& clock, double seconds);
 
 /// "entry", "exit", or the trigger as it stands.
 [[nodiscard]] std::string triggerWord(const std::string& trigger);

@@ -80,6 +80,26 @@ std::string clipped(std::string text, std::size_t columns) {
     return text;
 }
 
+std::string wrapped(const std::string& text, std::size_t columns, std::size_t indent) {
+    if (columns == 0 || columnsOf(text) <= columns) return text;
+    std::string lines;
+    std::size_t taken = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        const auto wordBegins = text.find_first_not_of(' ', at);
+        if (wordBegins == std::string::npos) break;
+        const auto wordEnds = std::min(text.find(' ', wordBegins), text.size());
+        const auto word = text.substr(wordBegins, wordEnds - wordBegins);
+        const auto blanks = wordBegins - at;
+        const bool fits = taken == 0 || taken + blanks + columnsOf(word) <= columns;
+        if (!fits) taken = indent;
+        lines += fits ? std::string(blanks, ' ') : "\n" + std::string(indent, ' ');
+        lines += word;
+        taken += (fits ? blanks : 0) + columnsOf(word);
+        at = wordEnds;
+    }
+    return lines;
+}
+
 std::string spanText(double seconds) {
     if (!(seconds < 1e9)) return "ever";
     if (seconds < 9.95) return fmt::format("{:.1f} s", std::max(seconds, 0.0));

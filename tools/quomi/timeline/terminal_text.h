@@ -20,6 +20,10 @@ using simulated::neutralised;
 /// The text, cut to that many columns with an ellipsis as the last one.
 [[nodiscard]] std::string clipped(std::string text, std::size_t columns);
 
+/// The text in lines of at most so many columns, broken between words (a word that is longer stands whole); all lines
+/// but the first begin with `indent` blanks. 0 columns: one line.
+[[nodiscard]] std::string wrapped(const std::string& text, std::size_t columns, std::size_t indent);
+
 /// A span for people: "0.4 s", "12 s", "6 min 30 s", "1 h 2 min".
 [[nodiscard]] std::string spanText(double seconds);
 

@@ -1,5 +1,6 @@
 #include "tools/quomi/timeline/timeline.h"
 
+#include "tools/quomi/timeline/line_folding.h"
 #include "tools/quomi/timeline/local_clock.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
@@ -18,6 +19,7 @@ namespace quomi::tool {
 namespace {
 
 constexpr std::string_view kResetColour = "\x1b[0m";
+constexpr std::size_t kWide = 100;  // columns
 
 std::string_view colourOf(Tone tone) {
     switch (tone) {
@@ -47,12 +49,15 @@ std::string timesText(std::size_t times) {
 
 class Timeline::Impl {
 public:
-    Impl(std::ostream& out, bool colour, Options options)
+    Impl(std::ostream& out, const Terminal& terminal, Options options)
         : out_(out),
-          colour_(colour),
+          terminal_(terminal),
+          depth_(options.depth),
           clock_(options.start, options.timeZone),
           names_(std::move(options.labels)),
-          words_(names_) {
+          words_(names_, clock_),
+          folding_([this](const TimedLine& line) { print(line); },
+                   [this](auto... repeated) { printRepeated(repeated...); }) {
         day_ = clock_.day(0);
         const auto zoneName = clock_.knowsZone() ? neutralised(options.timeZone) : std::string("UTC");
         print(painted(neutralised(options.visitName), "\x1b[1m"));
@@ -63,22 +68,12 @@ public:
     void record(const boost::json::object& record) {
         const auto seconds = std::clamp(numberOf(record, "t", 0), -1e9, 1e9);
         summary_.record(record, seconds);
-        const auto line = words_.describe(record, seconds);
-        if (!line) return;
-        const auto day = clock_.day(seconds);
-        if (day != day_) print(painted(fmt::format("── {} ──", clock_.date(seconds)), "\x1b[1m"));
-        day_ = day;
-        const auto times =
-            fmt::format("{}  {:>8.1f} s", clock_.clock(seconds, true), std::floor(seconds * 10 + 1e-4) / 10);
-        const auto head = fmt::format("{} {}", line->sign, leftAligned(std::string(line->word), 10));
-        const bool whole = line->tone == Tone::quiet || line->tone == Tone::bad;
-        const auto colour = colourOf(line->tone);
-        print(
-            fmt::format("{}  {}", painted(times, "\x1b[2m"),
-                        whole ? painted(head + "  " + line->text, colour) : painted(head, colour) + "  " + line->text));
+        auto line = words_.describe(record, seconds);
+        if (line && line->depth <= depth_) folding_.add({seconds, std::move(*line)});
     }
 
     void finish() {
+        folding_.finish();
         summary_.finish();
         print("");
         print(painted("Summary", "\x1b[1m") + fmt::format("  {}", spanText(summary_.seconds())));
@@ -93,15 +88,50 @@ public:
 
 private:
     [[nodiscard]] std::string painted(const std::string& text, std::string_view colour) const {
-        return colour_ && !colour.empty() ? fmt::format("{}{}{}", colour, text, kResetColour) : text;
+        return terminal_.hasColours && !colour.empty() ? fmt::format("{}{}{}", colour, text, kResetColour) : text;
     }
 
     void print(const std::string& line) { out_ << line << '\n'; }
+
+    [[nodiscard]] bool isNarrow() const { return terminal_.columns > 0 && terminal_.columns < kWide; }
+
+    /// A narrow terminal has no room for the seconds.
+    [[nodiscard]] std::string times(double seconds) const {
+        const auto clock = clock_.clock(seconds, true);
+        return isNarrow() ? clock : fmt::format("{}  {:>8.1f} s", clock, std::floor(seconds * 10 + 1e-4) / 10);
+    }
+
+    void print(const TimedLine& timed) {
+        const auto& [seconds, line] = timed;
+        const auto day = clock_.day(seconds);
+        if (day != day_) print(painted(fmt::format("── {} ──", clock_.date(seconds)), "\x1b[1m"));
+        day_ = day;
+        const auto time = times(seconds);
+        const auto head = fmt::format("{} {}", line.sign, leftAligned(std::string(line.word), 10));
+        const auto begin = columnsOf(time) + 2 + columnsOf(head) + 2;
+        const auto room = terminal_.columns > begin ? terminal_.columns - begin : 0;
+        auto text = wrapped(line.text, room, 0);
+        for (auto at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1)) {
+            text.insert(at + 1, begin, ' ');
+        }
+        const bool whole = line.tone == Tone::quiet || line.tone == Tone::bad;
+        const auto colour = colourOf(line.tone);
+        print(fmt::format("{}  {}", painted(time, "\x1b[2m"),
+                          whole ? painted(head + "  " + text, colour) : painted(head, colour) + "  " + text));
+    }
+
+    void printRepeated(std::size_t repetitions, std::size_t lines, double until) {
+        const auto what = lines == 1 ? "the same" : lines == 2 ? "the same two" : fmt::format("the same {}", lines);
+        const auto blanks = std::string(columnsOf(times(until)), ' ');
+        print(painted(fmt::format("{}  … {} more of {} until {}", blanks, repetitions, what, clock_.clock(until)),
+                      "\x1b[2m"));
+    }
 
     void printBeacons() {
         const auto& beacons = summary_.beacons();
         print(fmt::format("  beacons   {} seen", beacons.size()));
         if (beacons.empty()) return;
+        if (isNarrow()) return printStays();
         std::size_t columns = 0;
         for (const auto& beacon : beacons) columns = std::max(columns, columnsOf(names_.fullName(beacon.name)));
         print(
@@ -113,6 +143,20 @@ private:
                               leftAligned(names_.fullName(beacon.name), columns), clock_.clock(beacon.firstSeen),
                               clock_.clock(beacon.lastSeen), beacon.found, beacon.lost, spanText(beacon.inView),
                               spanOrDash(beacon.near), spanOrDash(beacon.immediate)));
+        }
+    }
+
+    /// What a narrow terminal has room for.
+    void printStays() {
+        std::size_t columns = 0;
+        for (const auto& beacon : summary_.beacons()) columns = std::max(columns, columnsOf(names_.label(beacon.name)));
+        print(painted(fmt::format("    {}  {:<8}  {:>12}  {:>12}  {:>12}", leftAligned("", columns), "first", "in view",
+                                  "near", "immediate"),
+                      "\x1b[2m"));
+        for (const auto& beacon : summary_.beacons()) {
+            print(fmt::format("    {}  {}  {:>12}  {:>12}  {:>12}", leftAligned(names_.label(beacon.name), columns),
+                              clock_.clock(beacon.firstSeen), spanText(beacon.inView), spanOrDash(beacon.near),
+                              spanOrDash(beacon.immediate)));
         }
     }
 
@@ -162,16 +206,18 @@ private:
     }
 
     std::ostream& out_;
-    bool colour_;
+    const Terminal terminal_;
+    const Depth depth_;
     const LocalClock clock_;
     BeaconNames names_;
     TraceWords words_;
+    LineFolding folding_;
     VisitSummary summary_;
     date::local_days day_;
 };
 
-Timeline::Timeline(std::ostream& out, bool colour, Options options)
-    : impl_(std::make_unique<Impl>(out, colour, std::move(options))) {}
+Timeline::Timeline(std::ostream& out, const Terminal& terminal, Options options)
+    : impl_(std::make_unique<Impl>(out, terminal, std::move(options))) {}
 
 Timeline::~Timeline() = default;
 

@@ -59,7 +59,7 @@ Tone ruleTone(std::string_view decision) {
 
 }  // namespace
 
-TraceWords::TraceWords(const BeaconNames& names) : names_(names) {}
+TraceWords::TraceWords(const BeaconNames& names, const LocalClock& clock) : names_(names), clock_(clock) {}
 
 const std::map<std::string_view, TraceWords::Describer>& TraceWords::kinds() {
     static const std::map<std::string_view, Describer> table = {
@@ -111,7 +111,7 @@ std::optional<TraceLine> TraceWords::describe(const Record& record, double secon
     const auto describer = kinds().find(kind);
     if (describer != kinds().end()) return (this->*describer->second)(record);
     const auto text = fmt::format("{} {}  {}", neutralised(kind), textOf(record, kind), otherFields(record, kind));
-    return TraceLine{"·", "other", Tone::quiet, clipped(text, kLongestText)};
+    return TraceLine{"·", "other", Tone::quiet, clipped(text, kLongestText), Depth::phone};
 }
 
 TraceWords::Line TraceWords::delegate(const Record& record) {
@@ -123,7 +123,8 @@ TraceWords::Line TraceWords::otherDelegate(const Record& record) {
     const auto name = textOf(record, "delegate");
     const bool performs = name.starts_with("execute") || name.starts_with("should");
     if (!performs)
-        return TraceLine{"◂", "app", Tone::plain, name + "  " + clipped(otherFields(record, "delegate"), kLongestText)};
+        return TraceLine{"◂", "app", Tone::plain, name + "  " + clipped(otherFields(record, "delegate"), kLongestText),
+                         Depth::traffic};
     auto text = name;
     if (record.contains("notification")) text += "  " + notificationText(objectOf(record, "notification"));
     if (record.contains("url")) text += "  " + clipped(textOf(record, "url"), kLongestAddress);
@@ -140,16 +141,22 @@ std::string TraceWords::beaconText(const Record& record) const {
         proximityWord(proximityOf(record)), metres(numberOf(info, "accuracy", -1)), numberOf(info, "rssi", 0));
 }
 
+/// The beacon and its class: distances and strengths are never the same twice.
+std::string TraceWords::classText(const Record& record) const {
+    return fmt::format("{}  {}", names_.fullName(textOf(record, "beacon")), proximityWord(proximityOf(record)));
+}
+
 TraceWords::Line TraceWords::found(const Record& record) {
     visible_[textOf(record, "beacon")] = {now_, proximityOf(record)};
-    return TraceLine{"●", "found", Tone::arrived, beaconText(record)};
+    return TraceLine{"●", "found", Tone::arrived, beaconText(record), Depth::story, classText(record)};
 }
 
 TraceWords::Line TraceWords::lost(const Record& record) {
     const auto beacon = textOf(record, "beacon");
     auto text = fmt::format("{}  last {}", names_.fullName(beacon), proximityWord(proximityOf(record)));
+    const auto gist = text;
     if (const auto seen = visible_.extract(beacon)) text += ", after " + spanText(now_ - seen.mapped().since);
-    return TraceLine{"○", "lost", Tone::gone, text};
+    return TraceLine{"○", "lost", Tone::gone, text, Depth::story, gist};
 }
 
 TraceWords::Line TraceWords::updated(const Record& record) {
@@ -158,7 +165,8 @@ TraceWords::Line TraceWords::updated(const Record& record) {
     if (before == entry->second.proximity) return std::nullopt;
     auto text = beaconText(record);
     if (!isNew) text += fmt::format("  was {}", proximityWord(before));
-    return TraceLine{entry->second.proximity < before ? "▲" : "▼", "updated", Tone::plain, text};
+    return TraceLine{
+        entry->second.proximity < before ? "▲" : "▼", "updated", Tone::plain, text, Depth::story, classText(record)};
 }
 
 TraceWords::Line TraceWords::hidden(const Record&) {
@@ -192,7 +200,7 @@ TraceWords::Line TraceWords::loggedEvent(const Record& record) {
     const auto& event = objectOf(record, "event");
     const auto type = textOf(event, "type");
     if (type == "view" || type == "region") return std::nullopt;
-    return TraceLine{"·", "event", Tone::quiet, clipped(pairsText(event), kLongestText)};
+    return TraceLine{"·", "event", Tone::quiet, clipped(pairsText(event), kLongestText), Depth::traffic};
 }
 
 TraceWords::Line TraceWords::reportedError(const Record& record) {
@@ -206,13 +214,14 @@ TraceWords::Line TraceWords::call(const Record& record) {
     if (!error.is_null())
         return TraceLine{"✗", "call", Tone::bad, fmt::format("{} failed: {}", name, errorText(error))};
     const auto result = textOf(record, "result");
-    return TraceLine{"▸", "call", Tone::plain, result.empty() ? name : name + " → " + clipped(result, kLongestText)};
+    return TraceLine{"▸", "call", Tone::plain, result.empty() ? name : name + " → " + clipped(result, kLongestText),
+                     Depth::traffic};
 }
 
 TraceWords::Line TraceWords::callback(const Record& record) {
     const auto& error = fieldOf(record, "error");
     auto text = fmt::format("{} → {}", textOf(record, "callback"), textOf(record, "outcome"));
-    if (error.is_null()) return TraceLine{"◂", "callback", Tone::plain, text};
+    if (error.is_null()) return TraceLine{"◂", "callback", Tone::plain, text, Depth::traffic};
     return TraceLine{"✗", "callback", Tone::bad, text + ": " + errorText(error)};
 }
 
@@ -237,7 +246,7 @@ TraceWords::Line TraceWords::request(const Record& record) {
         const auto count = logs->get_array().size();
         text += fmt::format("  {} event{}", count, count == 1 ? "" : "s");
     }
-    return TraceLine{"→", "request", Tone::network, text};
+    return TraceLine{"→", "request", Tone::network, text, Depth::traffic};
 }
 
 TraceWords::Line TraceWords::response(const Record& record) {
@@ -250,13 +259,14 @@ TraceWords::Line TraceWords::response(const Record& record) {
         text += fmt::format("  after {:.2f} s", now_ - sent->at);
         sent_.erase(sent);
     }
-    return TraceLine{good ? "←" : "✗", "response", good ? Tone::network : Tone::bad, text};
+    return TraceLine{good ? "←" : "✗", "response", good ? Tone::network : Tone::bad, text,
+                     good ? Depth::traffic : Depth::story};
 }
 
 TraceWords::Line TraceWords::rule(const Record& record) {
     return TraceLine{"§", "rule", ruleTone(textOf(record, "decision")),
                      fmt::format("{} of {} ({}): {}", textOf(record, "rule"), names_.label(textOf(record, "owner")),
-                                 triggerWord(textOf(record, "trigger")), clipped(ruleReason(record), kLongestText))};
+                                 triggerWord(textOf(record, "trigger")), ruleReason(record, clock_, now_))};
 }
 
 TraceWords::Line TraceWords::notification(const Record& record) {
@@ -274,7 +284,8 @@ TraceWords::Line TraceWords::category(const Record& record) {
         }
     }
     return TraceLine{"·", "category", Tone::quiet,
-                     textOf(record, "category") + (actions.empty() ? " without buttons" : " with " + actions)};
+                     textOf(record, "category") + (actions.empty() ? " without buttons" : " with " + actions),
+                     Depth::phone};
 }
 
 TraceWords::Line TraceWords::webPage(const Record& record) {
@@ -292,7 +303,9 @@ TraceWords::Line TraceWords::alert(const Record& record) {
 
 TraceWords::Line TraceWords::console(const Record& record) {
     const auto text = textOf(record, "console");
-    return TraceLine{"·", "console", Tone::quiet, text};
+    const bool isComplaint = text.find("Error") != std::string::npos;
+    return isComplaint ? TraceLine{"✗", "console", Tone::bad, text}
+                       : TraceLine{"·", "console", Tone::quiet, text, Depth::traffic};
 }
 
 TraceWords::Line TraceWords::watch(const Record& record) {
@@ -308,13 +321,14 @@ TraceWords::Line TraceWords::watch(const Record& record) {
         text += fmt::format("  at {:.5f}, {:.5f}, radius {:.0f} m", numberOf(region, "lat", 0),
                             numberOf(region, "lng", 0), numberOf(region, "radius", 0));
     }
-    return TraceLine{"·", "phone", Tone::quiet, text};
+    return TraceLine{"·", "phone", Tone::quiet, text, Depth::phone};
 }
 
 TraceWords::Line TraceWords::updates(const Record& record) {
-    return TraceLine{"·", "phone", Tone::quiet,
-                     fmt::format("{} location updates {}", textOf(record, "updates"),
-                                 textOf(record, "on") == "true" ? "on" : "off")};
+    return TraceLine{
+        "·", "phone", Tone::quiet,
+        fmt::format("{} location updates {}", textOf(record, "updates"), textOf(record, "on") == "true" ? "on" : "off"),
+        Depth::phone};
 }
 
 TraceWords::Line TraceWords::permission(const Record& record) {
@@ -327,12 +341,13 @@ TraceWords::Line TraceWords::permission(const Record& record) {
 TraceWords::Line TraceWords::backgroundTask(const Record& record) {
     const bool begins = textOf(record, "backgroundTask") == "begin";
     return TraceLine{"·", "phone", Tone::quiet,
-                     fmt::format("background task {} {}", textOf(record, "id"), begins ? "begins" : "ends")};
+                     fmt::format("background task {} {}", textOf(record, "id"), begins ? "begins" : "ends"),
+                     Depth::phone};
 }
 
 TraceWords::Line TraceWords::defaults(const Record& record) {
     return TraceLine{"·", "defaults", Tone::quiet,
-                     clipped(textOf(record, "defaults") + " = " + textOf(record, "value"), kLongestText)};
+                     clipped(textOf(record, "defaults") + " = " + textOf(record, "value"), kLongestText), Depth::phone};
 }
 
 }  // namespace quomi::tool

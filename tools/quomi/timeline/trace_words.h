@@ -2,6 +2,7 @@
 
 #include "quomi/platform/location.h"
 #include "tools/quomi/timeline/beacon_names.h"
+#include "tools/quomi/timeline/local_clock.h"
 
 #include <cstdint>
 #include <deque>
@@ -17,19 +18,26 @@ namespace quomi::tool {
 /// What an event means to the reader; a terminal makes it a colour.
 enum class Tone { plain, quiet, arrived, gone, shown, network, bad };
 
+/// What a line belongs to: the visit's story (regions, beacons, rules, what the user sees, errors), the events,
+/// requests and calls around it, or the phone's own doings.
+enum class Depth { story, traffic, phone };
+
 /// One event in words: a sign, the word of its kind and a text without control characters.
 struct TraceLine {
     std::string_view sign;
     std::string_view word;
     Tone tone = Tone::plain;
     std::string text;
+    Depth depth = Depth::story;
+    /// What makes two lines tell the same, where that is not the whole text.
+    std::string gist = {};
 };
 
 /// Puts trace records into words. It remembers what a line needs of the records before it: a beacon's proximity, which
 /// request a response answers. Records come in the order of the trace.
 class TraceWords {
 public:
-    explicit TraceWords(const BeaconNames& names);
+    TraceWords(const BeaconNames& names, const LocalClock& clock);
 
     /// Empty for what would only flood: pings, updates within a proximity class, positions less than 100 m from the one
     /// shown before, logged events that repeat the line before. `seconds` is the record's time.
@@ -82,9 +90,11 @@ private:
     Line defaults(const Record& record);
 
     [[nodiscard]] std::string beaconText(const Record& record) const;
+    [[nodiscard]] std::string classText(const Record& record) const;
     [[nodiscard]] std::string shortURL(const std::string& url);
 
     const BeaconNames& names_;
+    const LocalClock& clock_;
     std::map<std::string, Visible, std::less<>> visible_;
     std::deque<Sent> sent_;
     std::string home_;  ///< scheme and host of the first request; left out of later lines
