@@ -69,7 +69,7 @@ TEST(BackofficeCommand, GoesOnWithTheInboxOfItsFile) {
     }
     std::filesystem::remove(file);
     const Outcome refused = run({kExample, "--port", "0", "--keep", "/nowhere/kept.sqlite"});
-    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.status, 2);
     EXPECT_THAT(refused.err, HasSubstr("/nowhere/kept.sqlite: expected a file"));
 }
 

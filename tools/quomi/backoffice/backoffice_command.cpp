@@ -117,7 +117,7 @@ int BackofficeCommand::run(const std::vector<std::string>& args, std::ostream& o
     std::unique_ptr<Inbox> inbox = options.keep ? Inbox::open(*options.keep, &error) : std::make_unique<Inbox>();
     if (!inbox) {
         err << "quomi backoffice: " << neutralised(error->localizedDescription().value_or("")) << '\n';
-        return kFailed;
+        return kUsage;
     }
     std::optional<HeldSignals> signals;
     if (!waitForStop_) signals.emplace();

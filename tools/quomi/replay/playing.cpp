@@ -26,6 +26,7 @@ void catchSignal(int signal) {
 
 Playing::Playing(std::ostream& err, bool showsProgress)
     : err_(err), showsProgress_(showsProgress), next_(Clock::now() + kFirstShown) {
+    caught = 0;
     struct sigaction action = {};
     action.sa_handler = catchSignal;
     action.sa_flags = SA_RESTART;

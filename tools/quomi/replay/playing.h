@@ -23,7 +23,7 @@ public:
     /// Something else is about to be written.
     void hideProgress();
 
-    /// The signal that came first; 0 for none.
+    /// The signal that came first since the latest object was made; 0 for none.
     [[nodiscard]] static int signal();
 
 private:

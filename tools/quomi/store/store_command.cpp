@@ -100,7 +100,7 @@ void fill(SQLite::Database& database, const Entity& entity, int rows) {
 int makeStore(const Options& options, std::ostream& err) {
     if (std::filesystem::exists(options.file)) {
         err << fmt::format("quomi store: {} is there already\n", neutralised(options.file));
-        return kFailed;
+        return kUsage;
     }
     const auto& version = allVersions()[static_cast<std::size_t>(options.version - allVersions().front().number)];
     SQLite::Database database(options.file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
@@ -113,13 +113,17 @@ int makeStore(const Options& options, std::ostream& err) {
 }
 
 int tellOfStore(const Options& options, std::ostream& out, std::ostream& err) {
+    if (!std::filesystem::exists(options.file)) {
+        err << fmt::format("quomi store: {}: no such file\n", neutralised(options.file));
+        return kUsage;
+    }
     // A log beside it stays as it is; without one, a connection that may write removes its own side files at the end.
     const bool hasLog = std::filesystem::exists(options.file + "-wal");
     const SQLite::Database database(options.file, hasLog ? SQLite::OPEN_READONLY : SQLite::OPEN_READWRITE);
     const SchemaVersion* version = findVersion(database);
     if (version == nullptr) {
         err << fmt::format("quomi store: {} is no store of any version\n", neutralised(options.file));
-        return kFailed;
+        return kUsage;
     }
     out << version->name << '\n';
     for (const auto& entity : version->entities) {
