@@ -5,6 +5,8 @@
 
 #include <fstream>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <boost/json/object.hpp>
 #include <boost/json/serialize.hpp>
@@ -12,15 +14,17 @@
 namespace quomi::bench {
 
 std::filesystem::path measureReplay(benchmark::State& state, const std::filesystem::path& folder,
-                                    const boost::json::object& visit, double visitSeconds) {
+                                    const boost::json::object& visit, double visitSeconds, Shown shown) {
     const auto file = folder / "visit.json";
     const auto traceFile = folder / "trace.jsonl";
     std::ofstream(file) << boost::json::serialize(visit);
+    std::vector<std::string> args{file.string()};
+    if (shown == Shown::trace) args.emplace_back("--json");
     double seconds = 0;
     for (auto _ : state) {
         std::ofstream trace(traceFile);
         const double begin = processorSeconds();
-        const int status = tool::ReplayCommand().run({file.string(), "--json"}, trace, std::cerr);
+        const int status = tool::ReplayCommand().run(args, trace, std::cerr);
         const double elapsed = processorSeconds() - begin;
         if (status != 0) {
             state.SkipWithError("the visit did not play");

@@ -7,9 +7,11 @@
 
 namespace quomi::bench {
 
-/// Plays a visit of so many seconds through `quomi replay --json` into a file of its folder, as often as the benchmark
-/// asks, and measures processor time. The folder holds what the visit names. Gives the trace's path.
+enum class Shown { trace, timeline };
+
+/// Plays a visit of so many seconds through `quomi replay` into a file of its folder, as often as the benchmark asks,
+/// and measures processor time. The folder holds what the visit names. Gives the path of what was written.
 std::filesystem::path measureReplay(benchmark::State& state, const std::filesystem::path& folder,
-                                    const boost::json::object& visit, double visitSeconds);
+                                    const boost::json::object& visit, double visitSeconds, Shown shown = Shown::trace);
 
 }  // namespace quomi::bench

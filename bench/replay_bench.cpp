@@ -1,7 +1,9 @@
-// An hour with ten beacons in view, one report a second, played through `quomi replay --json` into a file.
+// Hours with beacons in view, one report a second, played through `quomi replay` into a file.
 
 #include "bench/bench_phone.h"
 #include "bench/bench_replay.h"
+
+#include <string>
 
 #include <benchmark/benchmark.h>
 #include <boost/json/array.hpp>
@@ -10,12 +12,23 @@
 namespace quomi::bench {
 namespace {
 
-constexpr int kSeconds = 3600;
 constexpr int kBeacons = 10;
 
-boost::json::object hourInAShop() {
+/// The store knows the beacons when the back office does.
+boost::json::object hoursInAShop(int seconds, bool areKnown) {
     const boost::json::object done{{"json", {{"success", true}}}};
-    const boost::json::object nothingNew{{"u_beacons", boost::json::array()},
+    boost::json::array records;
+    for (int minor = 0; areKnown && minor < kBeacons; ++minor) {
+        records.push_back({{"id", "beacon-" + std::to_string(minor)},
+                           {"name", ""},
+                           {"proximity_uid", kShopUuid.string()},
+                           {"major", 1},
+                           {"minor", minor},
+                           {"start", "2020-01-01T00:00:00Z"},
+                           {"end", "2100-01-01T00:00:00Z"},
+                           {"rules_actions", boost::json::array()}});
+    }
+    const boost::json::object nothingNew{{"u_beacons", records},
                                          {"query_params", boost::json::object()},
                                          {"valid_until", "2100-01-01T00:00:00Z"},
                                          {"remove_ids", boost::json::array()}};
@@ -46,16 +59,31 @@ boost::json::object hourInAShop() {
                 {"POST /u_app_users/find_or_create_by_udid.json", done},
                 {"POST /u_applications/shop/log_multi.json", done}}}}},
             {"timeline",
-             {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"every", 1}, {"until", kSeconds}, {"range", beacons}}}}};
+             {{{"at", 0}, {"call", "start"}}, {{"at", 1}, {"every", 1}, {"until", seconds}, {"range", beacons}}}}};
 }
 
 void replayOfAnHour(benchmark::State& state) {
     const BenchPhone directory;
-    measureReplay(state, directory.phone.container(), hourInAShop(), kSeconds);
+    measureReplay(state, directory.phone.container(), hoursInAShop(3600, false), 3600);
     state.counters["bound_s"] = 0.4;
 }
 
 BENCHMARK(replayOfAnHour)->UseManualTime()->Unit(benchmark::kSecond);
+
+/// The first argument counts hours: the time of twelve is twelve times that of one.
+void replayWithKnownBeacons(benchmark::State& state, Shown shown) {
+    const BenchPhone directory;
+    const auto seconds = 3600 * static_cast<int>(state.range(0));
+    measureReplay(state, directory.phone.container(), hoursInAShop(seconds, true), seconds, shown);
+    state.counters["bound_s"] = 0.6 * static_cast<double>(state.range(0));
+}
+
+BENCHMARK_CAPTURE(replayWithKnownBeacons, trace, Shown::trace)
+    ->Arg(1)
+    ->Arg(12)
+    ->UseManualTime()
+    ->Unit(benchmark::kSecond);
+BENCHMARK_CAPTURE(replayWithKnownBeacons, timeline, Shown::timeline)->Arg(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 }  // namespace
 }  // namespace quomi::bench

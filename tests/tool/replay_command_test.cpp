@@ -1,6 +1,9 @@
 #include "tests/tool/replay_support.h"
 
+#include <csignal>
 #include <cstdlib>
+#include <thread>
+#include <unistd.h>
 
 // The command from outside: arguments, exit status, what stands on which stream, what it leaves on the disk.
 namespace quomi::test {
@@ -85,6 +88,19 @@ TEST_F(ReplayCommandTest, RefusesABadVisitBeforeAnythingIsPlayed) {
     EXPECT_EQ(bench.run({missing}).err, missing + ": no such file\n");
 }
 
+TEST_F(ReplayCommandTest, PlaysSeveralVisitsInTurnButNoneWhenOneIsNotValid) {
+    const auto good =
+        bench.write("v.json", boost::json::serialize(shopVisit(R"([{"at": 0, "call": "start"}])"))).string();
+    const auto bad = bench.write("w.json", "[]").string();
+    const auto once = bench.run({good, "--json"}).out;
+    EXPECT_EQ(bench.run({good, good, "--json"}).out, once + once);
+    EXPECT_EQ(bench.run({good, bad, "--json"}).out, "");
+    EXPECT_EQ(bench.run({good, bad, "--json"}).status, 2);
+    EXPECT_THAT(bench.run({good, "--color=always"}).out, HasSubstr("\x1b["));
+    EXPECT_THAT(bench.run({good, "-v"}).out, HasSubstr("→ request"));
+    EXPECT_THAT(bench.run({good}).out, Not(HasSubstr("→ request")));
+}
+
 TEST_F(ReplayCommandTest, AnOutputThatCannotBeWrittenIsAFailure) {
     const auto file = bench.write("v.json", boost::json::serialize(shopVisit(R"([{"at": 0, "call": "start"}])")));
     EXPECT_EQ(bench.runInto("/dev/full", {file.string(), "--json"}), 1);
@@ -102,6 +118,17 @@ TEST_F(ReplayCommandTest, AContainerOfItsOwnIsGoneAfterwardsAndAnOtherOneStays) 
     EXPECT_EQ(bench.play(visit, bench.keepState()).status, 0);
     EXPECT_TRUE(std::filesystem::is_empty(temporary));
     EXPECT_TRUE(std::filesystem::exists(bench.state() / "Documents/QuomiBOTmpLog.txt"));
+
+    const auto longOne = shopVisit(R"([{"at": 0, "call": "start"}, {"at": 1, "every": 0.001, "until": 9999,
+        "app": "active"}])");
+    const auto file = bench.write("long.json", boost::json::serialize(longOne)).string();
+    std::thread interrupting([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ::kill(::getpid(), SIGINT);
+    });
+    EXPECT_EQ(bench.run({file}).status, 128 + SIGINT);
+    interrupting.join();
+    EXPECT_TRUE(std::filesystem::is_empty(temporary));
     before != nullptr ? ::setenv("TMPDIR", old.c_str(), 1) : ::unsetenv("TMPDIR");
 }
 

@@ -72,7 +72,7 @@ int runExplain(std::vector<std::string> args, const Terminal& terminal, std::ost
     const auto replay = simulated::Replay::prepare(
         *visit, options,
         [&](const boost::json::object& record) {
-            playing.hideProgress();
+            if (terminal.columns > 0) playing.hideProgress();
             story.record(record);
         },
         &error);

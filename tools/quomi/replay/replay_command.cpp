@@ -154,7 +154,7 @@ int playVisit(const simulated::Visit& visit, const Arguments& arguments, const T
     };
     Playing playing(err, terminal.showsProgress);
     simulated::TraceSink sink = [&](const boost::json::object& record) {
-        playing.hideProgress();
+        if (terminal.columns > 0) playing.hideProgress();
         if (!arguments.json) return shown().record(record);
         out << simulated::jsonText(record) << '\n';
     };

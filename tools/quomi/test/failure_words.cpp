@@ -158,7 +158,7 @@ std::string FailureWords::moments(const std::vector<json::object>& records) cons
 
 std::string FailureWords::line(const json::object& record) const {
     const auto seconds = secondsOf(record);
-    const auto words = TraceWords(names_).describe(record, seconds);
+    const auto words = TraceWords(names_, clock_).describe(record, seconds);
     const auto text = words ? fmt::format("{} {}", words->word, words->text) : neutralised(jsonText(record));
     return fmt::format("{}  {}", moment(seconds), clipped(text, kLongestLine));
 }
