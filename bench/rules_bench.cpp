@@ -25,6 +25,23 @@ namespace {
 
 using ChangeRule = std::function<void(int number, QuomiBeaconRuleWithActions&)>;
 
+/// Implements no operation.
+struct SilentHost final : ActionHost {
+    std::optional<bool> shouldExecute(ActionKind, const std::string&, int) const override { return std::nullopt; }
+    bool execute(ActionKind, const std::string&, int) const override { return false; }
+    bool shouldExecuteNotificationRequest(const NotificationRequest&, int, std::function<void(bool)>) const override {
+        return false;
+    }
+    std::optional<bool> shouldExecuteNotificationRequest(const NotificationRequest&, int) const override {
+        return std::nullopt;
+    }
+    bool executeNotificationRequest(const NotificationRequest&, int) const override { return false; }
+    bool executeServerNotificationRequest(const std::string&, int, std::function<void()>,
+                                          std::function<void(const Error&)>) const override {
+        return false;
+    }
+};
+
 /// Both executors on a store that holds one beacon with so many rules, which order a notification each.
 struct RuleBench : BenchStore {
     RuleBench(int rules, const ChangeRule& change) {
@@ -46,13 +63,13 @@ struct RuleBench : BenchStore {
         }
         beacon->addToContext(data->currentObjectContext());
         data->saveContext();
-        beacons->setActionExecutor(actions);
+        beacons.setActionExecutor(&actions);
     }
 
     /// As the router does with a beacon that was found.
     void find() {
         for (const auto& beacon : data->getBeaconsByProximityUUID(kShopUuid, 1, 1)) {
-            beacons->executeBeaconFoundActions(beacon, QuomiProximityNear);
+            beacons.executeBeaconFoundActions(beacon, QuomiProximityNear);
         }
         phone.runTurns();
     }
@@ -61,13 +78,14 @@ struct RuleBench : BenchStore {
     QuomiAPI api{"https://api.test", platform, settings, debugLog};
     WebPagePresenter pages{platform.screens, platform.runLoop};
     std::shared_ptr<RuleObserver> observer;
-    std::shared_ptr<QuomiActionExecutor> actions = std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
-        platform, pages, [] { return ActionHost(); }, [](const auto&) {}, [] { return boost::json::object(); }});
-    std::shared_ptr<QuomiBeaconActionExecutor> beacons = std::make_shared<QuomiBeaconActionExecutor>(
+    const SilentHost host;
+    QuomiActionExecutor actions{
+        ActionExecutorContext{platform, pages, host, [](const auto&) {}, [] { return boost::json::object(); }}};
+    QuomiBeaconActionExecutor beacons{
         RuleExecutorContext{*data, platform, settings, errors, debugLog, [](const auto&) {},
                             [] { return std::optional<std::string>(); }, [] { return std::string("UDID"); },
                             [this]() -> std::shared_ptr<const RuleObserver> { return observer; }},
-        [] { return std::vector<std::shared_ptr<const QuomiBeacon>>(); });
+        [] { return std::vector<std::shared_ptr<const QuomiBeacon>>(); }};
 };
 
 /// Five pass; the others have had their share.

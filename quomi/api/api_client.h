@@ -98,8 +98,7 @@ public:
     /// The alert's date stays here.
     void sendBatteryAlert(const BatteryAlert& alert, Done success, Failure failure) override;
 
-    /// Asks a rule's server what to do, as ServerNotifications says. Success is an answer that is understood, before
-    /// anything comes of it; failures are the request's, or 405 for another answer.
+    /// Asks a rule's server what to do, as ServerNotifications says.
     void sendServerNotificationToURL(ServerNotification notification);
 
     /// Headers meant for server notifications, by name. Kept, but never sent: deliberate, those go out with the headers

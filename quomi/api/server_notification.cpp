@@ -11,7 +11,6 @@
 #include "quomi/util/host_call.h"
 #include "quomi/util/lifetime.h"
 #include "quomi/util/number.h"
-#include "quomi/util/text.h"
 #include "quomi/util/time.h"
 
 #include <algorithm>
@@ -153,20 +152,9 @@ void ServerNotifications::actOn(const Handle& attempt, const QuomiNotifyServerRe
     if (response.decision == kNotifyServerDecisionDisable) debugLog_.log("Action disabled");
     if (response.decision != kNotifyServerDecisionNotify) return;
     // An action may make the host stop the SDK: each looks whether it is still wanted.
-    const auto perform = [&attempt](const std::string& text, auto action) {
-        const auto performer = attempt->notification.actionExecutor.lock();
-        if (performer != nullptr && !attempt->lifetime.hasEnded() && !QuomiUtils::isEmpty(text)) action(*performer);
-    };
-    perform(response.notifyUserAction, [&](ServerActionPerformer& performer) {
-        performer.executeNotifyUserAction(response.notifyUserAction, notification.infoDict, notification.triggeredBy,
-                                          {});
-    });
-    perform(response.openURLAction, [&](ServerActionPerformer& performer) {
-        performer.executeOpenWebPageAction(response.openURLAction, notification.triggeredBy);
-    });
-    perform(response.openDeepLinkAction, [&](ServerActionPerformer& performer) {
-        performer.executeOpenDeepLinkAction(response.openDeepLinkAction, notification.triggeredBy);
-    });
+    for (const auto& action : response.orderedActions()) {
+        if (!attempt->lifetime.hasEnded()) callHost(notification.perform, action);
+    }
 }
 
 void ServerNotifications::forget(const Handle& attempt) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <boost/json/object.hpp>
+#include <boost/json/fwd.hpp>
 
 namespace quomi {
 
@@ -17,32 +17,22 @@ class HttpSession;
 class QuomiErrors;
 struct HttpSessionFailure;
 struct Platform;
+struct QuomiAction;
 struct QuomiNotifyServerResponse;
 struct QuomiSettings;
 
-/// What the client asks of whoever performs the actions that a server's answer orders. `triggeredBy` is 1 for a
-/// geofence and 2 for a beacon. Called on the host's thread; each operation may call the client.
-class ServerActionPerformer {
-public:
-    virtual ~ServerActionPerformer() = default;
-    /// Shows a notification; `param` is its JSON or its text. `completionBlock` may be empty.
-    virtual void executeNotifyUserAction(const std::string& param, const boost::json::object& userInfo, int triggeredBy,
-                                         std::function<void(bool)> completionBlock) = 0;
-    virtual bool executeOpenWebPageAction(const std::string& url, int triggeredBy) = 0;
-    /// `param` is JSON with "iosURL" or "genericURL".
-    virtual bool executeOpenDeepLinkAction(const std::string& param, int triggeredBy) = 0;
-};
-
-/// One request to a rule's server, and what becomes of the answer. Callbacks may be empty.
+/// One question to a rule's server, and what becomes of the answer. Callbacks may be empty. They run in this order, in
+/// later turns, on the host's thread; each may call the client.
 struct ServerNotification {
     std::string url;  ///< absolute
-    std::weak_ptr<ServerActionPerformer> actionExecutor;
-    int triggeredBy = 0;
-    boost::json::object infoDict{};  ///< user info of an ordered notification
+    /// The answer is understood; or the request has failed, or 405 for another answer.
     std::function<void()> success{};
     std::function<void(const Error&)> failure{};
+    /// The answer allows the rule's other actions.
     std::function<void()> enableBlock{};
-    /// Called last of all, for those who only look on: with the server's answer, or null when none could be used.
+    /// Performs an action that the answer orders in their place.
+    std::function<void(const QuomiAction& ordered)> perform{};
+    /// For those who only look on: with the server's answer, or null when none could be used.
     std::function<void(const QuomiNotifyServerResponse* answer)> ended{};
 };
 

@@ -1,5 +1,6 @@
 #include "quomi/data/place_parsing.h"
 
+#include "quomi/model/action_kind.h"
 #include "quomi/util/json_readers.h"
 
 #include <algorithm>
@@ -113,10 +114,10 @@ void readRule(QuomiBeaconRuleWithActions& rule, const Reader& reader) {
 
 std::vector<QuomiAction> actionsFrom(const boost::json::object& dictionary) {
     std::vector<QuomiAction> actions;
-    for (const char* type : {kActionNotifyServer, kActionNotifyUser, kActionOpenUrl, kActionOpenDeepLink}) {
-        boost::json::value param(QuomiUtils::stringForKey(dictionary, type, ""));
+    for (const auto& kind : kActionKinds) {
+        boost::json::value param(QuomiUtils::stringForKey(dictionary, kind.type, ""));
         if (!QuomiUtils::isEmpty(&param)) {
-            actions.push_back(QuomiAction::createWithType(type, std::string(param.get_string())));
+            actions.push_back(QuomiAction::createWithType(kind.type, std::string(param.get_string())));
         }
     }
     return actions;

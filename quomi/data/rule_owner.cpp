@@ -5,6 +5,7 @@
 #include "quomi/platform/clock.h"
 #include "quomi/util/dates.h"
 
+#include <algorithm>
 #include <utility>
 
 #include <boost/json/array.hpp>
@@ -21,6 +22,12 @@ auto isOfTrigger(std::string_view trigger) {
 
 std::vector<std::shared_ptr<RuleWithActions>> RuleOwner::rules(std::optional<Error>* error) {
     return rulesWhere<RuleWithActions>([](const RuleWithActions&) { return true; }, error);
+}
+
+std::shared_ptr<RuleWithActions> RuleOwner::ruleWithId(const std::string& id) {
+    const auto all = rules();
+    const auto found = std::ranges::find(all, id, &RuleWithActions::ruleId);
+    return found != all.end() ? *found : nullptr;
 }
 
 boost::json::array RuleOwner::getActionsAsArrayOfDictionaries() {

@@ -32,6 +32,8 @@ struct RuleOwner : ManagedObject {
     [[nodiscard]] virtual const std::string& identifier() const = 0;
     /// The rules in the order in which they were added. Empty, with an error, when they cannot be read.
     [[nodiscard]] std::vector<std::shared_ptr<RuleWithActions>> rules(std::optional<Error>* error = nullptr);
+    /// The first rule with the identifier; null for none.
+    [[nodiscard]] std::shared_ptr<RuleWithActions> ruleWithId(const std::string& id);
     /// Adds a rule that belongs to nothing yet; false for any other, and when the store cannot be read.
     bool addActionObject(std::shared_ptr<RuleWithActions> rule, std::optional<Error>* error = nullptr) {
         return addMember(std::move(rule), error);

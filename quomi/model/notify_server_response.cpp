@@ -1,5 +1,6 @@
 #include "quomi/model/notify_server_response.h"
 
+#include "quomi/model/action_kind.h"
 #include "quomi/model/errors.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/text.h"
@@ -20,8 +21,7 @@ std::int64_t decisionOf(std::string_view word) {
 }
 
 bool ordersSomething(const QuomiNotifyServerResponse& response) {
-    return !QuomiUtils::isEmpty(response.notifyUserAction) || !QuomiUtils::isEmpty(response.openURLAction) ||
-           !QuomiUtils::isEmpty(response.openPassbookAction) || !QuomiUtils::isEmpty(response.openDeepLinkAction);
+    return !response.orderedActions().empty() || !QuomiUtils::isEmpty(response.openPassbookAction);
 }
 
 bool isValid(const QuomiNotifyServerResponse& response) {
@@ -31,13 +31,22 @@ bool isValid(const QuomiNotifyServerResponse& response) {
 
 }  // namespace
 
+std::vector<QuomiAction> QuomiNotifyServerResponse::orderedActions() const {
+    std::vector<QuomiAction> actions;
+    for (const auto& kind : kActionKinds) {
+        if (kind.ordered == nullptr || QuomiUtils::isEmpty(this->*kind.ordered)) continue;
+        actions.push_back(QuomiAction::createWithType(kind.type, this->*kind.ordered));
+    }
+    return actions;
+}
+
 std::optional<QuomiNotifyServerResponse> QuomiNotifyServerResponse::createFromDictionnary(
     const boost::json::object& dictionary, const QuomiErrors& errors, std::optional<Error>* error) {
     QuomiNotifyServerResponse response;
     response.decision = decisionOf(QuomiUtils::stringForKey(dictionary, "decision", ""));
-    response.notifyUserAction = QuomiUtils::stringForKey(dictionary, "notify_user", "");
-    response.openURLAction = QuomiUtils::stringForKey(dictionary, "open_url", "");
-    response.openDeepLinkAction = QuomiUtils::stringForKey(dictionary, "open_deep_link", "");
+    for (const auto& kind : kActionKinds) {
+        if (kind.ordered != nullptr) response.*kind.ordered = QuomiUtils::stringForKey(dictionary, kind.type, "");
+    }
     if (isValid(response)) return response;
     assign(error, errors.errorWithCode(ErrorCode::serverNotificationResponse));
     return std::nullopt;

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "quomi/model/action.h"
 #include "quomi/util/error.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <boost/json/fwd.hpp>
 
@@ -31,6 +33,9 @@ struct QuomiNotifyServerResponse {
     /// deliberate: callers know it by that name.
     [[nodiscard]] static std::optional<QuomiNotifyServerResponse> createFromDictionnary(
         const boost::json::object& dictionary, const QuomiErrors& errors, std::optional<Error>* error = nullptr);
+
+    /// What it orders, in the order in which it is performed.
+    [[nodiscard]] std::vector<QuomiAction> orderedActions() const;
 
     bool operator==(const QuomiNotifyServerResponse&) const = default;
 };

@@ -1,8 +1,6 @@
 #include "quomi/rules/action_executor.h"
 
 #include "quomi/api/api_client.h"
-#include "quomi/api/callback.h"
-#include "quomi/model/action.h"
 #include "quomi/platform/application.h"
 #include "quomi/platform/application_helpers.h"
 #include "quomi/platform/console.h"
@@ -12,9 +10,12 @@
 #include "quomi/rules/bundle_page.h"
 #include "quomi/rules/notification_content.h"
 #include "quomi/rules/web_page.h"
+#include "quomi/util/host_call.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/text.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -53,14 +54,22 @@ std::string_view screenName(const Screen& screen) {
     return "<UIViewController>";
 }
 
-bool isDone(ActionOutcome outcome) {
-    return outcome == ActionOutcome::performed || outcome == ActionOutcome::performedByHost;
+std::optional<std::string> pageOf(const std::string& param) {
+    return param.empty() ? std::nullopt : std::optional(param);
 }
 
-bool report(ActionOutcome outcome, ActionOutcome* slot) {
-    if (slot != nullptr) *slot = outcome;
-    return isDone(outcome);
-}
+/// How a kind of action that opens something is performed.
+struct OpenAction {
+    ActionKind kind;
+    std::optional<std::string> (*urlOf)(const std::string& param);
+    bool (QuomiActionExecutor::*open)(const std::string& url);
+};
+
+constexpr OpenAction kOpenActions[] = {
+    {ActionKind::openUrl, pageOf, &QuomiActionExecutor::executeOpenWebPageActionWithURL},
+    {ActionKind::openDeepLink, &QuomiActionExecutor::getDeepLinkURLFromJSON,
+     &QuomiActionExecutor::executeOpenDeepLinkActionWithURL},
+};
 
 }  // namespace
 
@@ -72,7 +81,7 @@ QuomiActionExecutor::QuomiActionExecutor(ActionExecutorContext context)
 QuomiActionExecutor::~QuomiActionExecutor() = default;
 
 void QuomiActionExecutor::end() {
-    hasEnded_ = true;
+    lifetime_.end();
     apiClient_ = nullptr;
     presentationViewController_ = nullptr;
     notificationHelpers_.reset();
@@ -80,14 +89,7 @@ void QuomiActionExecutor::end() {
 }
 
 void QuomiActionExecutor::setPresentationViewController(std::shared_ptr<Screen> screen) {
-    if (!hasEnded_) presentationViewController_ = std::move(screen);
-}
-
-void QuomiActionExecutor::postUnlessEnded(std::function<void(QuomiActionExecutor&)> work) {
-    context_.platform.runLoop.post([weak = weak_from_this(), work = std::move(work)] {
-        const auto executor = weak.lock();
-        if (executor != nullptr && !executor->hasEnded_) work(*executor);
-    });
+    if (!lifetime_.hasEnded()) presentationViewController_ = std::move(screen);
 }
 
 // Notifications
@@ -95,118 +97,111 @@ void QuomiActionExecutor::postUnlessEnded(std::function<void(QuomiActionExecutor
 void QuomiActionExecutor::executeNotifyUserAction(const std::string& param, const json::object& userInfo,
                                                   int triggeredBy, std::function<void(bool)> completionBlock) {
     generateUserNotificationRequest(param, userInfo,
-                                    [weak = weak_from_this(), triggeredBy,
-                                     completionBlock = std::move(completionBlock)](const NotificationRequest& request) {
-                                        if (const auto executor = weak.lock())
-                                            executor->askToNotify(request, triggeredBy, completionBlock);
-                                    });
+                                    lifetime_.guard([this, triggeredBy, completionBlock = std::move(completionBlock)](
+                                                        const NotificationRequest& request) {
+                                        askToNotify(request, triggeredBy, completionBlock);
+                                    }));
 }
 
 void QuomiActionExecutor::generateUserNotificationRequest(const std::string& param, const json::object& userInfo,
                                                           RequestBuilt completionBlock) {
-    if (hasEnded_) return;
+    if (lifetime_.hasEnded()) return;
     auto content =
         notificationContent(param, userInfo, context_.platform.application.badgeNumber(), context_.userProperties());
     if (content.category) notificationHelpers_->registerCategory(*content.category);
-    if (!content.imageUrl) return callBack(completionBlock, content.request);
+    if (!content.imageUrl) return callHost(completionBlock, content.request);
     attachments_.download(*content.imageUrl,
                           [request = std::move(content.request), completionBlock = std::move(completionBlock)](
                               const std::optional<std::filesystem::path>& file) {
                               auto withImage = request;
                               if (file) withImage.attachments.push_back(file->string());
-                              callBack(completionBlock, withImage);
+                              callHost(completionBlock, withImage);
                           });
 }
 
 void QuomiActionExecutor::askToNotify(const NotificationRequest& request, int triggeredBy,
                                       const std::function<void(bool)>& completionBlock) {
-    const auto host = context_.host();
     const auto isAnswered = std::make_shared<bool>(false);
-    const auto answer = [weak = weak_from_this(), isAnswered, request, triggeredBy, completionBlock](bool mayNotify) {
-        if (std::exchange(*isAnswered, true)) return;
-        const auto executor = weak.lock();
-        if (executor == nullptr || executor->hasEnded_) return;
-        if (mayNotify) return executor->notify(request, triggeredBy);
-        callBack(completionBlock, false);
+    const auto decide = lifetime_.guard([this, request, triggeredBy, completionBlock](bool mayNotify) {
+        if (mayNotify) return notify(request, triggeredBy);
+        callHost(completionBlock, false);
+    });
+    const auto answer = [isAnswered, decide](bool mayNotify) {
+        if (!std::exchange(*isAnswered, true)) decide(mayNotify);
     };
-    const bool isAsked = handToHost(host.shouldExecuteNotificationRequestCompletionBlock, request, triggeredBy, answer);
+    const bool isAsked = context_.host.shouldExecuteNotificationRequest(request, triggeredBy, answer);
     // One that throws after it has answered has answered; any other exception is no question asked.
-    if (isAsked || std::exchange(*isAnswered, true) || hasEnded_) return;
-    const bool mayNotify = askHost(host.shouldExecuteNotificationRequest, request, triggeredBy).value_or(true);
-    if (hasEnded_) return;
-    if (mayNotify) return notify(request, triggeredBy);
-    callBack(completionBlock, false);
+    if (isAsked || std::exchange(*isAnswered, true) || lifetime_.hasEnded()) return;
+    decide(context_.host.shouldExecuteNotificationRequest(request, triggeredBy).value_or(true));
 }
 
 void QuomiActionExecutor::notify(const NotificationRequest& request, int triggeredBy) {
-    const auto self = shared_from_this();
     context_.logEvent(notifyEvent(request.userInfo));
-    if (hasEnded_ || handToHost(context_.host().executeNotificationRequest, request, triggeredBy)) return;
-    if (!hasEnded_) context_.platform.notifications.add(request);
+    if (lifetime_.hasEnded() || context_.host.executeNotificationRequest(request, triggeredBy)) return;
+    if (!lifetime_.hasEnded()) context_.platform.notifications.add(request);
 }
 
 void QuomiActionExecutor::executeNotificationRequestActions(const NotificationRequest& request) {
     const auto& info = request.userInfo;
-    const auto type = QuomiUtils::stringForKey(info, "type", "");
-    const auto param = QuomiUtils::stringForKey(info, "param", "");
-    const int triggeredBy = QuomiUtils::numberForKey(info, "triggeredBy", 0).as<int>();
-    if (type == kActionOpenUrl) executeOpenWebPageAction(param, triggeredBy);
-    if (type == kActionOpenDeepLink) executeOpenDeepLinkAction(param, triggeredBy);
+    const auto* kind = actionKind(QuomiUtils::stringForKey(info, "type", ""));
+    if (kind == nullptr || !kind->opens) return;
+    executeOpenAction(kind->kind, QuomiUtils::stringForKey(info, "param", ""),
+                      QuomiUtils::numberForKey(info, "triggeredBy", 0).as<int>());
 }
 
-// What the host decides
+// What opens something
 
-bool QuomiActionExecutor::isVetoed(ShouldExecute question, Url url, int triggeredBy) const {
-    return !askHost(context_.host().*question, url, triggeredBy).value_or(true);
+bool QuomiActionExecutor::isVetoed(ActionKind kind, const std::string& url, int triggeredBy) const {
+    return !context_.host.shouldExecute(kind, url, triggeredBy).value_or(true);
 }
 
-std::optional<ActionOutcome> QuomiActionExecutor::leaveToHost(ShouldExecute question, Execute operation, Url url,
-                                                              int triggeredBy) const {
-    if (isVetoed(question, url, triggeredBy)) return ActionOutcome::vetoed;
-    if (hasEnded_) return ActionOutcome::impossible;
-    if (handToHost(context_.host().*operation, url, triggeredBy)) return ActionOutcome::performedByHost;
-    return std::nullopt;
+ActionOutcome QuomiActionExecutor::executeOpenAction(ActionKind kind, const std::string& param, int triggeredBy) {
+    const auto* action = std::ranges::find(kOpenActions, kind, &OpenAction::kind);
+    if (lifetime_.hasEnded() || action == std::end(kOpenActions)) return ActionOutcome::impossible;
+    const auto url = action->urlOf(param);
+    if (!url) return ActionOutcome::impossible;
+    if (isVetoed(kind, *url, triggeredBy)) return ActionOutcome::vetoed;
+    if (lifetime_.hasEnded()) return ActionOutcome::impossible;
+    if (context_.host.execute(kind, *url, triggeredBy)) return ActionOutcome::performedByHost;
+    return (this->*action->open)(*url) ? ActionOutcome::performed : ActionOutcome::impossible;
+}
+
+bool QuomiActionExecutor::executeOpenWebPageAction(const std::string& url, int triggeredBy) {
+    return isDone(executeOpenAction(ActionKind::openUrl, url, triggeredBy));
+}
+
+bool QuomiActionExecutor::executeOpenDeepLinkAction(const std::string& param, int triggeredBy) {
+    return isDone(executeOpenAction(ActionKind::openDeepLink, param, triggeredBy));
 }
 
 // Web pages
 
-bool QuomiActionExecutor::executeOpenWebPageAction(const std::string& url, int triggeredBy) {
-    return executeOpenWebPageAction(url, triggeredBy, nullptr);
-}
-
-bool QuomiActionExecutor::executeOpenWebPageAction(const std::string& url, int triggeredBy, ActionOutcome* outcome) {
-    return report(openWebPage(url, triggeredBy), outcome);
-}
-
-ActionOutcome QuomiActionExecutor::openWebPage(Url url, int triggeredBy) {
-    const auto self = shared_from_this();
-    if (hasEnded_ || url.empty()) return ActionOutcome::impossible;
-    const auto decided = leaveToHost(&ActionHost::shouldExecuteOpenWebPageRequest,
-                                     &ActionHost::executeOpenWebPageRequest, url, triggeredBy);
-    if (decided) return *decided;
-    return executeOpenWebPageActionWithURL(url) ? ActionOutcome::performed : ActionOutcome::impossible;
-}
-
 bool QuomiActionExecutor::executeOpenWebPageActionWithURL(const std::string& url) {
-    if (hasEnded_) return false;
+    if (lifetime_.hasEnded()) return false;
     const auto& platform = context_.platform;
     const auto page = getWebPageURL(url);
     const auto presenter = presentationViewController_ != nullptr
                                ? presentationViewController_
                                : QuomiApplicationHelpers(platform.screens).topViewController();
     if (presenter == nullptr) return false;
-    if (presenter->presentedScreen() != nullptr) {
-        platform.console.log(
-            fmt::format("Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is "
-                        "already presented by UIVIewController {}",
-                        screenName(*presenter)));
+    if (pageIsComing_ || presenter->presentedScreen() != nullptr) {
+        warnThatIsBusy(*presenter);
         return false;
     }
     if (!page) return false;
-    postUnlessEnded([presenter, page = *page](QuomiActionExecutor& executor) {
-        executor.context_.webPages.present(presenter, page);
-    });
+    pageIsComing_ = true;
+    platform.runLoop.post(lifetime_.guard([this, presenter, page = *page] {
+        pageIsComing_ = false;
+        if (!context_.webPages.present(presenter, page)) warnThatIsBusy(*presenter);
+    }));
     return true;
+}
+
+void QuomiActionExecutor::warnThatIsBusy(const Screen& presenter) const {
+    context_.platform.console.log(
+        fmt::format("Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is "
+                    "already presented by UIVIewController {}",
+                    screenName(presenter)));
 }
 
 std::optional<std::string> QuomiActionExecutor::getWebPageURL(const std::string& url) const {
@@ -220,27 +215,10 @@ std::optional<std::string> QuomiActionExecutor::getWebPageURL(const std::string&
 
 // Deep links
 
-bool QuomiActionExecutor::executeOpenDeepLinkAction(const std::string& param, int triggeredBy) {
-    return executeOpenDeepLinkAction(param, triggeredBy, nullptr);
-}
-
-bool QuomiActionExecutor::executeOpenDeepLinkAction(const std::string& param, int triggeredBy, ActionOutcome* outcome) {
-    return report(openDeepLink(param, triggeredBy), outcome);
-}
-
-ActionOutcome QuomiActionExecutor::openDeepLink(const std::string& param, int triggeredBy) {
-    const auto self = shared_from_this();
-    const auto url = getDeepLinkURLFromJSON(param);
-    if (hasEnded_ || !url) return ActionOutcome::impossible;
-    const auto decided = leaveToHost(&ActionHost::shouldExecuteOpenDeepLinkRequest,
-                                     &ActionHost::executeOpenDeepLinkRequest, *url, triggeredBy);
-    if (decided) return *decided;
-    return executeOpenDeepLinkActionWithURL(*url) ? ActionOutcome::performed : ActionOutcome::impossible;
-}
-
 bool QuomiActionExecutor::executeOpenDeepLinkActionWithURL(const std::string& url) {
-    if (hasEnded_ || !context_.platform.application.canOpenURL(url)) return false;
-    postUnlessEnded([url](QuomiActionExecutor& executor) { executor.context_.platform.application.openURL(url); });
+    auto& application = context_.platform.application;
+    if (lifetime_.hasEnded() || !application.canOpenURL(url)) return false;
+    context_.platform.runLoop.post(lifetime_.guard([&application, url] { application.openURL(url); }));
     return true;
 }
 
@@ -257,49 +235,43 @@ std::optional<std::string> QuomiActionExecutor::getDeepLinkURLFromJSON(const std
 
 // Servers
 
-bool QuomiActionExecutor::executeNotifyServerAction(const std::string& url, int triggeredBy,
-                                                    const json::object& infoDict, Done success, Failure failure,
-                                                    Done enableBlock, ActionOutcome* outcome, ServerAnswered ended) {
-    return report(notifyServer(url, triggeredBy, infoDict, std::move(success), std::move(failure),
-                               std::move(enableBlock), std::move(ended)),
-                  outcome);
-}
-
-bool QuomiActionExecutor::executeNotifyServerAction(const std::string& url, int triggeredBy, Done success,
-                                                    Failure failure, Done enableBlock) {
-    return executeNotifyServerAction(url, triggeredBy, {}, std::move(success), std::move(failure),
-                                     std::move(enableBlock), nullptr);
-}
-
-ActionOutcome QuomiActionExecutor::notifyServer(Url url, int triggeredBy, const json::object& infoDict, Done success,
-                                                Failure failure, Done enableBlock, ServerAnswered ended) {
-    const auto self = shared_from_this();
-    if (hasEnded_ || QuomiUtils::isEmpty(url)) return ActionOutcome::impossible;
-    if (isVetoed(&ActionHost::shouldExecuteServerNotificationRequest, url, triggeredBy)) return ActionOutcome::vetoed;
-    if (hasEnded_) return ActionOutcome::impossible;
-    if (hostNotifiesServer(url, triggeredBy, success, failure)) return ActionOutcome::performedByHost;
-    if (hasEnded_ || apiClient_ == nullptr) return ActionOutcome::impossible;
-    apiClient_->sendServerNotificationToURL({url, weak_from_this(), triggeredBy, infoDict, std::move(success),
-                                             std::move(failure), std::move(enableBlock), std::move(ended)});
+ActionOutcome QuomiActionExecutor::executeNotifyServerAction(ServerNotification question, int triggeredBy,
+                                                             const json::object& infoDict) {
+    if (lifetime_.hasEnded() || QuomiUtils::isEmpty(question.url)) return ActionOutcome::impossible;
+    if (isVetoed(ActionKind::notifyServer, question.url, triggeredBy)) return ActionOutcome::vetoed;
+    if (lifetime_.hasEnded()) return ActionOutcome::impossible;
+    if (hostNotifiesServer(question, triggeredBy)) return ActionOutcome::performedByHost;
+    if (lifetime_.hasEnded() || apiClient_ == nullptr) return ActionOutcome::impossible;
+    question.perform = lifetime_.guard(
+        [this, infoDict, triggeredBy](const QuomiAction& action) { performOrdered(action, infoDict, triggeredBy); });
+    apiClient_->sendServerNotificationToURL(std::move(question));
     return ActionOutcome::performed;
 }
 
-bool QuomiActionExecutor::hostNotifiesServer(Url url, int triggeredBy, const Done& success, const Failure& failure) {
+bool QuomiActionExecutor::hostNotifiesServer(const ServerNotification& question, int triggeredBy) {
     const auto isReported = std::make_shared<bool>(false);
-    const auto mayReport = [weak = weak_from_this(), isReported] {
-        const auto executor = weak.lock();
-        return !std::exchange(*isReported, true) && executor != nullptr && !executor->hasEnded_;
-    };
-    const bool isHandedOver = handToHost(
-        context_.host().executeServerNotificationRequest, url, triggeredBy,
-        [mayReport, success] {
-            if (mayReport()) callBack(success);
+    const auto success = lifetime_.guard([report = question.success] { callHost(report); });
+    const auto failure = lifetime_.guard([report = question.failure](const Error& error) { callHost(report, error); });
+    const bool isHandedOver = context_.host.executeServerNotificationRequest(
+        question.url, triggeredBy,
+        [isReported, success] {
+            if (!std::exchange(*isReported, true)) success();
         },
-        [mayReport, failure](const Error& error) {
-            if (mayReport()) callBack(failure, error);
+        [isReported, failure](const Error& error) {
+            if (!std::exchange(*isReported, true)) failure(error);
         });
     // As in a notification's question: a host that has reported has done it, exception or not.
     return isHandedOver || std::exchange(*isReported, true);
+}
+
+void QuomiActionExecutor::performOrdered(const QuomiAction& action, const json::object& userInfo, int triggeredBy) {
+    const auto* kind = actionKind(action.type);
+    if (kind == nullptr) return;
+    if (kind->opens) {
+        executeOpenAction(kind->kind, action.param, triggeredBy);
+    } else if (kind->kind == ActionKind::notifyUser) {
+        executeNotifyUserAction(action.param, userInfo, triggeredBy, {});
+    }
 }
 
 }  // namespace quomi

@@ -1,60 +1,45 @@
 #pragma once
 
+#include "quomi/model/action_kind.h"
 #include "quomi/util/error.h"
 
 #include <functional>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace quomi {
 
 struct NotificationRequest;
 
-/// What the host is asked about an action, or asked to do in the SDK's place. An empty function is an operation that
-/// the host does not implement, and so is one that throws. `triggeredBy` is 1 for a geofence and 2 for a beacon. All
-/// are called on the host's thread; each may call every operation of the SDK, `stop` included.
-struct ActionHost {
-    /// Asked before the one without a block, which is then not asked. The block takes the answer, once, on the host's
-    /// thread, at once or later; later calls of it are ignored. Without an answer the notification waits for ever.
-    std::function<void(const NotificationRequest&, int triggeredBy, std::function<void(bool)> completionBlock)>
-        shouldExecuteNotificationRequestCompletionBlock{};
-    /// False: no such action.
-    std::function<bool(const NotificationRequest&, int triggeredBy)> shouldExecuteNotificationRequest{};
-    std::function<bool(const std::string& url, int triggeredBy)> shouldExecuteOpenWebPageRequest{};
-    std::function<bool(const std::string& url, int triggeredBy)> shouldExecuteOpenDeepLinkRequest{};
-    std::function<bool(const std::string& url, int triggeredBy)> shouldExecuteServerNotificationRequest{};
-    /// The host does it, and the SDK does not.
-    std::function<void(const NotificationRequest&, int triggeredBy)> executeNotificationRequest{};
-    std::function<void(const std::string& url, int triggeredBy)> executeOpenWebPageRequest{};
-    std::function<void(const std::string& url, int triggeredBy)> executeOpenDeepLinkRequest{};
-    /// The host reports through one of the two blocks, once, on the host's thread, at once or later. Both are there.
-    std::function<void(const std::string& url, int triggeredBy, std::function<void()> success,
-                       std::function<void(const Error&)> failure)>
-        executeServerNotificationRequest{};
+/// What the host is asked about an action, and asked to do in the SDK's place: its delegate as it is at each call. An
+/// operation that the host does not implement, and one that throws, is as if it were not there. `triggeredBy` is 1 for
+/// a geofence and 2 for a beacon. Host's thread; the host may call every operation of the SDK from inside, `stop`
+/// included.
+class ActionHost {
+public:
+    virtual ~ActionHost() = default;
+
+    /// Whether the URL may be opened, or its server asked; nothing when the host does not say.
+    [[nodiscard]] virtual std::optional<bool> shouldExecute(ActionKind kind, const std::string& url,
+                                                            int triggeredBy) const = 0;
+    /// True when the host opens the URL, and the SDK does not.
+    [[nodiscard]] virtual bool execute(ActionKind kind, const std::string& url, int triggeredBy) const = 0;
+
+    /// True when the host decides in its own time. The block takes the answer, on the host's thread, at once or later.
+    /// Without an answer the notification waits for ever.
+    [[nodiscard]] virtual bool shouldExecuteNotificationRequest(const NotificationRequest& request, int triggeredBy,
+                                                                std::function<void(bool)> completionBlock) const = 0;
+    [[nodiscard]] virtual std::optional<bool> shouldExecuteNotificationRequest(const NotificationRequest& request,
+                                                                               int triggeredBy) const = 0;
+    /// True when the host shows it, and the SDK does not.
+    [[nodiscard]] virtual bool executeNotificationRequest(const NotificationRequest& request,
+                                                          int triggeredBy) const = 0;
+
+    /// True when the host asks the server itself. It reports through one of the two blocks, on the host's thread, at
+    /// once or later.
+    [[nodiscard]] virtual bool executeServerNotificationRequest(const std::string& url, int triggeredBy,
+                                                                std::function<void()> success,
+                                                                std::function<void(const Error&)> failure) const = 0;
 };
-
-/// Asks the host; nothing when it does not implement the operation or throws.
-template <class... Parameters, class... Arguments>
-[[nodiscard]] std::optional<bool> askHost(const std::function<bool(Parameters...)>& question,
-                                          Arguments&&... arguments) noexcept {
-    try {
-        if (question) return question(std::forward<Arguments>(arguments)...);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): a host's exception is the host's affair
-    }
-    return std::nullopt;
-}
-
-/// Hands something over to the host; false when it does not implement the operation or throws.
-template <class... Parameters, class... Arguments>
-[[nodiscard]] bool handToHost(const std::function<void(Parameters...)>& operation, Arguments&&... arguments) noexcept {
-    try {
-        if (!operation) return false;
-        operation(std::forward<Arguments>(arguments)...);
-        return true;
-    } catch (...) {
-        return false;
-    }
-}
 
 }  // namespace quomi

@@ -1,8 +1,8 @@
 #include "quomi/rules/attachment.h"
 
-#include "quomi/api/callback.h"
 #include "quomi/api/http_transport.h"
 #include "quomi/platform/files.h"
+#include "quomi/util/host_call.h"
 #include "quomi/util/json_readers.h"
 #include "quomi/util/percent.h"
 #include "quomi/util/text.h"
@@ -95,7 +95,7 @@ void AttachmentDownloads::cancelAll() {
 void AttachmentDownloads::finish(const std::shared_ptr<Download>& download, const HttpResponse* response) {
     std::erase(downloads_, download);
     const auto file = response != nullptr ? store(download->url, *response) : std::nullopt;
-    callBack(download->done, file);
+    callHost(download->done, file);
 }
 
 std::optional<std::filesystem::path> AttachmentDownloads::store(const std::string& url, const HttpResponse& response) {

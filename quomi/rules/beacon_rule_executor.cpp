@@ -34,10 +34,23 @@ json::value valueOf(const std::optional<std::int32_t>& number) {
     return number ? json::value(*number) : json::value();
 }
 
+json::object infoDictForLocalNotification(const QuomiBeaconData& beacon, const QuomiBeaconRuleWithActions& rule) {
+    return {{"area_type", "beacon"},
+            {"beacon_id", beacon.beaconId},
+            {"rule_id", rule.ruleId.value_or("")},
+            {"major", valueOf(beacon.major)},
+            {"minor", valueOf(beacon.minor)},
+            {"beacon_name", beacon.name},
+            {"max_medium_far_distance", rule.maxDistanceMediumFar}};
+}
+
 }  // namespace
 
 QuomiBeaconActionExecutor::QuomiBeaconActionExecutor(RuleExecutorContext context, NearbyBeacons nearbyBeacons)
-    : RuleExecutor(RuleArea::beacon, std::move(context)), nearbyBeacons_(std::move(nearbyBeacons)) {}
+    : nearbyBeacons_(std::move(nearbyBeacons)),
+      runner_(RuleArea::beacon, std::move(context),
+              {[this](const Latch& latch) { executeDelayedAction(latch); },
+               [this](const auto& run, const auto& actions) { runner_.executeActions(run, actions); }}) {}
 
 // Events
 
@@ -76,16 +89,15 @@ bool QuomiBeaconActionExecutor::executeBeaconProximityChangedActions(const Beaco
 
 bool QuomiBeaconActionExecutor::executeEvent(const Beacon& beacon, TriggerKeys triggerKeys, bool isSeenAnew,
                                              const std::optional<Move>& move, ErrorSlot error) {
-    if (hasEnded()) return false;
-    const auto self = shared_from_this();
+    if (runner_.hasEnded()) return false;
     // The records of one event come in a row: what happened to the first may have replaced the others.
-    const auto seenNow = current(beacon);
+    const auto seenNow = current(context_.data, beacon);
     if (seenNow == nullptr) return false;
-    seenNow->lastSeenAt = context().platform.clock.now();
+    seenNow->lastSeenAt = context_.platform.clock.now();
     if (isSeenAnew && seenNow->seenCount < std::numeric_limits<std::int32_t>::max()) ++seenNow->seenCount;
-    if (!context().data.saveContextSoon(error) || !isActive(*seenNow, triggerKeys, error)) return false;
+    if (!context_.data.saveContextSoon(error) || !isActive(*seenNow, triggerKeys, error)) return false;
     for (const char* triggerKey : triggerKeys) {
-        const auto seen = hasEnded() ? nullptr : current(beacon);
+        const auto seen = runner_.hasEnded() ? nullptr : current(context_.data, beacon);
         if (seen != nullptr) executeRulesForBeacon(*seen, triggerKey, move);
     }
     return true;
@@ -93,10 +105,10 @@ bool QuomiBeaconActionExecutor::executeEvent(const Beacon& beacon, TriggerKeys t
 
 bool QuomiBeaconActionExecutor::isActive(QuomiBeaconData& beacon, TriggerKeys triggerKeys, ErrorSlot error) const {
     std::optional<Error> failure;
-    if (beacon.isActive(context().platform.clock, context().errors, &failure)) return true;
-    if (observer() != nullptr) {
+    if (beacon.isActive(context_.platform.clock, context_.errors, &failure)) return true;
+    if (runner_.observer() != nullptr) {
         for (const char* triggerKey : triggerKeys) {
-            reportInactive(beacon, beacon.getActionsAndRulesSuitableForTrigger(triggerKey), *failure);
+            reportInactive(runner_, beacon, beacon.getActionsAndRulesSuitableForTrigger(triggerKey), *failure);
         }
     }
     assign(error, std::move(*failure));
@@ -117,8 +129,8 @@ void QuomiBeaconActionExecutor::executeRulesForBeacon(QuomiBeaconData& beacon, c
     std::stable_sort(rules.begin(), rules.end(),
                      [](const auto& a, const auto& b) { return a->priority < b->priority; });
     for (const auto& each : rules) {
-        if (hasEnded()) return;
-        const auto rule = current(each);
+        if (runner_.hasEnded()) return;
+        const auto rule = current(context_.data, each);
         if (const auto owner = rule != nullptr ? rule->beacon() : nullptr) executeRule(rule, owner);
     }
 }
@@ -130,8 +142,8 @@ bool QuomiBeaconActionExecutor::isCrossed(const QuomiBeaconRuleWithActions& rule
         isMeasured ? reclassified(move.previousProximity, move.previousAccuracy, &rule) : move.previousProximity;
     const auto now = isMeasured ? reclassified(move.newProximity, move.accuracy, &rule) : move.newProximity;
     if (rule.isCrossedBy(previous, now)) return true;
-    if (previous != now && !hasEnded()) {
-        report(rule, beacon, RuleDecision::outOfRange, [&] {
+    if (previous != now && !runner_.hasEnded()) {
+        runner_.report(rule, beacon, RuleDecision::outOfRange, [&] {
             const auto range = rule.range();
             return json::object{
                 {"range", json::array{static_cast<std::int64_t>(range.start), static_cast<std::int64_t>(range.end)}},
@@ -147,49 +159,48 @@ QuomiProximity QuomiBeaconActionExecutor::reclassified(QuomiProximity proximity,
     const bool hasOwnThreshold = rule != nullptr && rule->useRuleMaxMediumFar;
     return QuomiProximityUtils::updateProximity(
         proximity, accuracy,
-        hasOwnThreshold ? rule->maxDistanceMediumFar : context().settings.proximityFarSplitThreshold);
+        hasOwnThreshold ? rule->maxDistanceMediumFar : context_.settings.proximityFarSplitThreshold);
 }
 
 // One rule
 
 void QuomiBeaconActionExecutor::executeRule(const Rule& rule, const Beacon& beacon) {
-    if (rule->latchTime > 0) return startLatch(*rule, *beacon);
-    executeActionsOfRule(rule, beacon);
+    if (rule->latchTime > 0) return runner_.startLatch(*rule, *beacon);
+    executeActionsOfRule(rule, beacon, rule->trigger);
 }
 
-void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon) {
-    if (!passesGates(rule, beacon)) return;
-    const auto run = makeRun(*rule, *beacon);
-    context().debugLog.log(
+void QuomiBeaconActionExecutor::executeActionsOfRule(const Rule& rule, const Beacon& beacon,
+                                                     const std::string& trigger) {
+    const auto run = std::make_shared<RuleRun>(RuleRun::of(*rule, *beacon, trigger));
+    if (!runner_.passesGates(*run, rule)) return;
+    run->actions = rule->getAndDeserializeActions().value_or(RuleRunner::Actions());
+    run->info = infoDictForLocalNotification(*beacon, *rule);
+    context_.debugLog.log(
         "BeaconActionExecutor: executeActionsOfRule ID: {} (# actions: {}) forBeacon [UUID: {} major: {} minor: {}]",
         run->ruleId, run->actions.size(), beacon->proximityUUID, textOf(beacon->major), textOf(beacon->minor));
-    execute(run, *rule, *beacon);
-}
-
-void QuomiBeaconActionExecutor::executeEnabledActions(const Run& run, const Actions& actions) {
-    executeActions(run, actions);
-}
-
-void QuomiBeaconActionExecutor::actionWasRefused(const RuleRun& run) {
-    auto rule = context().data.currentObjectContext().objectWithID<QuomiBeaconRuleWithActions>(run.ruleObjectID);
-    // A download may have put another object in the rule's place, with its counts.
-    if (rule == nullptr) rule = context().data.getBeaconRuleById(run.ruleId);
-    uncountEvent(context(), rule.get());
+    if (runner_.willAskServer(*run)) run->serverUrl = serverUrl(run->serverAction()->param, *beacon, *rule);
+    runner_.execute(run);
 }
 
 // Latch times
 
 void QuomiBeaconActionExecutor::executeDelayedAction(const Latch& latch) {
-    auto& data = context().data;
-    const auto beacon = data.getBeaconById(latch.latchTimeRegionID);
-    const auto rule = data.getBeaconRuleById(latch.latchTimeRuleID);
+    const auto beacon = context_.data.getBeaconById(latch.latchTimeRegionID);
+    const auto rule = ruleOf(latch, beacon.get());
     if (beacon == nullptr || rule == nullptr) {
-        context().platform.console.log(
+        context_.platform.console.log(
             "Quomi SDK Error: Cannot execute beacon rule with latch time: couldn't retrieve rule data.");
     }
     const bool holds = stillHolds(latch, beacon.get(), rule.get());
-    if (!holds || beacon == nullptr || rule == nullptr) return report(latch, RuleDecision::latchBroken);
-    executeActionsOfRule(rule, beacon);
+    if (!holds || beacon == nullptr || rule == nullptr) return runner_.report(latch, RuleDecision::latchBroken);
+    executeActionsOfRule(rule, beacon, latch.trigger);
+}
+
+/// The beacon's own rule, and only when that has gone the store's first of its identifier.
+QuomiBeaconActionExecutor::Rule QuomiBeaconActionExecutor::ruleOf(const Latch& latch, QuomiBeaconData* beacon) const {
+    const auto own = beacon != nullptr ? beacon->ruleWithId(latch.latchTimeRuleID) : nullptr;
+    return own != nullptr ? std::static_pointer_cast<QuomiBeaconRuleWithActions>(own)
+                          : context_.data.getBeaconRuleById(latch.latchTimeRuleID);
 }
 
 bool QuomiBeaconActionExecutor::stillHolds(const Latch& latch, const QuomiBeaconData* beacon,
@@ -207,12 +218,12 @@ bool QuomiBeaconActionExecutor::stillHolds(const Latch& latch, const QuomiBeacon
     const auto end = textOf(rule != nullptr ? rule->proximityEnd : std::nullopt);
     // That the two differ in blanks and in the full stop is deliberate: those who read system logs look for them so.
     if (isEntry) {
-        context().platform.console.log(fmt::format(
+        context_.platform.console.log(fmt::format(
             "Quomi SDK: Proximity of beacon (UUID: {} - Major: {} - Minor: {} ,ID = {}) has changed (expected to be "
             "between {} and {} to execute rule) or beacon is not visible anymore, actions won't be executed.",
             uuid, major, minor, id, start, end));
     } else {
-        context().platform.console.log(fmt::format(
+        context_.platform.console.log(fmt::format(
             "Quomi SDK: Proximity of beacon (UUID: {} - Major: {} - Minor: {} , ID = {}) has changed (expected to be "
             "not between {} and {} to execute rule), actions won't be executed",
             uuid, major, minor, id, start, end));
@@ -230,36 +241,22 @@ std::shared_ptr<const QuomiBeacon> QuomiBeaconActionExecutor::liveBeacon(const Q
     return nullptr;
 }
 
-// What actions are told
+// Servers
 
-json::object QuomiBeaconActionExecutor::infoDictForLocalNotification(const RuleOwner& owner,
-                                                                     const RuleWithActions& rule) const {
-    const auto& beacon = static_cast<const QuomiBeaconData&>(owner);
-    return {{"area_type", "beacon"},
-            {"beacon_id", beacon.beaconId},
-            {"rule_id", rule.ruleId.value_or("")},
-            {"major", valueOf(beacon.major)},
-            {"minor", valueOf(beacon.minor)},
-            {"beacon_name", beacon.name},
-            {"max_medium_far_distance", rule.maxDistanceMediumFar}};
-}
-
-std::string QuomiBeaconActionExecutor::serverUrl(const std::string& urlTemplate, const RuleOwner& owner,
-                                                 const RuleWithActions& rule) const {
-    const auto& beacon = static_cast<const QuomiBeaconData&>(owner);
-    const auto& beaconRule = static_cast<const QuomiBeaconRuleWithActions&>(rule);
-    ServerUrl url(urlTemplate, context().platform.console);
+std::string QuomiBeaconActionExecutor::serverUrl(const std::string& urlTemplate, const QuomiBeaconData& beacon,
+                                                 const QuomiBeaconRuleWithActions& rule) const {
+    ServerUrl url(urlTemplate, context_.platform.console);
     url.fill("{id}", beacon.beaconId)
-        .fill("{udid}", context().udid())
+        .fill("{udid}", context_.udid())
         .fill("{namespace}", beacon.namespace_.value_or(""))
         .fill("{proximityUUID}", beacon.proximityUUID);
     if (beacon.major && beacon.minor) {
         url.fill("{major}", std::to_string(*beacon.major))
             .fill("{minor}", std::to_string(*beacon.minor))
-            .fill("{proximity}", std::to_string(beaconRule.proximity))
-            .fill("{proximityEnd}", std::to_string(beaconRule.proximityEnd.value_or(beaconRule.proximity)));
+            .fill("{proximity}", std::to_string(rule.proximity))
+            .fill("{proximityEnd}", std::to_string(rule.proximityEnd.value_or(rule.proximity)));
     }
-    return url.fill("{ext_id}", encodedUserID()).withAreaType("beacon");
+    return url.fill("{ext_id}", runner_.encodedUserID()).withAreaType("beacon");
 }
 
 }  // namespace quomi

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "quomi/beacons/proximity.h"
-#include "quomi/rules/rule_executor.h"
+#include "quomi/rules/rule_runner.h"
 #include "quomi/util/error.h"
 
+#include <cstddef>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -20,7 +21,9 @@ class QuomiBeacon;
 ///
 /// Each entry point saves when the beacon was seen and returns true when its rules were judged. It fails with the
 /// store's error, or with 202, 203 or 204 when the beacon is outside its dates or opening hours.
-class QuomiBeaconActionExecutor final : public RuleExecutor {
+///
+/// Host's thread only. Every operation may be called from inside every callback, and so may `end`.
+class QuomiBeaconActionExecutor {
 public:
     using NearbyBeacons = std::function<std::vector<std::shared_ptr<const QuomiBeacon>>()>;
     using Beacon = std::shared_ptr<QuomiBeaconData>;
@@ -41,8 +44,15 @@ public:
                                               double previousAccuracy, QuomiProximity newProximity, double accuracy,
                                               ErrorSlot error = nullptr);
 
+    /// Performs the single actions; null for nobody.
+    void setActionExecutor(QuomiActionExecutor* actionExecutor) { runner_.setActionExecutor(actionExecutor); }
+    /// Ends it for good, as RuleRunner does.
+    void end() { runner_.end(); }
+    /// Ends every latch time that runs; its rule does not run.
+    void clearAllPendingTimers() { runner_.latches().clearAll(); }
     /// Ends the latch times of the beacon. The SDK does not call it: latch times survive that a region is left.
-    void clearAllPendingTimersForBeaconId(const std::string& beaconId) { clearTimers(beaconId); }
+    void clearAllPendingTimersForBeaconId(const std::string& beaconId) { runner_.latches().clear(beaconId); }
+    [[nodiscard]] std::size_t pendingTimersCount() const { return runner_.latches().count(); }
 
 private:
     using Rule = std::shared_ptr<QuomiBeaconRuleWithActions>;
@@ -64,20 +74,18 @@ private:
     [[nodiscard]] QuomiProximity reclassified(QuomiProximity proximity, double accuracy,
                                               const QuomiBeaconRuleWithActions* rule) const;
     void executeRule(const Rule& rule, const Beacon& beacon);
-    void executeActionsOfRule(const Rule& rule, const Beacon& beacon);
+    void executeActionsOfRule(const Rule& rule, const Beacon& beacon, const std::string& trigger);
+    void executeDelayedAction(const Latch& latch);
+    [[nodiscard]] Rule ruleOf(const Latch& latch, QuomiBeaconData* beacon) const;
     [[nodiscard]] std::shared_ptr<const QuomiBeacon> liveBeacon(const QuomiBeaconData& beacon) const;
     [[nodiscard]] bool stillHolds(const Latch& latch, const QuomiBeaconData* beacon,
                                   const QuomiBeaconRuleWithActions* rule) const;
-
-    void executeDelayedAction(const Latch& latch) override;
-    [[nodiscard]] boost::json::object infoDictForLocalNotification(const RuleOwner& owner,
-                                                                   const RuleWithActions& rule) const override;
-    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const RuleOwner& owner,
-                                        const RuleWithActions& rule) const override;
-    void executeEnabledActions(const Run& run, const Actions& actions) override;
-    void actionWasRefused(const RuleRun& run) override;
+    [[nodiscard]] std::string serverUrl(const std::string& urlTemplate, const QuomiBeaconData& beacon,
+                                        const QuomiBeaconRuleWithActions& rule) const;
 
     const NearbyBeacons nearbyBeacons_;
+    RuleRunner runner_;
+    const RuleExecutorContext& context_ = runner_.context();
 };
 
 }  // namespace quomi

@@ -33,9 +33,7 @@ void replaceIn(NotificationCenter& center, std::vector<NotificationCategory> reg
 QuomiNotificationHelpers::QuomiNotificationHelpers(NotificationCenter& center) : center_(center) {}
 
 void QuomiNotificationHelpers::withSettings(std::function<void(const NotificationSettings&)> use) {
-    center_.getSettings([weak = std::weak_ptr(isAlive_), use = std::move(use)](const NotificationSettings& settings) {
-        if (!weak.expired()) use(settings);
-    });
+    center_.getSettings(lifetime_.guard(std::move(use)));
 }
 
 void QuomiNotificationHelpers::areAllNotificationRightsGranted(std::function<void(bool)> completion) {
@@ -57,19 +55,17 @@ void QuomiNotificationHelpers::requestNotificationRightsIfNeeded() {
 }
 
 void QuomiNotificationHelpers::registerCustomActionsCategories() {
-    center_.getCategories(
-        [&center = center_, weak = std::weak_ptr(isAlive_)](std::vector<NotificationCategory> registered) {
-            const auto& category = yesNoCategory();
-            if (weak.expired() || std::ranges::any_of(registered, hasIdentifier(category.identifier))) return;
-            replaceIn(center, std::move(registered), category);
-        });
+    center_.getCategories(lifetime_.guard([this](std::vector<NotificationCategory> registered) {
+        const auto& category = yesNoCategory();
+        if (std::ranges::any_of(registered, hasIdentifier(category.identifier))) return;
+        replaceIn(center_, std::move(registered), category);
+    }));
 }
 
 void QuomiNotificationHelpers::registerCategory(const NotificationCategory& category) {
-    center_.getCategories(
-        [&center = center_, weak = std::weak_ptr(isAlive_), category](std::vector<NotificationCategory> registered) {
-            if (!weak.expired()) replaceIn(center, std::move(registered), category);
-        });
+    center_.getCategories(lifetime_.guard([this, category](std::vector<NotificationCategory> registered) {
+        replaceIn(center_, std::move(registered), category);
+    }));
 }
 
 }  // namespace quomi

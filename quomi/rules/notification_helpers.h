@@ -1,7 +1,8 @@
 #pragma once
 
+#include "quomi/util/lifetime.h"
+
 #include <functional>
-#include <memory>
 
 namespace quomi {
 
@@ -33,8 +34,7 @@ private:
     void withSettings(std::function<void(const NotificationSettings&)> use);
 
     NotificationCenter& center_;
-    /// Gone with the object; what comes in a later turn looks at it.
-    std::shared_ptr<const bool> isAlive_ = std::make_shared<const bool>(true);
+    Lifetime lifetime_;
 };
 
 }  // namespace quomi

@@ -3,6 +3,7 @@
 #include "quomi/data/data.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "quomi/rules/rule_run.h"
 
 #include <algorithm>
 #include <limits>
@@ -94,19 +95,18 @@ Stop stopAtGlobalMaximum(const QuomiStatusInfo& status, WallTime now) {
         .stopAtMaximum(now);
 }
 
-Owner fetchGroup(const RuleExecutorContext& context, RuleArea area, const RuleOwner& owner) {
-    if (!owner.group || owner.group->empty()) return nullptr;
+Owner fetchGroup(const RuleExecutorContext& context, RuleArea area, const std::optional<std::string>& id) {
+    if (!id || id->empty()) return nullptr;
     std::optional<Error> error;
     Owner group;
     if (area == RuleArea::beacon) {
-        group = context.data.getBeaconById(*owner.group, &error);
+        group = context.data.getBeaconById(*id, &error);
     } else {
-        group = context.data.getGeofenceById(*owner.group, &error);
+        group = context.data.getGeofenceById(*id, &error);
     }
     // "beacon" for geofences too: deliberate, those who read system logs look for this text.
     if (error) {
-        context.platform.console.log(
-            fmt::format("Quomi SDK Error: unable to retrieve group beacon with ID {}", *owner.group));
+        context.platform.console.log(fmt::format("Quomi SDK Error: unable to retrieve group beacon with ID {}", *id));
     }
     return group;
 }
@@ -125,7 +125,7 @@ void increment(std::int32_t& count) {
 }
 
 void decrement(std::int32_t& count) {
-    if (count > std::numeric_limits<std::int32_t>::min()) --count;
+    if (count > 0) --count;
 }
 
 void count(RuleArea area, QuomiStatusInfo& status, RuleWithActions& rule, RuleOwner* group,
@@ -146,6 +146,29 @@ void count(RuleArea area, QuomiStatusInfo& status, RuleWithActions& rule, RuleOw
     QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(*group, members, now);
 }
 
+/// The rule that was counted, or the one that a download has put in its place at the same beacon.
+std::shared_ptr<RuleWithActions> countedRule(QuomiData& data, const RuleRun& run) {
+    if (auto rule = data.currentObjectContext().objectWithID<QuomiBeaconRuleWithActions>(run.ruleObjectID)) return rule;
+    const auto owner = data.getBeaconById(run.owner);
+    return owner != nullptr ? owner->ruleWithId(run.ruleId) : nullptr;
+}
+
+void uncountRule(QuomiData& data, const RuleRun& run, WallTime now) {
+    const auto rule = countedRule(data, run);
+    if (rule == nullptr) return;
+    decrement(rule->triggersCount);
+    QuomiRuleHelper::removeLastDateFromHistoryOfRule(*rule);
+    QuomiRuleHelper::trimOutdatedHistoryElementsOfRule(*rule, now);
+}
+
+void uncountGroup(const RuleExecutorContext& context, const std::optional<std::string>& id, WallTime now) {
+    const auto group = fetchGroup(context, RuleArea::beacon, id);
+    if (group == nullptr) return;
+    decrement(group->groupTriggersCount);
+    QuomiRuleHelper::removeLastDatesFromGroup(*group, 1);
+    QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(*group, fetchMembers(context, RuleArea::beacon, *group), now);
+}
+
 }  // namespace
 
 bool QuomiRuleHelper::minEventsConditionsFulfilledForRule(const RuleWithActions& rule, const RuleOwner* group,
@@ -158,14 +181,14 @@ bool QuomiRuleHelper::maxEventsConditionsFulfilledForRule(const RuleWithActions&
     return !stopAtMaximum(rule, group, now);
 }
 
-std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area,
-                                   const std::shared_ptr<RuleWithActions>& rule, const RuleOwner& owner) {
+std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area, const RuleRun& run,
+                                   const std::shared_ptr<RuleWithActions>& rule) {
     const RuleStop notCounted{RuleDecision::saveFailed};
     // What rules change is not what these fetches ask for, and what is saved is known: no rule costs a look at all the
     // others.
     auto& objects = context.data.currentObjectContext();
     const ObjectContext::Bulk bulk(objects);
-    const auto group = fetchGroup(context, area, owner);
+    const auto group = fetchGroup(context, area, run.group);
     const auto now = context.platform.clock.now();
     const auto status = context.data.getSDKStatusInfo();
     if (status == nullptr) return notCounted;
@@ -183,24 +206,17 @@ std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea 
     return stopBelowMinimum(*rule, group.get(), now);
 }
 
-void uncountEvent(const RuleExecutorContext& context, RuleWithActions* rule) {
+void uncountEvent(const RuleExecutorContext& context, const RuleRun& run) {
     const auto status = context.data.getSDKStatusInfo();
     if (status == nullptr) return;
     const WallTime now = context.platform.clock.now();
     status->lastEventDate = {};
-    if (rule == nullptr || !rule->underGlobalCounter) return;
-    decrement(status->globalTriggersCount);
-    status->removeLastDateFromHistory();
-    status->trimOutdatedHistoryElements(now);
-    decrement(rule->triggersCount);
-    QuomiRuleHelper::removeLastDateFromHistoryOfRule(*rule);
-    QuomiRuleHelper::trimOutdatedHistoryElementsOfRule(*rule, now);
-    const auto owner = rule->ruleOwner();
-    if (const auto group = owner != nullptr ? fetchGroup(context, RuleArea::beacon, *owner) : nullptr) {
-        decrement(group->groupTriggersCount);
-        QuomiRuleHelper::removeLastDatesFromGroup(*group, 1);
-        QuomiRuleHelper::trimOutdatedHistoryElementsOfGroup(*group, fetchMembers(context, RuleArea::beacon, *group),
-                                                            now);
+    if (run.underGlobalCounter) {
+        decrement(status->globalTriggersCount);
+        status->removeLastDateFromHistory();
+        status->trimOutdatedHistoryElements(now);
+        uncountRule(context.data, run, now);
+        uncountGroup(context, run.group, now);
     }
     std::optional<Error> error;
     if (!context.data.saveContext(&error) && error) {

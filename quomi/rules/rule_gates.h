@@ -10,6 +10,7 @@
 namespace quomi {
 
 struct RuleOwner;
+struct RuleRun;
 struct RuleWithActions;
 
 namespace QuomiRuleHelper {
@@ -39,12 +40,13 @@ struct RuleStop {
 /// the rule and of its group; then the event is counted and saved, and stays counted; then the minimum of the rule and
 /// of its group. Nothing when the rule may act, else what stopped it. A group that cannot be read is told of in the
 /// system log and has no gates.
-[[nodiscard]] std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area,
-                                                 const std::shared_ptr<RuleWithActions>& rule, const RuleOwner& owner);
+[[nodiscard]] std::optional<RuleStop> countEvent(const RuleExecutorContext& context, RuleArea area, const RuleRun& run,
+                                                 const std::shared_ptr<RuleWithActions>& rule);
 
-/// Takes back what a beacon's rule counted: the device-wide interval holds nothing back any more, and of a rule under
-/// the device-wide counter all counts are one less, and saved. The counts of any other rule stay: deliberate, campaigns
-/// rely on it. Of a rule that is gone (null) there is nothing to take back but the interval.
-void uncountEvent(const RuleExecutorContext& context, RuleWithActions* rule);
+/// Takes back what a beacon's rule counted, and saves: the device-wide interval holds nothing back any more, and of a
+/// rule under the device-wide counter all counts are one less, but never below 0. The counts of any other rule stay:
+/// deliberate, campaigns rely on it. The rule may have been replaced or removed meanwhile; another beacon's rule of the
+/// same identifier is not touched.
+void uncountEvent(const RuleExecutorContext& context, const RuleRun& run);
 
 }  // namespace quomi

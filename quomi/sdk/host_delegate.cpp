@@ -2,43 +2,87 @@
 
 #include "quomi/diagnostics/debug_log.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace quomi {
 
 namespace {
 
-/// The delegate's operation without its first argument; empty when it is not implemented. Nothing is released while it
-/// runs.
-template <class Result, class... Parameters>
-std::function<Result(Parameters...)> withFacade(
-    QuomiSDK& facade, const DeferredRelease& graveyard, const std::shared_ptr<QuomiSDKDelegate>& delegate,
-    std::function<Result(QuomiSDK&, Parameters...)> QuomiSDKDelegate::*operation) {
-    if (!((*delegate).*operation)) return {};
-    return [&facade, &graveyard, delegate, operation](Parameters... arguments) {
-        const DeferredRelease::Hold hold(graveyard);
-        return ((*delegate).*operation)(facade, std::forward<Parameters>(arguments)...);
-    };
+/// The operations of one kind of action that has a URL.
+struct UrlOperations {
+    ActionKind kind;
+    std::function<bool(QuomiSDK&, const std::string&, int)> QuomiSDKDelegate::*shouldExecute;
+    std::function<void(QuomiSDK&, const std::string&, int)> QuomiSDKDelegate::*execute;  // null: none of that form
+};
+
+constexpr UrlOperations kUrlOperations[] = {
+    {ActionKind::openUrl, &QuomiSDKDelegate::shouldExecuteOpenWebPageRequest,
+     &QuomiSDKDelegate::executeOpenWebPageRequest},
+    {ActionKind::openDeepLink, &QuomiSDKDelegate::shouldExecuteOpenDeepLinkRequest,
+     &QuomiSDKDelegate::executeOpenDeepLinkRequest},
+    {ActionKind::notifyServer, &QuomiSDKDelegate::shouldExecuteServerNotificationRequest, nullptr},
+};
+
+const UrlOperations* urlOperationsOf(ActionKind kind) {
+    const auto* found = std::ranges::find(kUrlOperations, kind, &UrlOperations::kind);
+    return found != std::end(kUrlOperations) ? found : nullptr;
+}
+
+template <class... Parameters, class... Arguments>
+bool callOrAsk(const std::function<void(Parameters...)>& operation, Arguments&&... arguments) {
+    return handToHost(operation, std::forward<Arguments>(arguments)...);
+}
+template <class... Parameters, class... Arguments>
+std::optional<bool> callOrAsk(const std::function<bool(Parameters...)>& operation, Arguments&&... arguments) {
+    return askHost(operation, std::forward<Arguments>(arguments)...);
 }
 
 }  // namespace
 
-ActionHost HostDelegate::actionHost() const {
+template <class Operation, class... Arguments>
+auto HostDelegate::callAction(Operation QuomiSDKDelegate::*operation, Arguments&&... arguments) const {
+    using Answer =
+        decltype(callOrAsk(std::declval<const Operation&>(), facade_, std::forward<Arguments>(arguments)...));
     const auto delegate = delegate_.lock();
-    if (delegate == nullptr) return {};
-    const auto operation = [this, &delegate](auto member) { return withFacade(facade_, graveyard_, delegate, member); };
-    ActionHost host;
-    host.shouldExecuteNotificationRequestCompletionBlock =
-        operation(&QuomiSDKDelegate::shouldExecuteNotificationRequestCompletionBlock);
-    host.shouldExecuteNotificationRequest = operation(&QuomiSDKDelegate::shouldExecuteNotificationRequest);
-    host.shouldExecuteOpenWebPageRequest = operation(&QuomiSDKDelegate::shouldExecuteOpenWebPageRequest);
-    host.shouldExecuteOpenDeepLinkRequest = operation(&QuomiSDKDelegate::shouldExecuteOpenDeepLinkRequest);
-    host.shouldExecuteServerNotificationRequest = operation(&QuomiSDKDelegate::shouldExecuteServerNotificationRequest);
-    host.executeNotificationRequest = operation(&QuomiSDKDelegate::executeNotificationRequest);
-    host.executeOpenWebPageRequest = operation(&QuomiSDKDelegate::executeOpenWebPageRequest);
-    host.executeOpenDeepLinkRequest = operation(&QuomiSDKDelegate::executeOpenDeepLinkRequest);
-    host.executeServerNotificationRequest = operation(&QuomiSDKDelegate::executeServerNotificationRequest);
-    return host;
+    if (delegate == nullptr) return Answer{};
+    const DeferredRelease::Hold hold(graveyard_);
+    return callOrAsk((*delegate).*operation, facade_, std::forward<Arguments>(arguments)...);
+}
+
+std::optional<bool> HostDelegate::shouldExecute(ActionKind kind, const std::string& url, int triggeredBy) const {
+    const auto* operations = urlOperationsOf(kind);
+    if (operations == nullptr) return std::nullopt;
+    return callAction(operations->shouldExecute, url, triggeredBy);
+}
+
+bool HostDelegate::execute(ActionKind kind, const std::string& url, int triggeredBy) const {
+    const auto* operations = urlOperationsOf(kind);
+    if (operations == nullptr || operations->execute == nullptr) return false;
+    return callAction(operations->execute, url, triggeredBy);
+}
+
+bool HostDelegate::shouldExecuteNotificationRequest(const NotificationRequest& request, int triggeredBy,
+                                                    std::function<void(bool)> completionBlock) const {
+    return callAction(&QuomiSDKDelegate::shouldExecuteNotificationRequestCompletionBlock, request, triggeredBy,
+                      std::move(completionBlock));
+}
+
+std::optional<bool> HostDelegate::shouldExecuteNotificationRequest(const NotificationRequest& request,
+                                                                   int triggeredBy) const {
+    return callAction(&QuomiSDKDelegate::shouldExecuteNotificationRequest, request, triggeredBy);
+}
+
+bool HostDelegate::executeNotificationRequest(const NotificationRequest& request, int triggeredBy) const {
+    return callAction(&QuomiSDKDelegate::executeNotificationRequest, request, triggeredBy);
+}
+
+bool HostDelegate::executeServerNotificationRequest(const std::string& url, int triggeredBy,
+                                                    std::function<void()> success,
+                                                    std::function<void(const Error&)> failure) const {
+    return callAction(&QuomiSDKDelegate::executeServerNotificationRequest, url, triggeredBy, std::move(success),
+                      std::move(failure));
 }
 
 void HostDelegate::forwardErrorToDelegate(const std::optional<Error>& error) const {

@@ -18,7 +18,7 @@ class DebugLog;
 /// throws are all the same as none. Host's thread.
 ///
 /// While the host is being called nothing is released: it may run the loop inside of its function.
-class HostDelegate {
+class HostDelegate final : public ActionHost {
 public:
     /// The facade is handed to every operation; it, the log and the graveyard outlive the object.
     HostDelegate(QuomiSDK& facade, DebugLog& debugLog, const DeferredRelease& graveyard)
@@ -48,13 +48,26 @@ public:
         callHost(function, std::forward<Arguments>(arguments)...);
     }
 
-    /// What the host decides and performs of actions, as its delegate is now. Keeps the delegate while it is held.
-    [[nodiscard]] ActionHost actionHost() const;
+    [[nodiscard]] std::optional<bool> shouldExecute(ActionKind kind, const std::string& url,
+                                                    int triggeredBy) const override;
+    [[nodiscard]] bool execute(ActionKind kind, const std::string& url, int triggeredBy) const override;
+    [[nodiscard]] bool shouldExecuteNotificationRequest(const NotificationRequest& request, int triggeredBy,
+                                                        std::function<void(bool)> completionBlock) const override;
+    [[nodiscard]] std::optional<bool> shouldExecuteNotificationRequest(const NotificationRequest& request,
+                                                                       int triggeredBy) const override;
+    [[nodiscard]] bool executeNotificationRequest(const NotificationRequest& request, int triggeredBy) const override;
+    [[nodiscard]] bool executeServerNotificationRequest(const std::string& url, int triggeredBy,
+                                                        std::function<void()> success,
+                                                        std::function<void(const Error&)> failure) const override;
 
     /// Logs the error and tells the host of it; nothing is logged as "(null)" and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error) const;
 
 private:
+    /// Calls one of the operations of actions; whether the host implements it, or what it answers.
+    template <class Operation, class... Arguments>
+    [[nodiscard]] auto callAction(Operation QuomiSDKDelegate::*operation, Arguments&&... arguments) const;
+
     QuomiSDK& facade_;
     DebugLog& debugLog_;
     const DeferredRelease& graveyard_;

@@ -109,19 +109,19 @@ void Session::makeExecutors() {
     if (genericActionExecutor_ == nullptr) genericActionExecutor_ = makeActionExecutor();
     genericActionExecutor_->setApiClient(api_.get());
     if (geofenceActionExecutor_ == nullptr) {
-        geofenceActionExecutor_ = std::make_shared<QuomiGeofenceActionExecutor>(
+        geofenceActionExecutor_ = std::make_unique<QuomiGeofenceActionExecutor>(
             ruleExecutorContext(),
             RulePosition{[this] { return locationManager_ != nullptr ? locationManager_->currentSpeed() : 0.0; },
                          [this] { return currentLocation(); }});
     }
     if (beaconActionExecutor_ == nullptr) {
-        beaconActionExecutor_ = std::make_shared<QuomiBeaconActionExecutor>(ruleExecutorContext(), [this] {
+        beaconActionExecutor_ = std::make_unique<QuomiBeaconActionExecutor>(ruleExecutorContext(), [this] {
             return beaconManager_ != nullptr ? beaconManager_->getNearbyBeacons()
                                              : std::vector<std::shared_ptr<const QuomiBeacon>>();
         });
     }
-    geofenceActionExecutor_->setActionExecutor(genericActionExecutor_);
-    beaconActionExecutor_->setActionExecutor(genericActionExecutor_);
+    geofenceActionExecutor_->setActionExecutor(genericActionExecutor_.get());
+    beaconActionExecutor_->setActionExecutor(genericActionExecutor_.get());
 }
 
 void Session::makeRouters() {
@@ -136,9 +136,9 @@ void Session::makeRouters() {
 
 // What the executors and routers ask for lives in the session, which ends them.
 
-std::shared_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
-    return std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
-        context_.platform, context_.webPages, [this] { return context_.host.actionHost(); },
+std::unique_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
+    return std::make_unique<QuomiActionExecutor>(ActionExecutorContext{
+        context_.platform, context_.webPages, context_.host,
         [this](const boost::json::object& event) { logEvent(event); },
         [this] {
             const auto& user = context_.user;

@@ -156,7 +156,7 @@ private:
     void setUploader(Uploader* uploader);
     void makeExecutors();
     void makeRouters();
-    [[nodiscard]] std::shared_ptr<QuomiActionExecutor> makeActionExecutor();
+    [[nodiscard]] std::unique_ptr<QuomiActionExecutor> makeActionExecutor();
     [[nodiscard]] RuleExecutorContext ruleExecutorContext();
     [[nodiscard]] RoutingContext routingContext();
     [[nodiscard]] std::unique_ptr<QuomiBeaconManager> makeBeaconManager() const;
@@ -171,9 +171,9 @@ private:
     std::unique_ptr<QuomiAPI> api_;
     std::unique_ptr<QuomiDataApiResponseParser> apiResponseParser_;
     std::unique_ptr<QuomiDataUpdater> dataUpdater_;
-    std::shared_ptr<QuomiActionExecutor> genericActionExecutor_;
-    std::shared_ptr<QuomiGeofenceActionExecutor> geofenceActionExecutor_;
-    std::shared_ptr<QuomiBeaconActionExecutor> beaconActionExecutor_;
+    std::unique_ptr<QuomiActionExecutor> genericActionExecutor_;
+    std::unique_ptr<QuomiGeofenceActionExecutor> geofenceActionExecutor_;
+    std::unique_ptr<QuomiBeaconActionExecutor> beaconActionExecutor_;
     std::unique_ptr<QuomiNotificationHelpers> notificationHelpers_;
     std::shared_ptr<BeaconRouter> beaconRouter_;
     std::shared_ptr<GeofenceRouter> geofenceRouter_;

@@ -1,5 +1,6 @@
 #include "quomi/api/server_notification.h"
 
+#include "quomi/model/action.h"
 #include "quomi/model/errors.h"
 #include "quomi/model/notify_server_response.h"
 #include "tests/api/api_client_fixture.h"
@@ -12,37 +13,14 @@ namespace {
 constexpr const char* kUrl = "https://hook.test/x?rule=1";
 constexpr const char* kKey = "GET https://hook.test/x";
 
-/// Writes down what it is to perform.
-class Performer : public ServerActionPerformer {
-public:
-    explicit Performer(std::vector<std::string>& journal) : journal_(journal) {}
-
-    void executeNotifyUserAction(const std::string& param, const boost::json::object& userInfo, int triggeredBy,
-                                 std::function<void(bool)> completionBlock) override {
-        journal_.push_back(fmt::format("notify {} {} {}{}", param, serialize(userInfo), triggeredBy,
-                                       completionBlock ? " completion" : ""));
-        if (inNotify) inNotify();
-    }
-    bool executeOpenWebPageAction(const std::string& url, int triggeredBy) override {
-        journal_.push_back(fmt::format("page {} {}", url, triggeredBy));
-        return true;
-    }
-    bool executeOpenDeepLinkAction(const std::string& param, int triggeredBy) override {
-        journal_.push_back(fmt::format("link {} {}", param, triggeredBy));
-        return true;
-    }
-
-    std::function<void()> inNotify;
-
-private:
-    std::vector<std::string>& journal_;
-};
-
 class ServerNotificationTest : public ApiClientFixture {
 protected:
     void send(const std::string& url = kUrl) {
         api->sendServerNotificationToURL(
-            {url, performer, 2, {{"rule_id", 7}}, note("success"), noteError(), note("enable")});
+            {url, note("success"), noteError(), note("enable"), [this](const QuomiAction& action) {
+                 journal.push_back(action.type + " " + action.param);
+                 if (inPerform) inPerform();
+             }});
     }
     void answer(std::vector<ScriptedAnswer> answers) { phone.transport().answer(kKey, std::move(answers)); }
     void answer(const char* json) { answer({ScriptedAnswer::text(json)}); }
@@ -59,7 +37,7 @@ protected:
         return times;
     }
 
-    std::shared_ptr<Performer> performer = std::make_shared<Performer>(journal);
+    std::function<void()> inPerform;
 };
 
 TEST_F(ServerNotificationTest, ScalesAndIntervalsOfManyRetries) {
@@ -131,10 +109,10 @@ TEST_F(ServerNotificationTest, Decisions) {
              {R"({"decision":"enable","notify_user":"n"})", "success | enable"},
              {R"({"decision":"disable","notify_user":"n"})", "success"},
              {R"({"open_deep_link":"l","open_url":"u","notify_user":"n","decision":"notify"})",
-              R"(success | notify n {"rule_id":7} 2 | page u 2 | link l 2)"},
-             {R"({"decision":"notify","notify_user":"","open_url":" ","open_deep_link":"l"})", "success | link l 2"},
-             {R"({"decision":"notify","notify_user":{"alertBody":"b"}})",
-              R"(success | notify {"alertBody":"b"} {"rule_id":7} 2)"},
+              "success | notify_user n | open_url u | open_deep_link l"},
+             {R"({"decision":"notify","notify_user":"","open_url":" ","open_deep_link":"l"})",
+              "success | open_deep_link l"},
+             {R"({"decision":"notify","notify_user":{"alertBody":"b"}})", R"(success | notify_user {"alertBody":"b"})"},
              {R"({"decision":"notify","open_passbook":"p"})", refused},
              {R"({"decision":"notify"})", refused},
              {R"({"decision":"Enable"})", refused},
@@ -148,16 +126,10 @@ TEST_F(ServerNotificationTest, Decisions) {
     }
 }
 
-TEST_F(ServerNotificationTest, WithoutInfoAndWithoutCallbacks) {
-    answer(R"({"decision":"notify","notify_user":"n"})");
-    api->sendServerNotificationToURL({kUrl, performer, 1});
-    EXPECT_THAT(after(1s), ElementsAre("notify n {} 1"));
-    performer.reset();
-    send();
-    EXPECT_THAT(after(1s), ElementsAre("success")) << "nobody is left to perform it";
-    for (const char* json : {R"({"decision":"enable"})", "{}"}) {
+TEST_F(ServerNotificationTest, WithoutCallbacks) {
+    for (const char* json : {R"({"decision":"notify","notify_user":"n"})", R"({"decision":"enable"})", "{}"}) {
         answer(json);
-        api->sendServerNotificationToURL({kUrl, performer, 1});
+        api->sendServerNotificationToURL({kUrl});
         EXPECT_THAT(after(1s), IsEmpty());
     }
 }
@@ -195,7 +167,7 @@ TEST_F(ServerNotificationTest, CancelEndsWhatWaitsForItsNextTry) {
     const auto held = std::make_shared<int>(0);
     for (const bool ends : {false, true}) {
         requests.clear();
-        api->sendServerNotificationToURL({kUrl, performer, 1, {}, [held] {}, noteError()});
+        api->sendServerNotificationToURL({kUrl, [held] {}, noteError()});
         phone.advanceBy(1s);
         EXPECT_EQ(api->getRequestQueueCount(), 0U) << "between two tries there is no request";
         ends ? api.reset() : api->cancelAllRequests();
@@ -217,18 +189,18 @@ TEST_F(ServerNotificationTest, CallbackMayEndEverything) {
         for (const char* json : {R"({"decision":"enable"})", R"({"decision":"notify","notify_user":"n"})"}) {
             makeClient("https://a.test");
             answer(json);
-            api->sendServerNotificationToURL({kUrl, performer, 1, {}, noteAndEnd, noteError(), note("enable")});
+            api->sendServerNotificationToURL({kUrl, noteAndEnd, noteError(), note("enable")});
             EXPECT_THAT(after(1min), ElementsAre("success"));
         }
         makeClient("https://a.test");
         answer(R"({"decision":"notify","notify_user":"n","open_url":"u"})");
-        performer->inNotify = end;
+        inPerform = end;
         send();
-        EXPECT_THAT(after(1min), ElementsAre("success", R"(notify n {"rule_id":7} 2)"));
-        performer->inNotify = {};
+        EXPECT_THAT(after(1min), ElementsAre("success", "notify_user n"));
+        inPerform = {};
         makeClient("https://a.test");
         answer({ScriptedAnswer::text("", 500)});
-        api->sendServerNotificationToURL({kUrl, performer, 1, {}, {}, [end](const Error&) { end(); }});
+        api->sendServerNotificationToURL({kUrl, {}, [end](const Error&) { end(); }});
         EXPECT_THAT(after(1min), IsEmpty());
     }
 }

@@ -5,8 +5,10 @@
 #include "quomi/api/api_client.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/settings.h"
+#include "quomi/platform/application_helpers.h"
 #include "quomi/platform/screens.h"
 #include "quomi/rules/web_page.h"
+#include "tests/rules/hooked_host.h"
 #include "tests/support/prelude.h"
 
 namespace quomi::test {
@@ -23,8 +25,8 @@ constexpr const char* kEvent =
 class ActionExecutorTest : public testing::Test {
 protected:
     ActionExecutorTest() {
-        executor_ = std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
-            platform_, pages_, [this] { return host_; },
+        executor_ = std::make_unique<QuomiActionExecutor>(ActionExecutorContext{
+            platform_, pages_, actionHost_,
             [this](const boost::json::object& event) { note("event " + boost::json::serialize(event)); },
             [] {
                 return boost::json::object{{"name", "Ann"}};
@@ -69,12 +71,10 @@ protected:
                                            [this](bool shown) { note(shown ? "shown" : "refused"); });
     }
     ActionOutcome notifyServer(const std::string& url = "https://shop.test/hook") {
-        ActionOutcome outcome{};
-        executor_->executeNotifyServerAction(
-            url, 1, {{"rule_id", "r1"}}, [this] { note("success"); },
-            [this](const Error& error) { note(fmt::format("failure {}", error.code)); }, [this] { note("enabled"); },
-            &outcome);
-        return outcome;
+        return executor_->executeNotifyServerAction(
+            {url, [this] { note("success"); },
+             [this](const Error& error) { note(fmt::format("failure {}", error.code)); }, [this] { note("enabled"); }},
+            1, {{"rule_id", "r1"}});
     }
     void settle() { phone_.advanceBy(std::chrono::seconds(1)); }
 
@@ -86,8 +86,9 @@ protected:
     DebugLog debugLog_{platform_.files, platform_.clock, [] { return false; }};
     QuomiAPI api_{"https://api.test", platform_, settings_, debugLog_};
     WebPagePresenter pages_{platform_.screens, platform_.runLoop};
-    ActionHost host_;
-    std::shared_ptr<QuomiActionExecutor> executor_;
+    HostHooks host_;
+    const HookedHost actionHost_{host_};
+    std::unique_ptr<QuomiActionExecutor> executor_;
 };
 
 TEST_F(ActionExecutorTest, NotificationIsLoggedAndShownAtOnceAndItsCategoryJoinsTheOthers) {
@@ -182,9 +183,7 @@ TEST_F(ActionExecutorTest, PageOpensInALaterTurnOverTheTopScreen) {
 TEST_F(ActionExecutorTest, PageThatCannotBeShownWarnsAndIsFalse) {
     const auto busy = phone_.presentScreen(true);
     executor_->setPresentationViewController(busy);
-    ActionOutcome outcome{};
-    EXPECT_FALSE(executor_->executeOpenWebPageAction(kPage, 2, &outcome));
-    EXPECT_EQ(outcome, ActionOutcome::impossible);
+    EXPECT_EQ(executor_->executeOpenAction(ActionKind::openUrl, kPage, 2), ActionOutcome::impossible);
     EXPECT_THAT(std::exchange(journal_, {}),
                 ElementsAre("console Quomi SDK Warning: can't present view controller for web page action, a "
                             "UIVIewController is already presented by UIVIewController <UIViewController>"));
@@ -199,6 +198,22 @@ TEST_F(ActionExecutorTest, PageThatCannotBeShownWarnsAndIsFalse) {
     }
     settle();
     EXPECT_EQ(pages_.count(), 0U);
+}
+
+TEST_F(ActionExecutorTest, SecondPageOfATurnIsRefusedAndOneWhoseScreenIsTakenMeanwhileWarns) {
+    const std::string busy =
+        "console Quomi SDK Warning: can't present view controller for web page action, a UIVIewController is already "
+        "presented by UIVIewController <UIViewController>";
+    EXPECT_TRUE(executor_->executeOpenWebPageAction(kPage, 2));
+    EXPECT_FALSE(executor_->executeOpenWebPageAction("https://shop.test/second", 2));
+    settle();
+    EXPECT_THAT(std::exchange(journal_, {}), ElementsAre(busy, "page https://shop.test/offers"));
+    EXPECT_TRUE(executor_->executeOpenWebPageAction("https://shop.test/third", 2)) << "over the first";
+    const auto app = pages_.present(QuomiApplicationHelpers(platform_.screens).topViewController(), kPage);
+    settle();
+    EXPECT_TRUE(app);
+    EXPECT_EQ(journal_.back(), busy);
+    EXPECT_EQ(pages_.count(), 2U);
 }
 
 TEST_F(ActionExecutorTest, DeepLinkIsTheFirstUrlThatIsThereAndThatThePhoneOpens) {
@@ -230,7 +245,7 @@ TEST_F(ActionExecutorTest, HostAsksTheServerItselfAndReportsOnceWithoutEnabling)
     failure({"host", 7, {}});
     success();
     EXPECT_THAT(std::exchange(journal_, {}), ElementsAre("performs https://shop.test/hook 1", "failure 7"));
-    EXPECT_TRUE(executor_->executeNotifyServerAction("https://shop.test/hook", 1, {}, {}, {}));
+    EXPECT_EQ(executor_->executeNotifyServerAction({"https://shop.test/hook"}, 1, {}), ActionOutcome::performedByHost);
     success();
     settle();
     EXPECT_THAT(journal_, ElementsAre("performs https://shop.test/hook 1"));
@@ -257,10 +272,10 @@ TEST_F(ActionExecutorTest, EndFromInsideAnyCallbackIsTheLastThatHappens) {
         note("performs");
         throw std::runtime_error("host");
     };
-    const ActionHost all = host_;
+    const HostHooks all = host_;
     auto synchronous = all;
     synchronous.shouldExecuteNotificationRequestCompletionBlock = {};
-    const std::vector<std::pair<ActionHost, std::function<void()>>> actions = {
+    const std::vector<std::pair<HostHooks, std::function<void()>>> actions = {
         {all, [this] { notify(); }},
         {synchronous, [this] { notify(); }},
         {all, [this] { notify(R"({"alertBody": "A", "iosImageUrl": "https://shop.test/a.png"})"); }},
@@ -269,20 +284,19 @@ TEST_F(ActionExecutorTest, EndFromInsideAnyCallbackIsTheLastThatHappens) {
         {all, [this] { notifyServer(); }},
         {{}, [this] { notify(R"({"alertBody": "A"})"); }},
     };
-    const auto context = ActionExecutorContext{platform_, pages_, [this] { return host_; },
-                                               [this](const boost::json::object&) { note("event"); },
-                                               [] { return boost::json::object(); }};
+    const auto context =
+        ActionExecutorContext{platform_, pages_, actionHost_, [this](const boost::json::object&) { note("event"); },
+                              [] { return boost::json::object(); }};
     for (const auto& [host, act] : actions) {
         // Each run ends at one callback later than the one before, until there is none left.
         for (std::size_t endsAt = 1;; ++endsAt) {
             std::size_t told = 0;
             host_ = host;
-            executor_ = std::make_shared<QuomiActionExecutor>(context);
+            executor_ = std::make_unique<QuomiActionExecutor>(context);
             executor_->setApiClient(&api_);
             inCallback_ = [&](const std::string&) {
                 if (++told != endsAt) return;
                 executor_->end();
-                executor_.reset();
                 api_.cancelAllRequests();
             };
             act();

@@ -66,6 +66,15 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
     EXPECT_THAT(taken(), ElementsAre("trigger r", "notifies Hello", kRan));
 }
 
+TEST_F(RuleTest, LatchRunsTheRuleOfItsOwnGeofence) {
+    for (const char* id : {"bread", "wine"}) {
+        geofence(id, std::vector{rule<GeofenceRule>("r", {{kActionNotifyUser, id}}, [](auto& r) { r.latchTime = 9; })});
+    }
+    EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(data_->getGeofenceById("wine")));
+    phone_.advanceBy(seconds(10));
+    EXPECT_THAT(taken(), Contains("notifies wine"));
+}
+
 TEST_F(RuleTest, AllowedGeofenceActionsRunInALaterTurnOfTheirOwn) {
     const QuomiAction server{kActionNotifyServer, "https://shop.test/hook?p={lat},{lng}&n={namespace}&i={id}"};
     for (const bool isRemoved : {false, true}) {

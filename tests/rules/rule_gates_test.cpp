@@ -61,6 +61,10 @@ History historyOf(const Case& each, WallTime now) {
     return history;
 }
 
+RuleRun runOf(const auto& rule, const RuleOwner& owner) {
+    return RuleRun::of(*rule, owner, rule->trigger);
+}
+
 TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
     for (const auto& each : kCases) {
         SCOPED_TRACE(each.what);
@@ -77,7 +81,7 @@ TEST_F(RuleTest, GatesForOneEventOfABeaconAndWhenTheyWillLetItPass) {
         const bool isUnderGlobalCounter = judged->underGlobalCounter;
 
         const auto mayAct = QuomiRuleHelper::maxEventsConditionsFulfilledForRule(*judged, group.get(), now());
-        const auto stop = countEvent(context(), RuleArea::beacon, judged, *owner);
+        const auto stop = countEvent(context(), RuleArea::beacon, runOf(judged, *owner), judged);
         ASSERT_EQ(stop ? std::optional(stop->decision) : std::nullopt, each.stop);
         if (stop) {
             EXPECT_EQ(stop->observed, each.observed);
@@ -106,7 +110,7 @@ TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
     const auto status = data_->getSDKStatusInfo();
     status->globalMinInterval = 100;
     status->lastEventDate = now() - seconds(1);
-    for (int i = 0; i < 3; ++i) EXPECT_FALSE(countEvent(context(), RuleArea::geofence, judged, *place));
+    for (int i = 0; i < 3; ++i) EXPECT_FALSE(countEvent(context(), RuleArea::geofence, runOf(judged, *place), judged));
     EXPECT_EQ(status->lastEventDate, now() - seconds(1));
     EXPECT_EQ(judged->triggersCount, 3);
     EXPECT_TRUE(judged->history.empty()) << "no period asks for it";
@@ -121,9 +125,9 @@ TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
         const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
         const auto owner = beacon("b", std::vector{judged}, "group");
         const auto status = data_->getSDKStatusInfo();
-        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, judged, *owner));
+        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, runOf(judged, *owner), judged));
         EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
-        uncountEvent(context(), judged.get());
+        uncountEvent(context(), runOf(judged, *owner));
         const std::int32_t left = isUnderGlobalCounter ? 0 : 1;
         EXPECT_EQ(status->lastEventDate, WallTime());
         EXPECT_EQ(status->globalTriggersCount, 0);

@@ -13,6 +13,7 @@
 #include "quomi/rules/beacon_rule_executor.h"
 #include "quomi/rules/geofence_rule_executor.h"
 #include "quomi/rules/web_page.h"
+#include "tests/rules/hooked_host.h"
 #include "tests/support/prelude.h"
 
 namespace quomi::test {
@@ -36,17 +37,17 @@ protected:
     }
 
     void makeExecutors() {
-        actions_ = std::make_shared<QuomiActionExecutor>(ActionExecutorContext{
-            platform_, pages_, [this] { return host_; }, [](const auto&) {}, [] { return boost::json::object(); }});
+        actions_ = std::make_unique<QuomiActionExecutor>(ActionExecutorContext{
+            platform_, pages_, actionHost_, [](const auto&) {}, [] { return boost::json::object(); }});
         actions_->setApiClient(&api_);
-        beacons_ = std::make_shared<QuomiBeaconActionExecutor>(context(), [this] { return nearby_; });
-        geofences_ = std::make_shared<QuomiGeofenceActionExecutor>(
+        beacons_ = std::make_unique<QuomiBeaconActionExecutor>(context(), [this] { return nearby_; });
+        geofences_ = std::make_unique<QuomiGeofenceActionExecutor>(
             context(), RulePosition{[this] { return speed_; },
                                     [] {
                                         return Location{{52.5, 13.4}, {}, 5};
                                     }});
-        beacons_->setActionExecutor(actions_);
-        geofences_->setActionExecutor(actions_);
+        beacons_->setActionExecutor(actions_.get());
+        geofences_->setActionExecutor(actions_.get());
     }
 
     RuleExecutorContext context() {
@@ -155,7 +156,8 @@ protected:
     DebugLog debugLog_{platform_.files, platform_.clock, [] { return false; }};
     QuomiAPI api_{"https://api.test", platform_, settings_, debugLog_};
     WebPagePresenter pages_{platform_.screens, platform_.runLoop};
-    ActionHost host_;
+    HostHooks host_;
+    const HookedHost actionHost_{host_};
     std::unique_ptr<QuomiData> data_ =
         QuomiData::create(phone_.container() / "store.sqlite", false, platform_, errors_);
     std::vector<std::shared_ptr<const QuomiBeacon>> nearby_;
@@ -163,9 +165,9 @@ protected:
     std::shared_ptr<RuleObserver> observer_ = std::make_shared<RuleObserver>(RuleObserver{[this](const auto& report) {
         note(fmt::format("{} {} {}", report.ruleId, nameOf(report.decision), boost::json::serialize(report.detail)));
     }});
-    std::shared_ptr<QuomiActionExecutor> actions_;
-    std::shared_ptr<QuomiBeaconActionExecutor> beacons_;
-    std::shared_ptr<QuomiGeofenceActionExecutor> geofences_;
+    std::unique_ptr<QuomiActionExecutor> actions_;
+    std::unique_ptr<QuomiBeaconActionExecutor> beacons_;
+    std::unique_ptr<QuomiGeofenceActionExecutor> geofences_;
 };
 
 }  // namespace quomi::test

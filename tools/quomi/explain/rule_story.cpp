@@ -7,9 +7,7 @@
 
 #include <algorithm>
 #include <array>
-#include <initializer_list>
 #include <ostream>
-#include <string_view>
 #include <utility>
 
 #include <fmt/format.h>
@@ -26,15 +24,11 @@ std::string times(std::size_t count) {
     return fmt::format("{} times", count);
 }
 
-bool isOneOf(std::string_view decision, std::initializer_list<std::string_view> decisions) {
-    return std::find(decisions.begin(), decisions.end(), decision) != decisions.end();
-}
-
 /// "with 2 more events of its group within 30 s".
-std::string withMoreEvents(const std::string& decision, const json::object& detail) {
+std::string withMoreEvents(bool ofItsGroup, const json::object& detail) {
     const double more = std::max(numberOf(detail, "limit", 0) - numberOf(detail, "count", 0), 1.0);
     auto text = fmt::format("with {:.0f} more event{}", more, more > 1 ? "s" : "");
-    if (decision == "groupMin") text += " of its group";
+    if (ofItsGroup) text += " of its group";
     const double period = numberOf(detail, "period", 0);
     return period > 0 ? fmt::format("{}, if {:.0f} lie within {}", text, numberOf(detail, "limit", 0), spanText(period))
                       : text;
@@ -42,22 +36,55 @@ std::string withMoreEvents(const std::string& decision, const json::object& deta
 
 /// What has to happen before the rule acts, by what became of it last; for limits see `whenLimitAllows`.
 std::string conditionAfter(const json::object& record) {
-    const auto decision = textOf(record, "decision");
+    const std::string anyEvent = "at its next event, as far as its limits allow";
+    const auto decision = decisionOf(record);
     const auto& detail = objectOf(record, "detail");
-    if (decision == "inactive") {
-        const double code = numberOf(detail, "code", 0);
-        if (code == 202) return "when its owner's dates have begun";
-        return code == 203 ? "when its owner is given new dates" : "in its owner's opening hours";
+    if (!decision) return anyEvent;
+    switch (*decision) {
+        case RuleDecision::inactive: {
+            const double code = numberOf(detail, "code", 0);
+            if (code == 202) return "when its owner's dates have begun";
+            return code == 203 ? "when its owner is given new dates" : "in its owner's opening hours";
+        }
+        case RuleDecision::outOfRange:
+            return fmt::format("when the beacon {} its range",
+                               textOf(record, "trigger") == "on_exit" ? "leaves" : "enters");
+        case RuleDecision::tooFast:
+            return "when the device is no faster than it allows";
+        case RuleDecision::visitTooShort:
+            return "after a visit of " + spanText(numberOf(detail, "limit", 0));
+        case RuleDecision::ruleMin:
+            return withMoreEvents(false, detail);
+        case RuleDecision::groupMin:
+            return withMoreEvents(true, detail);
+        case RuleDecision::serverDisabled:
+            return "when server notifications are switched on";
+        case RuleDecision::latched:
+        case RuleDecision::latchBroken:
+        case RuleDecision::latchCancelled:
+        case RuleDecision::minInterval:
+        case RuleDecision::globalMax:
+        case RuleDecision::ruleMax:
+        case RuleDecision::groupMax:
+        case RuleDecision::saveFailed:
+        case RuleDecision::vetoed:
+        case RuleDecision::askServer:
+        case RuleDecision::serverOrdered:
+        case RuleDecision::hostAsked:
+        case RuleDecision::serverDeclined:
+        case RuleDecision::serverFailed:
+        case RuleDecision::executed:
+            break;
     }
-    if (decision == "outOfRange") {
-        return fmt::format("when the beacon {} its range",
-                           textOf(record, "trigger") == "on_exit" ? "leaves" : "enters");
-    }
-    if (decision == "tooFast") return "when the device is no faster than it allows";
-    if (decision == "visitTooShort") return "after a visit of " + spanText(numberOf(detail, "limit", 0));
-    if (isOneOf(decision, {"ruleMin", "groupMin"})) return withMoreEvents(decision, detail);
-    if (decision == "serverDisabled") return "when server notifications are switched on";
-    return "at its next event, as far as its limits allow";
+    return anyEvent;
+}
+
+/// Whether the rule got past the limits that are told with a time.
+bool passesLimits(std::optional<RuleDecision> decision) {
+    return decision == RuleDecision::executed || decision == RuleDecision::askServer ||
+           decision == RuleDecision::hostAsked || decision == RuleDecision::vetoed ||
+           decision == RuleDecision::ruleMin || decision == RuleDecision::groupMin ||
+           decision == RuleDecision::serverDisabled;
 }
 
 }  // namespace
@@ -87,37 +114,28 @@ void RuleStory::record(const json::object& record) {
         others_.emplace(textOf(*id));
         return;
     }
-    const auto decision = textOf(record, "decision");
-    const bool isAfterWait = endsWait(decision);
+    const auto decision = decisionOf(record);
+    const bool isAfterWait = decision && endsWait(rowOf(*decision).ends);
     const auto& detail = objectOf(record, "detail");
-    if (decision == "latched") latchEnds_.push_back(seconds + numberOf(detail, "seconds", 0));
-    if (decision == "askServer") ++unanswered_;
+    if (decision == RuleDecision::latched) latchEnds_.push_back(seconds + numberOf(detail, "seconds", 0));
+    if (decision == RuleDecision::askServer) ++unanswered_;
     out_ << fmt::format("At {}, {} of {}{}: {}.\n", moment(seconds), triggerWord(textOf(record, "trigger")),
                         names_.label(textOf(record, "owner")), isAfterWait ? ", after the wait" : "", reason(record));
-    if (!isWaiting(decision)) ++outcomes_;
-    if (decision == "executed") ++executed_;
-    noteLimit(decision, detail);
+    if (!decision || !rowOf(*decision).begins) ++outcomes_;
+    if (decision == RuleDecision::executed) ++executed_;
+    if (detail.contains("until")) limit_ = detail;
+    if (passesLimits(decision)) limit_.clear();
     last_ = record;
 }
 
-bool RuleStory::endsWait(const std::string& decision) {
-    // These come of a new event, whatever waits.
-    if (isOneOf(decision, {"inactive", "outOfRange", "tooFast", "visitTooShort", "latched"})) return false;
-    const bool isAnswer = isOneOf(decision, {"serverOrdered", "serverDeclined", "serverFailed", "executed", "vetoed"});
-    if (isAnswer && unanswered_ > 0) {
+bool RuleStory::endsWait(RuleWait wait) {
+    if (wait == RuleWait::server && unanswered_ > 0) {
         --unanswered_;
         return true;
     }
-    if (latchEnds_.empty()) return false;
+    if (wait == RuleWait::none || latchEnds_.empty()) return false;
     latchEnds_.pop_front();
     return true;
-}
-
-void RuleStory::noteLimit(const std::string& decision, const json::object& detail) {
-    if (detail.contains("until")) limit_ = detail;
-    if (isOneOf(decision, {"executed", "askServer", "hostAsked", "vetoed", "ruleMin", "groupMin", "serverDisabled"})) {
-        limit_.clear();
-    }
 }
 
 void RuleStory::finish() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "quomi/model/rule_decision.h"
 #include "tools/quomi/timeline/beacon_names.h"
 #include "tools/quomi/timeline/local_clock.h"
 
@@ -29,9 +30,8 @@ public:
 private:
     [[nodiscard]] std::string moment(double seconds) const;
     [[nodiscard]] std::string reason(const boost::json::object& record) const;
-    /// Takes note of the waits that begin and end; whether the decision ends one.
-    bool endsWait(const std::string& decision);
-    void noteLimit(const std::string& decision, const boost::json::object& detail);
+    /// Takes note that such a wait is over; whether there was one.
+    bool endsWait(RuleWait wait);
     [[nodiscard]] std::string next() const;
     [[nodiscard]] std::optional<std::string> whenLimitAllows() const;
 

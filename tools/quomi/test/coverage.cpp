@@ -58,8 +58,9 @@ json::object jsonOf(const RuleCoverage& rule) {
 
 void RuleCoverage::add(const std::map<std::string, std::size_t>& decisions) {
     for (const auto& [decision, times] : decisions) {
-        if (!isWaiting(decision)) considered += times;
-        if (isAction(decision)) acted += times;
+        const auto known = ruleDecisionNamed(decision);
+        if (!known || !rowOf(*known).begins) considered += times;
+        if (isAction(known)) acted += times;
         for (auto& [gate, seen] : gates) {
             if (std::ranges::find(gate.decisions, decision) != gate.decisions.end()) seen += times;
         }

@@ -7,8 +7,6 @@
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
-#include <map>
-
 #include <boost/json/object.hpp>
 #include <fmt/format.h>
 
@@ -38,7 +36,8 @@ std::string inactive(const Detail& detail) {
     const auto code = textOf(detail, "code");
     if (code == "202") return "its owner's dates have not begun";
     if (code == "203") return "its owner's dates are over";
-    return code == "204" ? "its owner is outside its opening hours" : "its owner is outside its dates or opening hours";
+    return code == "204" ? "its owner is outside its opening hours"
+                         : std::string(rowOf(RuleDecision::inactive).meaning);
 }
 
 /// How the beacon moved; a beacon that is found comes from nowhere, and one that is lost goes there.
@@ -73,55 +72,61 @@ std::string until(const Detail& detail) {
     return date.empty() ? ", for good" : ", until " + date;
 }
 
-using Words = std::string (*)(const Detail&);
-
-const std::map<std::string_view, Words>& wordsOfDecisions() {
-    static const std::map<std::string_view, Words> words = {
-        {"inactive", inactive},
-        {"tooFast",
-         [](const Detail& d) {
-             return fmt::format("moving too fast: {} of {}", textOf(d, "speed"), textOf(d, "limit"));
-         }},
-        {"latched", [](const Detail& d) { return "waits " + span(d, "seconds"); }},
-        {"latchBroken", [](const Detail&) -> std::string { return "no longer held after the wait"; }},
-        {"latchCancelled", [](const Detail&) -> std::string { return "its wait was ended by the SDK"; }},
-        {"visitTooShort",
-         [](const Detail& d) {
-             return fmt::format("visit too short: {} of {}", span(d, "seconds"), span(d, "limit"));
-         }},
-        {"minInterval",
-         [](const Detail& d) {
-             return fmt::format("too soon after the last one: {} of {}{}", span(d, "seconds"), span(d, "limit"),
-                                until(d));
-         }},
-        {"globalMax", [](const Detail& d) { return "stopped by the device's limit: " + counted(d) + until(d); }},
-        {"ruleMax", [](const Detail& d) { return "stopped by its limit: " + counted(d) + until(d); }},
-        {"groupMax", [](const Detail& d) { return "stopped by its group's limit: " + counted(d) + until(d); }},
-        {"ruleMin", [](const Detail& d) { return "counted, needs more events: " + counted(d); }},
-        {"groupMin", [](const Detail& d) { return "counted, its group needs more events: " + counted(d); }},
-        {"saveFailed", [](const Detail&) -> std::string { return "could not be counted"; }},
-        {"serverDisabled",
-         [](const Detail&) -> std::string { return "asks a server, and server notifications are off"; }},
-        {"vetoed", [](const Detail& d) { return "refused by the app: " + textOf(d, "action"); }},
-        {"askServer", [](const Detail& d) { return "asks its server " + clipped(textOf(d, "url"), kLongestURL); }},
-        {"serverOrdered", [](const Detail& d) { return "its server ordered instead: " + listed(d, "actions"); }},
-        {"hostAsked", [](const Detail&) -> std::string { return "the app asks the server itself"; }},
-        {"serverDeclined", [](const Detail&) -> std::string { return "refused by its server"; }},
-        {"serverFailed", [](const Detail&) -> std::string { return "its server gave no usable answer"; }},
-        {"executed", [](const Detail& d) { return "executed: " + listed(d, "actions"); }},
-    };
-    return words;
+/// What stands behind the decision's meaning: figures, names.
+std::string figures(RuleDecision decision, const Detail& detail) {
+    switch (decision) {
+        case RuleDecision::tooFast:
+            return fmt::format(": {} of {}", textOf(detail, "speed"), textOf(detail, "limit"));
+        case RuleDecision::latched:
+            return " " + span(detail, "seconds");
+        case RuleDecision::visitTooShort:
+            return fmt::format(": {} of {}", span(detail, "seconds"), span(detail, "limit"));
+        case RuleDecision::minInterval:
+            return fmt::format(": {} of {}{}", span(detail, "seconds"), span(detail, "limit"), until(detail));
+        case RuleDecision::globalMax:
+        case RuleDecision::ruleMax:
+        case RuleDecision::groupMax:
+            return ": " + counted(detail) + until(detail);
+        case RuleDecision::ruleMin:
+        case RuleDecision::groupMin:
+            return ": " + counted(detail);
+        case RuleDecision::vetoed:
+            return ": " + textOf(detail, "action");
+        case RuleDecision::askServer:
+            return " " + clipped(textOf(detail, "url"), kLongestURL);
+        case RuleDecision::serverOrdered:
+        case RuleDecision::executed:
+            return ": " + listed(detail, "actions");
+        case RuleDecision::inactive:
+        case RuleDecision::outOfRange:
+        case RuleDecision::latchBroken:
+        case RuleDecision::latchCancelled:
+        case RuleDecision::saveFailed:
+        case RuleDecision::serverDisabled:
+        case RuleDecision::hostAsked:
+        case RuleDecision::serverDeclined:
+        case RuleDecision::serverFailed:
+            break;
+    }
+    return "";
 }
 
 }  // namespace
 
+std::optional<RuleDecision> decisionOf(const json::object& record) {
+    return ruleDecisionNamed(textOf(record, "decision"));
+}
+
 std::string ruleReason(const json::object& record) {
-    const auto decision = textOf(record, "decision");
     const auto& detail = objectOf(record, "detail");
-    if (decision == "outOfRange") return outOfRange(detail, textOf(record, "trigger"));
-    const auto words = wordsOfDecisions().find(decision);
-    if (words != wordsOfDecisions().end()) return words->second(detail);
-    return detail.empty() ? decision : decision + "  " + pairsText(detail);
+    const auto decision = decisionOf(record);
+    if (!decision) {
+        const auto name = textOf(record, "decision");
+        return detail.empty() ? name : name + "  " + pairsText(detail);
+    }
+    if (decision == RuleDecision::inactive) return inactive(detail);
+    if (decision == RuleDecision::outOfRange) return outOfRange(detail, textOf(record, "trigger"));
+    return std::string(rowOf(*decision).meaning) + figures(*decision, detail);
 }
 
 std::string ruleReason(const json::object& record, const LocalClock& clock, double seconds) {
@@ -140,12 +145,9 @@ std::string triggerWord(const std::string& trigger) {
     return trigger == "on_exit" ? "exit" : trigger;
 }
 
-bool isWaiting(std::string_view decision) {
-    return decision == "latched" || decision == "askServer";
-}
-
-bool isAction(std::string_view decision) {
-    return decision == "executed" || decision == "serverOrdered" || decision == "hostAsked";
+bool isAction(std::optional<RuleDecision> decision) {
+    return decision == RuleDecision::executed || decision == RuleDecision::serverOrdered ||
+           decision == RuleDecision::hostAsked;
 }
 
 }  // namespace quomi::tool

@@ -1,13 +1,18 @@
 #pragma once
 
+#include "quomi/model/rule_decision.h"
+
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include <boost/json/fwd.hpp>
 
 namespace quomi::tool {
 
 class LocalClock;
+
+/// What a `rule` record says became of the rule; nothing for a name that is not known.
+[[nodiscard]] std::optional<RuleDecision> decisionOf(const boost::json::object& record);
 
 /// What a `rule` record says became of the rule, with its reason and figures, on one line without control characters.
 /// A decision that is not known stands as it is.
@@ -20,9 +25,7 @@ class LocalClock;
 /// "entry", "exit", or the trigger as it stands.
 [[nodiscard]] std::string triggerWord(const std::string& trigger);
 
-/// Whether the rule waits and has another record when the wait ends.
-[[nodiscard]] bool isWaiting(std::string_view decision);
 /// Whether the rule, its server or the app in its place did something.
-[[nodiscard]] bool isAction(std::string_view decision);
+[[nodiscard]] bool isAction(std::optional<RuleDecision> decision);
 
 }  // namespace quomi::tool

@@ -52,9 +52,9 @@ std::string sourceText(const json::object& record) {
     return source == 2 ? " for a beacon" : "";
 }
 
-Tone ruleTone(std::string_view decision) {
-    if (decision == "executed" || decision == "serverOrdered") return Tone::shown;
-    return decision == "serverFailed" || decision == "saveFailed" ? Tone::bad : Tone::quiet;
+Tone ruleTone(std::optional<RuleDecision> decision) {
+    if (decision == RuleDecision::executed || decision == RuleDecision::serverOrdered) return Tone::shown;
+    return decision == RuleDecision::serverFailed || decision == RuleDecision::saveFailed ? Tone::bad : Tone::quiet;
 }
 
 }  // namespace
@@ -264,7 +264,7 @@ TraceWords::Line TraceWords::response(const Record& record) {
 }
 
 TraceWords::Line TraceWords::rule(const Record& record) {
-    return TraceLine{"§", "rule", ruleTone(textOf(record, "decision")),
+    return TraceLine{"§", "rule", ruleTone(decisionOf(record)),
                      fmt::format("{} of {} ({}): {}", textOf(record, "rule"), names_.label(textOf(record, "owner")),
                                  triggerWord(textOf(record, "trigger")), ruleReason(record, clock_, now_))};
 }

@@ -136,14 +136,14 @@ void VisitSummary::rule(const json::object& record) {
     auto known = std::find_if(rules_.begin(), rules_.end(), [&](const auto& each) { return each.first == id; });
     if (known == rules_.end()) known = rules_.insert(rules_.end(), {id, {}});
     auto& fate = known->second;
-    const auto decision = textOf(record, "decision");
+    const auto decision = decisionOf(record);
     // A record that waits is followed by that of the wait's end, which is what counts.
-    if (isWaiting(decision)) return;
+    if (decision && rowOf(*decision).begins) return;
     ++fate.considered;
-    if (decision == "executed") {
+    if (decision == RuleDecision::executed) {
         ++fate.executed;
     } else {
-        count(fate.stops, decision);
+        count(fate.stops, textOf(record, "decision"));
     }
 }
 
