@@ -14,22 +14,6 @@ History agesInSeconds(const std::vector<double>& ages) {
     return history;
 }
 
-TEST(History, CountsFromTheFirstDateInsideThePeriodToTheEnd) {
-    for (const auto& [ages, expected] : Table<std::vector<double>, std::size_t>{
-             {std::vector<double>{}, 0},
-             {{30, 20, 10}, 3},
-             {{60, 10}, 2},      // exactly at the cut-off counts
-             {{60.001, 10}, 1},  // a millisecond earlier does not
-             {{100, 90}, 0},
-             {{100, 10, 500, 5}, 3},  // what follows the first one inside counts, whatever it is
-         }) {
-        const auto history = agesInSeconds(ages);
-        const auto cutOff = kNow - std::chrono::seconds(60);
-        EXPECT_EQ(QuomiHistoryUtils::eventsCountInHistory(history, cutOff), expected);
-        EXPECT_EQ(QuomiHistoryUtils::getTrimmedHistory(history, cutOff).size(), expected);
-    }
-}
-
 TEST(History, IsTrimmedToTheLongestPeriodThatAnybodyAsksAbout) {
     const std::vector<double> ages{500, 50, 5};
     for (const auto& [periods, kept] : Table<RulePeriods, std::vector<double>>{

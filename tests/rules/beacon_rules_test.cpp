@@ -183,7 +183,8 @@ TEST_F(RuleTest, LateVetoTakesBackWhatItsOwnBeaconCounted) {
         beacon->beaconId = id;
         beacon->group = id;
         beacon->proximityUUID = Uuid().string();
-        beacon->addActionObject(rule("r", {kNotify}));
+        beacon->addActionObject(
+            rule("r", {kNotify}, [](auto& r) { r.maxEventsPeriod = r.maxGroupEventsPeriod = 100; }));
         return beacon;
     };
     const auto download = [&](std::vector<std::string> ids) {
@@ -217,6 +218,8 @@ TEST_F(RuleTest, LateVetoTakesBackWhatItsOwnBeaconCounted) {
             if (beacon == nullptr) return -1;
             const auto rule = beacon->ruleWithId("r");
             EXPECT_TRUE(rule == nullptr || rule->triggersCount == beacon->groupTriggersCount) << what;
+            EXPECT_TRUE(rule == nullptr || rule->history == beacon->groupHistory) << what;
+            EXPECT_EQ(beacon->groupHistory.size(), static_cast<std::size_t>(beacon->groupTriggersCount)) << what;
             return beacon->groupTriggersCount;
         };
         EXPECT_EQ(data_->getSDKStatusInfo()->globalTriggersCount, left) << what;

@@ -116,27 +116,5 @@ TEST_F(RuleTest, GatesOfGeofencesKnowNoIntervalAndAnUnknownGroupHasNone) {
     EXPECT_TRUE(judged->history.empty()) << "no period asks for it";
 }
 
-TEST_F(RuleTest, CountsAreTakenBackOnlyUnderTheDeviceWideCounter) {
-    for (const bool isUnderGlobalCounter : {true, false}) {
-        const auto judged = rule("r", {}, [&](auto& r) {
-            r.underGlobalCounter = isUnderGlobalCounter;
-            r.maxEventsPeriod = r.maxGroupEventsPeriod = 100;
-        });
-        const auto group = beacon("group", std::vector<std::shared_ptr<Rule>>());
-        const auto owner = beacon("b", std::vector{judged}, "group");
-        const auto status = data_->getSDKStatusInfo();
-        EXPECT_FALSE(countEvent(context(), RuleArea::beacon, runOf(judged, *owner), judged));
-        EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U);
-        uncountEvent(context(), runOf(judged, *owner));
-        const std::int32_t left = isUnderGlobalCounter ? 0 : 1;
-        EXPECT_EQ(status->lastEventDate, WallTime());
-        EXPECT_EQ(status->globalTriggersCount, 0);
-        EXPECT_EQ(judged->triggersCount, left);
-        EXPECT_EQ(group->groupTriggersCount, left);
-        EXPECT_EQ(judged->history.size() + group->groupHistory.size(), 2U * static_cast<std::size_t>(left));
-        data_->removeAllBeacons();
-    }
-}
-
 }  // namespace
 }  // namespace quomi::test

@@ -1,6 +1,7 @@
 #include "hosts/simulated/campaign/campaign.h"
 
 #include "hosts/simulated/json/json_reader.h"
+#include "quomi/model/action_kind.h"
 #include "quomi/util/dates.h"
 
 #include <algorithm>
@@ -130,8 +131,22 @@ constexpr Key kOnlyBeaconRule[] = {
 
 constexpr auto kBeaconRule = joined(kGeofenceRule, kOnlyBeaconRule);
 
-constexpr Key kAction[] = {
-    {"notify_server", text}, {"notify_user", text}, {"open_url", text}, {"open_deep_link", text}};
+constexpr bool isOrdered(const ActionKindRow& kind) {
+    return kind.ordered != nullptr;
+}
+
+/// These keys and a text for each kind of action that is wanted.
+template <bool (*isWanted)(const ActionKindRow&), std::size_t n = 0>
+constexpr auto withActions(const std::array<Key, n>& first = {}) {
+    std::array<Key, n + std::ranges::count_if(kActionKinds, isWanted)> keys{};
+    auto* next = std::copy(first.begin(), first.end(), keys.begin());
+    for (const auto& kind : kActionKinds) {
+        if (isWanted(kind)) *next++ = {kind.type, text};
+    }
+    return keys;
+}
+
+constexpr auto kAction = withActions<[](const ActionKindRow&) { return true; }>();
 
 constexpr Key kHours[] = {{"open", whole<0, 86400>, true}, {"close", whole<0, 86400>, true}};
 
@@ -215,8 +230,7 @@ void distinctObjects(const JsonNode& node, Nothing& nothing) {
     });
 }
 
-constexpr Key kAnswer[] = {
-    {"decision", decision, true}, {"notify_user", text}, {"open_url", text}, {"open_deep_link", text}};
+constexpr auto kAnswer = withActions<isOrdered>(std::array{Key{"decision", decision, true}});
 
 /// Paths that no endpoint has.
 bool isOwnPath(std::string_view path) {
