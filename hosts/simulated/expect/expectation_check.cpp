@@ -6,7 +6,7 @@
 #include "hosts/simulated/json/did_you_mean.h"
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/replay/trace_shapes.h"
-#include "quomi/rules/rule_observer.h"
+#include "quomi/model/rule_decision.h"
 
 #include <algorithm>
 #include <variant>

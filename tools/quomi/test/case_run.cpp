@@ -1,9 +1,10 @@
 #include "tools/quomi/test/case_run.h"
 
 #include "hosts/simulated/expect/expectation_watch.h"
+#include "hosts/simulated/gpx/gpx_file.h"
 #include "hosts/simulated/replay/replay.h"
+#include "tools/quomi/replay/playing.h"
 #include "tools/quomi/replay/visit_labels.h"
-#include "tools/quomi/replay/wire_replay.h"
 #include "tools/quomi/test/campaign_gates.h"
 #include "tools/quomi/test/failure_words.h"
 #include "tools/quomi/timeline/terminal_text.h"
@@ -27,6 +28,14 @@ std::string gateOf(const json::object& record) {
     return textOf(objectOf(record, "detail"), "code") == "204" ? kOutsideHours : kOutsideDates;
 }
 
+/// A campaign is served inside of the replay: without sockets, many cases run at once and none waits for another.
+simulated::ReplayOptions optionsOfCase() {
+    simulated::ReplayOptions options;
+    options.readTrack = simulated::readGpxFile;
+    options.goesOn = [](Duration, Duration) { return Playing::signal() == 0; };
+    return options;
+}
+
 class CaseRun {
 public:
     explicit CaseRun(const simulated::Visit& visit) : visit_(visit) {
@@ -36,7 +45,7 @@ public:
     CaseResult run() {
         simulated::VisitError error;
         const auto replay = simulated::Replay::prepare(
-            visit_, wireReplay(visit_), [this](const json::object& record) { take(record); }, &error);
+            visit_, optionsOfCase(), [this](const json::object& record) { take(record); }, &error);
         if (replay == nullptr) return {Outcome::invalid, error.text()};
         if (!replay->play()) return {Outcome::failed, "the app did not come to rest"};
         return judged();

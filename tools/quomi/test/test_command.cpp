@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/json/json_writer.h"
 #include "tools/quomi/replay/geojson.h"
+#include "tools/quomi/replay/playing.h"
 #include "tools/quomi/test/coverage.h"
 #include "tools/quomi/test/junit_report.h"
 #include "tools/quomi/test/test_report.h"
@@ -25,6 +26,7 @@ namespace {
 constexpr int kAllHold = 0;
 constexpr int kFailed = 1;
 constexpr int kNotValid = 2;
+constexpr int kInterrupted = 128;  // and the signal's number
 
 struct Arguments {
     std::vector<std::string> paths;
@@ -109,8 +111,9 @@ public:
         if (arguments_.list) return list();
         std::optional<NewFile> junit;
         if (!arguments_.junit.empty()) junit.emplace(arguments_.junit);
-        if (junit && !junit->canBeWritten()) return complain(err_, arguments_.junit + " cannot be written", kFailed);
+        if (junit && !junit->canBeWritten()) return complain(err_, arguments_.junit + " cannot be written", kNotValid);
         play();
+        if (const int signal = Playing::signal(); signal != 0) return kInterrupted + signal;
         if (arguments_.coverage || arguments_.minCoverage) tellCoverage();
         if (junit && !junit->complete(junitReport(cases_))) {
             return complain(err_, arguments_.junit + " cannot be written", kFailed);
@@ -133,15 +136,17 @@ private:
     }
 
     void play() {
+        const Playing playing(err_, false);
         const auto begun = std::chrono::steady_clock::now();
         const auto runOne = [this](std::size_t i) {
-            if (cases_[i].visit != nullptr) cases_[i].result = runCase(*cases_[i].visit);
+            if (cases_[i].visit != nullptr && Playing::signal() == 0) cases_[i].result = runCase(*cases_[i].visit);
         };
         inOrder(cases_.size(), arguments_.jobs, runOne, [this](std::size_t i) { tell(cases_[i]); });
         report_.finish(std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count());
     }
 
     void tell(const TestCase& each) {
+        if (Playing::signal() != 0) return;
         report_.print(each);
         out_.flush();
         if (each.result.outcome == Outcome::invalid) err_ << each.result.error << '\n';

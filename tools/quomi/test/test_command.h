@@ -14,8 +14,8 @@ public:
     explicit TestCommand(bool colour) : colour_(colour) {}
 
     /// `args` are those after the command's name. Exit status: 0 all hold (or help was asked for); 2 the arguments are
-    /// wrong, a visit is invalid or there is no case; 1 a case failed, too few rules have acted, or a report could not
-    /// be written.
+    /// wrong, the report cannot be written, a visit is invalid or there is no case; 1 a case failed or too few rules
+    /// have acted; 128 and the number of the signal that ended it.
     int run(std::vector<std::string> args, std::ostream& out, std::ostream& err) const;
 
 private:
