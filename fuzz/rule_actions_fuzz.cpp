@@ -13,6 +13,7 @@
 
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
+#include <boost/json/serialize.hpp>
 
 namespace quomi::fuzz {
 namespace {
@@ -68,13 +69,15 @@ simulated::ScriptedAnswer hook(const Input& input) {
 }
 
 void play(const Input& input) {
+    if (!parseJson(json::serialize(input.actions))) return;  // no UTF-8: no answer
     simulated::PhoneConfig config;
     config.start = WallTime(std::chrono::days(20000));
     std::size_t decided = 0;
     simulated::SimulatedPhone phone(config);
     const auto platform = phone.platform();
     phone.transport().answer("GET /u_applications/query.json",
-                             simulated::ScriptedAnswer::json({{"namespace_uid", "shop"},
+                             simulated::ScriptedAnswer::json({{"success", true},
+                                                              {"namespace_uid", "shop"},
                                                               {"normal_proximity_uuid", kUUID},
                                                               {"secure_proximity_uuid", kUUID},
                                                               {"service_proximity_uuid", kUUID},
@@ -98,8 +101,11 @@ void play(const Input& input) {
     const auto uuid = *Uuid::parse(kUUID);
     phone.enterBeaconRegion(uuid);
     phone.advanceBy(std::chrono::seconds(1));
-    phone.range({{uuid, 1, 1, PlatformProximity::near, 1.0, -60}});
-    phone.advanceBy(std::chrono::minutes(2));
+    // The first time downloads the rule, the second finds the beacon with it.
+    for (int time = 0; time < 2; ++time) {
+        phone.range({{uuid, 1, 1, PlatformProximity::near, 1.0, -60}});
+        phone.advanceBy(std::chrono::minutes(1));
+    }
     require(decided > 0);  // every rule that an event reached is told of
     for (const auto& shown : phone.notifications()) {
         require(shown.identifier == "QuomiNotificationRequest");
