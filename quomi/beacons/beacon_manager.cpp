@@ -289,6 +289,7 @@ void QuomiBeaconManager::handleRangedBeacon(const RangedBeacon& report) {
     std::shared_ptr<QuomiBeacon> beacon;
     if (const auto known = nearbyBeacons_.find(name); known != nearbyBeacons_.end()) {
         beacon = known->second.beacon;
+        known->second.heardAt = platform_.clock.monotonicNow();
         const auto oldProximity = beacon->proximity();
         const auto oldAccuracy = beacon->accuracy();
         beacon->updateState(report, now);
@@ -298,7 +299,7 @@ void QuomiBeaconManager::handleRangedBeacon(const RangedBeacon& report) {
         beacon = createNewBeaconWithCLBeacon(report);
         beacon->setFarDistanceSplitThreshold(farDistanceSplitThreshold_);
         beacon->updateState(report, now);
-        nearbyBeacons_.emplace(std::move(name), Nearby{beacon, ++found_});
+        nearbyBeacons_.emplace(std::move(name), Nearby{beacon, ++found_, platform_.clock.monotonicNow()});
         tell(&QuomiBeaconManagerDelegate::didFindBeacon, *beacon);
     }
     if (run == runs_) tell(&QuomiBeaconManagerDelegate::didReceivePingFromBeacon, *beacon);
@@ -310,35 +311,31 @@ std::shared_ptr<QuomiBeacon> QuomiBeaconManager::createNewBeaconWithCLBeacon(con
 
 // Nearby beacons
 
-std::vector<QuomiBeaconManager::Nearby> QuomiBeaconManager::nearbyInOrder() const {
-    std::vector<Nearby> nearby;
-    nearby.reserve(nearbyBeacons_.size());
-    for (const auto& entry : nearbyBeacons_) nearby.push_back(entry.second);
-    std::sort(nearby.begin(), nearby.end(), [](const Nearby& a, const Nearby& b) { return a.order < b.order; });
-    return nearby;
+template <class Compare>
+std::vector<QuomiBeaconManager::Nearby> QuomiBeaconManager::nearbyOfAge(Compare compare) const {
+    const auto now = platform_.clock.monotonicNow();
+    std::vector<Nearby> some;
+    for (const auto& [name, nearby] : nearbyBeacons_) {
+        if (compare(now - nearby.heardAt, std::chrono::seconds(beaconAliveTimeout_))) some.push_back(nearby);
+    }
+    std::ranges::sort(some, {}, &Nearby::order);
+    return some;
 }
 
 std::vector<std::shared_ptr<const QuomiBeacon>> QuomiBeaconManager::getNearbyBeacons() const {
-    const WallTime oldest = platform_.clock.now() - std::chrono::seconds(beaconAliveTimeout_);
     std::vector<std::shared_ptr<const QuomiBeacon>> alive;
-    for (const auto& nearby : nearbyInOrder()) {
-        if (nearby.beacon->lastSeenAt() > oldest) alive.push_back(nearby.beacon);
-    }
+    for (const auto& nearby : nearbyOfAge(std::less())) alive.push_back(nearby.beacon);
     return alive;
 }
 
 void QuomiBeaconManager::updateAliveBeaconsTimeoutStatus() {
-    const WallTime oldest = platform_.clock.now() - std::chrono::seconds(beaconAliveTimeout_);
-    std::vector<Nearby> silent;
-    for (const auto& entry : nearbyBeacons_) {
-        if (entry.second.beacon->lastSeenAt() < oldest) silent.push_back(entry.second);
-    }
-    std::sort(silent.begin(), silent.end(), [](const Nearby& a, const Nearby& b) { return a.order < b.order; });
     const auto run = runs_;
-    for (const auto& nearby : silent) {
+    for (const auto& silent : nearbyOfAge(std::greater())) {
         // While the host was told of another one it may have run the loop, and this one may have been heard again.
-        if (nearby.beacon->lastSeenAt() >= oldest || nearbyBeacons_.erase(nearby.beacon->name()) == 0) continue;
-        tell(&QuomiBeaconManagerDelegate::didLoseBeacon, *nearby.beacon);
+        const auto nearby = nearbyBeacons_.find(silent.beacon->name());
+        if (nearby == nearbyBeacons_.end() || nearby->second.heardAt != silent.heardAt) continue;
+        nearbyBeacons_.erase(nearby);
+        tell(&QuomiBeaconManagerDelegate::didLoseBeacon, *silent.beacon);
         if (run != runs_) return;
     }
 }

@@ -6,6 +6,7 @@
 #include "quomi/platform/platform.h"
 #include "quomi/platform/run_loop.h"
 #include "quomi/util/error.h"
+#include "quomi/util/time.h"
 
 #include <cstdint>
 #include <functional>
@@ -91,7 +92,8 @@ protected:
 private:
     struct Nearby {
         std::shared_ptr<QuomiBeacon> beacon;
-        std::uint64_t order;  // of finding
+        std::uint64_t order;    // of finding
+        MonotonicTime heardAt;  // a wall clock that jumps loses no beacon and keeps none
     };
 
     void didChangeAuthorizationStatus(AuthorizationStatus status) override;
@@ -119,7 +121,9 @@ private:
     template <class Operation, class... Arguments>
     void tell(Operation QuomiBeaconManagerDelegate::*operation, const Arguments&... arguments) const noexcept;
     void updateAliveBeaconsTimeoutStatus();
-    [[nodiscard]] std::vector<Nearby> nearbyInOrder() const;
+    /// Those whose age compares so with the alive timeout, in the order in which they were found.
+    template <class Compare>
+    [[nodiscard]] std::vector<Nearby> nearbyOfAge(Compare compare) const;
 
     const Platform& platform_;
     const QuomiSettings& settings_;

@@ -2,6 +2,7 @@
 
 #include "quomi/data/data.h"
 #include "quomi/data/parser.h"
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
@@ -12,12 +13,13 @@ namespace quomi {
 
 QuomiDataUpdater::QuomiDataUpdater(QuomiData& data, RulesSource& apiClient,
                                    QuomiDataApiResponseParser& apiResponseParser, const Platform& platform,
-                                   const QuomiSettings& settings)
+                                   const QuomiSettings& settings, DebugLog& debugLog)
     : data_(data),
       apiClient_(&apiClient),
       apiResponseParser_(apiResponseParser),
       platform_(platform),
-      settings_(settings) {}
+      settings_(settings),
+      debugLog_(debugLog) {}
 
 WallTime QuomiDataUpdater::lastBeaconUpdate() {
     return data_.lastUpdateDates().beacons;
@@ -98,8 +100,12 @@ RulesDownload QuomiDataUpdater::download(Parse parse, const Success& success, co
 
 void QuomiDataUpdater::store(Parse parse, const boost::json::value& response, std::optional<Error>* error) {
     data_.startBackgroundObjectContext();
-    (apiResponseParser_.*parse)(response, error);
+    std::optional<Error> why;
+    if (!(apiResponseParser_.*parse)(response, &why)) {
+        debugLog_.log("A download could not be stored: {}", why ? describe(*why) : "(null)");
+    }
     data_.finishBackgroundObjectContext();
+    if (why) assign(error, std::move(*why));
 }
 
 }  // namespace quomi

@@ -13,6 +13,7 @@
 
 namespace quomi {
 
+class DebugLog;
 class QuomiData;
 class QuomiDataApiResponseParser;
 struct Platform;
@@ -28,7 +29,7 @@ struct BeaconsQuestion {
     std::optional<WallTime> lastUpdateDate{};
 };
 
-/// Which geofences a server is asked for: those in the circle (degrees, metres), and as for beacons.
+/// Which geofences a server is asked for: those in the circle (degrees, kilometres), and as for beacons.
 struct GeofencesQuestion {
     std::string appNamespace;
     double latitude = 0;
@@ -60,7 +61,7 @@ public:
                                                 std::optional<Error>* error = nullptr) = 0;
 };
 
-/// A circle in which to update geofences, in degrees and metres. What is missing counts as 0.
+/// A circle in which to update geofences, in degrees and kilometres. What is missing counts as 0.
 struct UpdateArea {
     std::optional<double> latitude;
     std::optional<double> longitude;
@@ -79,7 +80,8 @@ struct UpdateBeacons {
 ///
 /// Blocks may be empty; one of them is called when a download has ended, except that a download of geofences that
 /// cannot begin (another one runs) calls none, deliberately: its caller never waits. An answer that cannot be stored
-/// counts as a success, deliberately: its rules stay due. Host's thread only.
+/// counts as a success, deliberately: its rules stay due. Why
+/// it could not be stored goes to the debug log. Host's thread only.
 class QuomiDataUpdater {
 public:
     /// True when a download was made, false when none was due.
@@ -88,7 +90,7 @@ public:
 
     /// What it is given outlives the updater, the source until it is replaced.
     QuomiDataUpdater(QuomiData& data, RulesSource& apiClient, QuomiDataApiResponseParser& apiResponseParser,
-                     const Platform& platform, const QuomiSettings& settings);
+                     const Platform& platform, const QuomiSettings& settings, DebugLog& debugLog);
     void setApiClient(RulesSource& apiClient) { apiClient_ = &apiClient; }
 
     /// When rules were last stored; the epoch before the first time.
@@ -126,6 +128,7 @@ private:
     QuomiDataApiResponseParser& apiResponseParser_;
     const Platform& platform_;
     const QuomiSettings& settings_;
+    DebugLog& debugLog_;
     Lifetime lifetime_;
 };
 

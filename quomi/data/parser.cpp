@@ -39,6 +39,18 @@ std::shared_ptr<QuomiApplication> applicationFrom(const boost::json::object& ans
     return application;
 }
 
+/// What makes a record of the answer useless; empty when nothing does.
+std::string faultOf(const boost::json::object& answer) {
+    for (const char* key : {"namespace_uid", "normal_proximity_uuid", "secure_proximity_uuid", "service_proximity_uuid",
+                            "anti_hacking_protocol"}) {
+        const auto text = QuomiUtils::stringForKey(answer, key, std::nullopt);
+        if (!text) return fmt::format("\"{}\" is missing", key);
+        if (std::string_view(key).ends_with("_uuid") && !Uuid::parse(*text))
+            return fmt::format("\"{}\" is no UUID", key);
+    }
+    return {};
+}
+
 /// A phone can watch by every UUID of the record. Those that are missing are the save's affair.
 bool hasReadableUuids(const QuomiApplication& application) {
     const auto isReadable = [](const std::optional<std::string>& text) { return !text || Uuid::parse(*text); };
@@ -115,6 +127,9 @@ bool QuomiDataApiResponseParser::parseAndSaveApiApplicationResponseData(const bo
                                                                         std::optional<Error>* error) {
     const auto* answer = successfulAnswer(response);
     if (answer == nullptr || holdsLongText(response)) return fail(error);
+    if (const auto fault = faultOf(*answer); !fault.empty()) {
+        platform_.console.log("Quomi SDK Error: The application record cannot be used: " + fault);
+    }
     const auto application = applicationFrom(*answer);
     if (!hasReadableUuids(*application)) return fail(error);
     return dataManager_.insertOrUpdateApplication(application, error);

@@ -26,7 +26,8 @@ public:
                                const QuomiSettings& settings)
         : dataManager_(dataManager), errors_(errors), platform_(platform), settings_(settings) {}
 
-    /// Stores the application record in place of the one there was. Fails with 402 also when a UUID cannot be read.
+    /// Stores the application record in place of the one there was. Fails with 402 also when a UUID cannot be read. A
+    /// record that cannot be used leaves a console line that names the key.
     bool parseAndSaveApiApplicationResponseData(const boost::json::value& response,
                                                 std::optional<Error>* error = nullptr);
     /// Stores the device-wide limits and forgets what they no longer ask about.

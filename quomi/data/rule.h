@@ -75,8 +75,8 @@ protected:
 };
 
 struct QuomiGeofenceRuleWithActions : RuleWithActions {
-    /// Metres per second, compared with the speed as it stands; 0 or less, or none, is no limit. No server answer sets
-    /// it.
+    /// Kilometres per hour, as the speed that it is compared with; 0 or less, or none, is no limit. No server answer
+    /// sets it.
     std::optional<double> maxSpeedToNotifyUserThreshold;
 
     [[nodiscard]] std::shared_ptr<QuomiGeofence> geofence() const;

@@ -137,7 +137,6 @@ void QuomiLocationManager::didStartMonitoring(const Region& region) {
     const auto* circle = std::get_if<CircularRegion>(&region);
     if (circle == nullptr) return;
     tell(&QuomiLocationDelegate::locationRegionMonitoringStarted, *circle);
-    if (!regionIsMonitored(circle->identifier)) return;
     // Deliberate: the phone's zero coordinate stands in for an unknown position, so a geofence around it is entered.
     const Coordinate here = currentLocation_ ? currentLocation_->coordinate : Coordinate{};
     if (QuomiLocationUtils::pointIsInRegion(here, *circle)) handleEntry(*circle);

@@ -25,8 +25,7 @@ struct QuomiLocationDelegate {
     std::function<void(const CircularRegion&)> locationRegionMonitoringStarted;
     /// Not told of beacon regions.
     std::function<void(const Region&, const PlatformError&)> locationRegionMonitoringFailed;
-    /// Entry into a region other than the current one. Told too after monitoring has started inside the region, unless
-    /// the callback for the start ended the monitoring.
+    /// Entry into a region other than the current one. Told too after monitoring has started inside the region.
     std::function<void(const CircularRegion&)> locationDidEnterRegion;
     /// Not told of beacon regions.
     std::function<void(const Region&)> locationDidExitRegion;

@@ -2,6 +2,7 @@
 
 #include "quomi/platform/device.h"
 #include "quomi/platform/device_helpers.h"
+#include "quomi/util/json_readers.h"
 
 #include <functional>
 #include <utility>
@@ -49,7 +50,11 @@ std::unique_ptr<Observation> QuomiUser::observeTags(Observers<Tags>::Observer ob
 }
 
 bool QuomiUser::isEqualToQuomiUser(const QuomiUser& other) const {
-    return userID_ == other.userID_ && properties_ == other.properties_ && tags_ == other.tags_;
+    return userID_ == other.userID_ && areEqual(properties_, other.properties_) && tags_ == other.tags_;
+}
+
+bool QuomiUser::areEqual(const Properties& a, const Properties& b) {
+    return a && b ? quomi::areEqual(*a, *b) : a.has_value() == b.has_value();
 }
 
 std::size_t QuomiUser::hash() const {

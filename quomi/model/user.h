@@ -48,8 +48,10 @@ public:
     [[nodiscard]] std::unique_ptr<Observation> observeProperties(Observers<Properties>::Observer observer);
     [[nodiscard]] std::unique_ptr<Observation> observeTags(Observers<Tags>::Observer observer);
 
-    /// Whether identifier, properties and tags (in order) are equal; a field that is not set equals only such a one.
+    /// Whether identifier, properties (numbers by value: 1 is 1.0) and tags (in order) are equal; a field that is not
+    /// set equals only such a one.
     [[nodiscard]] bool isEqualToQuomiUser(const QuomiUser& other) const;
+    [[nodiscard]] static bool areEqual(const Properties& a, const Properties& b);
     bool operator==(const QuomiUser& other) const { return isEqualToQuomiUser(other); }
     /// Equal for equal users.
     [[nodiscard]] std::size_t hash() const;

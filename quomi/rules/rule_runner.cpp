@@ -5,6 +5,7 @@
 #include "quomi/platform/run_loop.h"
 #include "quomi/rules/action_executor.h"
 #include "quomi/rules/rule_gates.h"
+#include "quomi/rules/server_url.h"
 #include "quomi/util/dates.h"
 #include "quomi/util/host_call.h"
 #include "quomi/util/text.h"
@@ -242,7 +243,7 @@ ActionOutcome RuleRunner::askServer(const Run& run) {
 }
 
 std::string RuleRunner::encodedUserID() const {
-    return QuomiURLEncoder::URLEncodeString(context_.userID().value_or(""));
+    return withoutStrayPercents(QuomiURLEncoder::URLEncodeString(context_.userID().value_or("")));
 }
 
 // Reports

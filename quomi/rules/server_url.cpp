@@ -37,4 +37,17 @@ std::string ServerUrl::withAreaType(std::string_view areaType) const {
     return {};
 }
 
+std::string withoutStrayPercents(std::string_view text) {
+    const auto isHex = [text](std::size_t at) {
+        return text.substr(at, 1).find_first_of("0123456789ABCDEFabcdef") != std::string_view::npos;
+    };
+    std::string clean;
+    clean.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        clean += text[i];
+        if (text[i] == '%' && !(isHex(i + 1) && isHex(i + 2))) clean += "25";
+    }
+    return clean;
+}
+
 }  // namespace quomi

@@ -34,4 +34,7 @@ private:
     std::vector<std::pair<std::string_view, std::string>> values_;
 };
 
+/// The text with every percent sign encoded that no two hexadecimal digits follow.
+[[nodiscard]] std::string withoutStrayPercents(std::string_view text);
+
 }  // namespace quomi

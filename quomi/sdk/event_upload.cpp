@@ -1,6 +1,7 @@
 #include "quomi/sdk/event_upload.h"
 
 #include "quomi/api/uploader.h"
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
 
 #include <algorithm>
@@ -27,8 +28,11 @@ bool isRefusal(const Error& error) {
 
 }  // namespace
 
-EventUploadLoop::EventUploadLoop(const Platform& platform)
-    : platform_(platform), errors_(platform.localization), logger_(platform.files, platform.clock, platform.console) {}
+EventUploadLoop::EventUploadLoop(const Platform& platform, DebugLog& debugLog)
+    : platform_(platform),
+      debugLog_(debugLog),
+      errors_(platform.localization),
+      logger_(platform.files, platform.clock, platform.console) {}
 
 EventUploadLoop::~EventUploadLoop() = default;
 
@@ -121,6 +125,7 @@ void EventUploadLoop::batchArrived() {
 
 void EventUploadLoop::batchFailed(const Error& error) {
     const auto batch = std::exchange(currentBatchWithLogs_, std::nullopt);
+    debugLog_.log("A batch of {} events was not accepted: {}", batch->size(), describe(error));
     if (isRefusal(error) && batch->size() > 1) {
         batchSize_ = batch->size() / 2;
         uploadLogsInBatchesFromTmpFile();

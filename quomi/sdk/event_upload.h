@@ -18,7 +18,9 @@
 
 namespace quomi {
 
+class DebugLog;
 class Uploader;
+struct Error;
 
 /// The event log's way home: writes events to the log file and uploads them in batches, at the first event's time plus
 /// 40 s and every 40 s from then on, and at once with an event when the last upload began more than 300 s before.
@@ -32,8 +34,8 @@ public:
     /// Bytes of the JSON text of an event.
     static constexpr std::size_t kLargestEvent = std::size_t{64} * 1024;
 
-    /// The platform outlives the loop.
-    explicit EventUploadLoop(const Platform& platform);
+    /// Both outlive the loop. Why a batch failed goes to the debug log.
+    EventUploadLoop(const Platform& platform, DebugLog& debugLog);
     ~EventUploadLoop();
     EventUploadLoop(const EventUploadLoop&) = delete;
     EventUploadLoop& operator=(const EventUploadLoop&) = delete;
@@ -63,6 +65,7 @@ private:
     [[nodiscard]] Duration pause() const;
 
     const Platform& platform_;
+    DebugLog& debugLog_;
     const QuomiErrors errors_;
     QuomiDLogger logger_;
     Uploader* uploader_ = nullptr;

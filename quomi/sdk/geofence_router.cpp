@@ -173,8 +173,8 @@ void GeofenceRouter::handleEntry(const CircularRegion& region) {
     }
     if (ended_) return;
     startMonitoringLocalRegions();
-    // What happens in the background is not waited for, and an unknown geofence counts as done: deliberate, hosts are
-    // told of every entry.
+    // What happens in the background is not waited for, and an unknown geofence counts as done. One that is outside its
+    // dates or hours does not, so the host of an active app is not told of it.
     if (isDone && !ended_) context_.host.tell(&QuomiSDKDelegate::didReceiveEnterRegionNotification, region);
 }
 

@@ -13,6 +13,7 @@
 #include "quomi/sdk/authorization_logger.h"
 #include "quomi/sdk/deferred_release.h"
 #include "quomi/sdk/host_delegate.h"
+#include "quomi/sdk/server_sync.h"
 #include "quomi/sdk/session.h"
 #include "quomi/util/text.h"
 
@@ -31,6 +32,7 @@ QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
       errors_(std::make_unique<QuomiErrors>(platform.localization)),
       graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)),
       host_(std::make_unique<HostDelegate>(*this, *debugLog_, *graveyard_)),
+      syncs_(std::make_unique<ServerSyncs>(*host_)),
       webPages_(std::make_unique<WebPagePresenter>(platform.screens, platform.runLoop)),
       authorizationLogger_(std::make_unique<QuomiAuthorizationLogger>(
           platform, [this](const boost::json::object& event) { logEvent(event); })) {}
@@ -149,9 +151,9 @@ void QuomiSDK::stop() {
     session->shutDown();
     graveyard_->release(session);
     debugLog_->log("Quomi SDK stopped");
-    const auto syncs = std::exchange(syncs_, {});
+    const auto syncs = syncs_->take();
     setRunning(false);
-    finishSyncs(syncs);
+    syncs_->finish(syncs);
 }
 
 // What can be observed
@@ -198,12 +200,12 @@ void QuomiSDK::setBaseURL(const std::string& baseURL) {
             errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set baseURL when SDK is started"));
         return;
     }
-    if (!normalizedHttpUrl(baseURL)) {
+    if (baseURL.find_first_of(" ?#") != std::string::npos || !normalizedHttpUrl(baseURL)) {
         forwardErrorToDelegate(errors_->errorWithCode(ErrorCode::unknown, "Invalid baseURL provided"));
         return;
     }
     // The next start drops the downloads from the other server, and with them those who wait for their end.
-    if (std::exchange(settings_.baseAPIUrl, baseURL) != baseURL) finishSyncs(std::exchange(syncs_, {}));
+    if (std::exchange(settings_.baseAPIUrl, baseURL) != baseURL) syncs_->finish(syncs_->take());
 }
 
 void QuomiSDK::warn(const char* message) const {
@@ -297,7 +299,9 @@ void QuomiSDK::observeUser() {
         if (oldValue != newValue) updateUserInformation();
     };
     userObservations_.push_back(user_->observeUserID(sendChange));
-    userObservations_.push_back(user_->observeProperties(sendChange));
+    userObservations_.push_back(user_->observeProperties([this](const auto& oldValue, const auto& newValue) {
+        if (!QuomiUser::areEqual(oldValue, newValue)) updateUserInformation();
+    }));
     userObservations_.push_back(user_->observeTags(sendChange));
 }
 

@@ -25,6 +25,7 @@ class HostDelegate;
 class QuomiAuthorizationLogger;
 class QuomiErrors;
 class Screen;
+class ServerSyncs;
 class Session;
 class WebPagePresenter;
 struct NotificationRequest;
@@ -59,14 +60,21 @@ public:
     [[nodiscard]] std::string SDKVersion() const;
 
     /// Opens the store, obtains the namespace's application record and begins to watch. With a stored record the result
-    /// is the outcome. Without one the record is downloaded: the result is true at once, and what becomes of it shows
-    /// in `isRunning` and the delegate's errors. Fails with 3 when running, 7 without a namespace, 600 to 604 when the
+    /// is the outcome. Without one the record is downloaded: the result is true at once, `isRunning` is true from then
+    /// on and turns false when the start fails after all. A download that fails is told to the delegate; a record that
+    /// cannot be used shows on the console alone. Fails with 3 when running, 7 without a namespace, 600 to 604 when the
     /// store cannot be opened, 5 and 6 when the phone lacks what is enabled; without an error object when the security
-    /// mode is unknown. A failed start leaves the SDK able to start again.
+    /// mode is unknown.
+    ///
+    /// A failed start leaves the SDK able to start again, and does not try again by itself: without network at the
+    /// first start the host starts anew when the network is back. What the failed start had begun goes on (requests,
+    /// service beacons that are watched), because the next start takes it over; `stop` does nothing then. To end it,
+    /// destroy the SDK or call `removeAllData`.
     bool start(std::optional<Error>* error = nullptr);
     /// Ends everything that `start` began: nothing of it calls back any more, requests are dropped. Nothing happens
-    /// when not running. User and delegate stay.
+    /// when not running, also after a start that failed. User and delegate stay.
     void stop();
+    /// Also while a start still downloads its record.
     [[nodiscard]] bool isRunning() const override { return running_; }
     /// Follows a property. A setter that refuses a value, and a write to the settings object, tell nobody.
     [[nodiscard]] std::unique_ptr<Observation> observe(
@@ -77,10 +85,12 @@ public:
     /// Null when none was set or it has died.
     [[nodiscard]] std::shared_ptr<QuomiSDKDelegate> delegate() const;
 
-    /// The app's namespace at the back office; empty text is nil. Refused with error 3 while running.
+    /// The app's namespace at the back office; empty text is nil. Refused with error 3 while running. The stored
+    /// application record stays: the next start takes it whatever its namespace, until `removeAllData`.
     void setAppNamespace(const std::optional<std::string>& appNamespace);
     [[nodiscard]] const std::optional<std::string>& appNamespace() const { return settings_.namespace_; }
-    /// Where the back office is: an absolute http or https URL, else error 1. Refused with error 3 while running.
+    /// Where the back office is: an absolute http or https URL without query, fragment and blanks, else error 1.
+    /// Refused with error 3 while running.
     void setBaseURL(const std::string& baseURL);
     [[nodiscard]] const std::string& baseURL() const { return settings_.baseAPIUrl; }
 
@@ -106,7 +116,7 @@ public:
     /// Whether the advertising identifier may be sent with the user.
     void setEnableIDFACollection(bool enabled) { enableIDFACollection_ = enabled; }
     [[nodiscard]] bool isIDFACollectionEnabled() const { return enableIDFACollection_; }
-    /// Whether it may be, and the phone's user lets himself be tracked as well.
+    /// Whether it may be, and the phone's user allows tracking too.
     [[nodiscard]] bool enableIDFACollection() const;
 
     /// Stored for the host, held weakly; the SDK makes no use of it.
@@ -135,7 +145,8 @@ public:
     void registerCloudMessagingPushNotificationsDeviceToken(const std::string& token,
                                                             std::function<void()> success = {},
                                                             std::function<void(const Error&)> failure = {});
-    /// A header for server notifications; without a value it goes. Nothing happens unless the SDK has a server client.
+    /// Keeps a header for server notifications; without a value it goes. No request carries it: deliberate, server
+    /// notifications go out with the headers of all other requests.
     void setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value);
 
     // Upkeep of the stored data
@@ -196,15 +207,8 @@ public:
     void clearDebugFile();
 
 private:
-    struct ServerSync;
-    using Syncs = std::vector<std::shared_ptr<ServerSync>>;
-
     [[nodiscard]] std::shared_ptr<Session> makeSession();
     bool openStore(bool allowStoreDeletion, std::optional<Error>* error);
-    void downloadBeaconsFor(const std::shared_ptr<ServerSync>& sync);
-    void downloadGeofencesFor(const std::shared_ptr<ServerSync>& sync);
-    void finishIfDone(const std::shared_ptr<ServerSync>& sync);
-    void finishSyncs(const Syncs& syncs);
     bool fail(std::optional<Error>* error, Error failure);
     bool completeStart(const QuomiApplication& application, std::optional<Error>* error);
     bool abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
@@ -224,6 +228,7 @@ private:
     std::unique_ptr<QuomiErrors> errors_;
     std::unique_ptr<DeferredRelease> graveyard_;
     std::unique_ptr<HostDelegate> host_;
+    std::unique_ptr<ServerSyncs> syncs_;
     std::unique_ptr<WebPagePresenter> webPages_;
     std::unique_ptr<QuomiAuthorizationLogger> authorizationLogger_;
     std::shared_ptr<QuomiUser> user_;
@@ -236,7 +241,6 @@ private:
     bool running_ = false;
     bool eventLogsEnabled_ = true;
     bool enableIDFACollection_ = false;
-    Syncs syncs_;
     std::shared_ptr<Session> session_;
 };
 

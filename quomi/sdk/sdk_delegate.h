@@ -36,9 +36,11 @@ struct QuomiSDKDelegate {
 
     /// The device is somewhere else.
     std::function<void(QuomiSDK&, const Location&)> didReceiveLocationChange;
-    /// The device entered a geofence's region; whether or not its rules have run.
+    /// The device entered a geofence's region. Not told while the app is active and the geofence is outside its dates
+    /// or opening hours. Told in every other case, before its rules have run in the background, or without any.
     std::function<void(QuomiSDK&, const CircularRegion&)> didReceiveEnterRegionNotification;
-    /// The device left a geofence's region, and its rules have been judged while the app was active.
+    /// The device left a geofence's region, and its rules have been judged while the app was active. Not told of a
+    /// geofence outside its dates or opening hours.
     std::function<void(QuomiSDK&, const CircularRegion&)> didReceiveExitRegionNotification;
 
     // Actions of rules and of servers' answers. The first group decides: false, and the action is not performed. The

@@ -1,33 +1,16 @@
 // The facade's upkeep of the stored data: synchronisation with the server, counters, removal.
 #include "quomi/data/data.h"
-#include "quomi/data/data_updater.h"
 #include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/errors.h"
 #include "quomi/sdk/deferred_release.h"
 #include "quomi/sdk/host_delegate.h"
 #include "quomi/sdk/sdk.h"
+#include "quomi/sdk/server_sync.h"
 #include "quomi/sdk/session.h"
-#include "quomi/util/uuid.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace quomi {
-
-/// One synchronisation that waits for its downloads.
-struct QuomiSDK::ServerSync {
-    SyncHandler handler;
-    bool isBeaconsDone = false;
-    bool isGeofencesDone = false;
-};
-
-namespace {
-
-Uuid normalBeacons(const QuomiSettings& settings) {
-    return Uuid::parse(settings.beaconProximityUUIDNormal).value_or(Uuid());
-}
-
-}  // namespace
 
 void QuomiSDK::performServerSync(SyncHandler completionHandler) {
     if (!completionHandler) {
@@ -43,52 +26,13 @@ void QuomiSDK::performServerSync(SyncHandler completionHandler) {
         host_->call(completionHandler, kServerSyncWithoutNamespace);
         return;
     }
-    const auto sync =
-        std::make_shared<ServerSync>(ServerSync{std::move(completionHandler), !beaconsEnabled(), !geofencesEnabled()});
-    syncs_.push_back(sync);
-    downloadBeaconsFor(sync);
-    downloadGeofencesFor(sync);
-    finishIfDone(sync);
-}
-
-void QuomiSDK::downloadBeaconsFor(const std::shared_ptr<ServerSync>& sync) {
-    if (sync->isBeaconsDone) return;
-    const auto done = [this, sync] {
-        sync->isBeaconsDone = true;
-        finishIfDone(sync);
-    };
-    session_->dataUpdater()->performFullBeaconsDataUpdate(
-        {normalBeacons(settings_)}, [done](bool) { done(); }, [done](const Error&) { done(); });
-}
-
-void QuomiSDK::downloadGeofencesFor(const std::shared_ptr<ServerSync>& sync) {
-    if (sync->isGeofencesDone) return;
-    const auto done = [this, sync] {
-        sync->isGeofencesDone = true;
-        finishIfDone(sync);
-    };
-    const auto location = session_->currentLocation();
-    const auto place = location ? location->coordinate : Coordinate{};
-    const bool isBegun = session_->dataUpdater()->performFullGeofencesDataUpdate(
-        {place.latitude, place.longitude, static_cast<double>(kGeofenceDownloadRadius)}, [done](bool) { done(); },
-        [done](const Error&) { done(); });
-    if (!isBegun) sync->isGeofencesDone = true;
-}
-
-/// Failures are not told apart: deliberate, a host's slot in the background ends the same way.
-void QuomiSDK::finishIfDone(const std::shared_ptr<ServerSync>& sync) {
-    if (!sync->isBeaconsDone || !sync->isGeofencesDone || std::erase(syncs_, sync) == 0) return;
-    host_->call(sync->handler, kServerSyncDone);
-}
-
-void QuomiSDK::finishSyncs(const Syncs& syncs) {
-    for (const auto& sync : syncs) host_->call(sync->handler, kServerSyncDone);
+    syncs_->begin(std::move(completionHandler), *session_->dataUpdater(), settings_, session_->currentLocation());
 }
 
 void QuomiSDK::updateAllRulesData() {
     if (geofencesEnabled()) triggerLocationUpdate();
     if (!beaconsEnabled() || session_ == nullptr || session_->dataUpdater() == nullptr) return;
-    session_->dataUpdater()->performFullBeaconsDataUpdate({normalBeacons(settings_)});
+    downloadAllBeacons(*session_->dataUpdater(), settings_, [] {});
 }
 
 void QuomiSDK::triggerLocationUpdate() {
@@ -135,7 +79,7 @@ bool QuomiSDK::removeAllData(std::optional<Error>* error) {
     const bool wasRunning = running_;
     stop();
     // A start that failed leaves downloads behind; those who wait for them wait no longer.
-    finishSyncs(std::exchange(syncs_, {}));
+    syncs_->finish(syncs_->take());
     // The host started anew when it heard of the end.
     if (running_) return fail(error, errors_->errorWithCode(ErrorCode::dataRemoval));
     if (const auto session = std::exchange(session_, nullptr)) {

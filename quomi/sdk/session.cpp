@@ -53,7 +53,7 @@ Uuid uuidOf(const std::string& text) {
 }  // namespace
 
 Session::Session(const SessionContext& context)
-    : context_(context), eventUpload_(std::make_unique<EventUploadLoop>(context.platform)) {}
+    : context_(context), eventUpload_(std::make_unique<EventUploadLoop>(context.platform, context.debugLog)) {}
 
 Session::~Session() = default;
 
@@ -78,7 +78,7 @@ bool Session::open(std::optional<Error>* error) {
     }
     if (dataUpdater_ == nullptr) {
         dataUpdater_ = std::make_unique<QuomiDataUpdater>(*data_, *api_, *apiResponseParser_, context_.platform,
-                                                          context_.settings);
+                                                          context_.settings, context_.debugLog);
     }
     dataUpdater_->setApiClient(*api_);
     makeExecutors();
@@ -424,7 +424,6 @@ void Session::logEvent(const boost::json::object& event) {
 }
 
 void Session::executeNotificationRequestActions(const NotificationRequest& request) {
-    if (genericActionExecutor_ == nullptr) return;
     const auto& info = request.userInfo;
     const auto* area = info.if_contains("area_type");
     const auto* rule = info.if_contains("rule_id");
@@ -436,7 +435,7 @@ void Session::executeNotificationRequestActions(const NotificationRequest& reque
         }
         logEvent(event);
     }
-    genericActionExecutor_->executeNotificationRequestActions(request);
+    if (genericActionExecutor_ != nullptr) genericActionExecutor_->executeNotificationRequestActions(request);
 }
 
 void Session::logNotificationAuthorizationStatusIfNeeded() {

@@ -81,6 +81,17 @@ std::optional<json::value> parseForeignJson(std::string_view text, std::optional
     }
 }
 
+bool areEqual(const json::value& a, const json::value& b) {
+    if (a.is_number() && b.is_number()) return numberOf(&a) == numberOf(&b);
+    if (a.is_array() && b.is_array()) return std::ranges::equal(a.get_array(), b.get_array(), areEqual);
+    if (!a.is_object() || !b.is_object()) return a == b;
+    const auto& members = b.get_object();
+    return a.get_object().size() == members.size() && std::ranges::all_of(a.get_object(), [&](const auto& member) {
+               const auto* other = members.if_contains(member.key());
+               return other != nullptr && areEqual(member.value(), *other);
+           });
+}
+
 std::optional<Number> numberOf(const json::value* value) {
     if (value == nullptr) return std::nullopt;
     switch (value->kind()) {

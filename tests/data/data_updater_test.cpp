@@ -63,7 +63,7 @@ protected:
     std::unique_ptr<QuomiData> data = host.open();
     QuomiDataApiResponseParser parser{*data, host.errors, host.platform, settings};
     Server server;
-    QuomiDataUpdater updater{*data, server, parser, host.platform, settings};
+    QuomiDataUpdater updater{*data, server, parser, host.platform, settings, host.debugLog};
     const Uuid uuid = Uuid::parse("6B6E1B5A-0C0D-4A6E-9E62-0000000000A1").value();
     std::vector<std::string> outcomes;
 };
@@ -101,6 +101,9 @@ TEST_F(Updater, AnAnswerThatCannotBeStoredStaysDueAndCountsAsSuccess) {
         EXPECT_EQ(outcomes.back(), "downloaded");
         EXPECT_TRUE(updater.beaconsDataNeedUpdating());
         EXPECT_TRUE(data->getAllBeacons().empty()) << answer;
+        EXPECT_THAT(host.debugLog.file().getFileLogContent().value(),
+                    testing::HasSubstr(" - A download could not be stored: Error Domain=QuomiErrorDomain "));
+        host.debugLog.file().clearLogFile();
     }
 }
 
@@ -123,7 +126,7 @@ TEST_F(Updater, OneDownloadOfGeofencesAtATime) {
 
 TEST_F(Updater, AnswersAfterItsEndReachNobody) {
     {
-        QuomiDataUpdater brief(*data, server, parser, host.platform, settings);
+        QuomiDataUpdater brief(*data, server, parser, host.platform, settings, host.debugLog);
         brief.performFullBeaconsDataUpdate({uuid}, [this](bool) { outcomes.emplace_back("downloaded"); });
     }
     server.answer(kBeacons);

@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/data/data.h"
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/model/errors.h"
 #include "quomi/model/settings.h"
 #include "quomi/platform/files.h"
@@ -96,6 +97,7 @@ public:
     simulated::SimulatedPhone phone;
     Platform platform = phone.platform();
     QuomiErrors errors{platform.localization};
+    DebugLog debugLog{platform.files, platform.clock, [] { return true; }};
     std::filesystem::path file = QuomiData::dataStorageDirectory(platform) / kQuomiSQLiteStoreFile;
     std::optional<Error> error;
 };

@@ -65,7 +65,7 @@ private:
 class Launch {
 public:
     Launch(const Platform& platform, Witness& witness)
-        : platform_(platform), witness_(witness), server_(witness), loop_(platform) {
+        : platform_(platform), witness_(witness), server_(witness), loop_(platform, debugLog_) {
         loop_.setUploader(&server_);
     }
 
@@ -84,6 +84,7 @@ private:
     const Platform& platform_;
     Witness& witness_;
     Server server_;
+    DebugLog debugLog_{platform_.files, platform_.clock, [] { return false; }};
     EventUploadLoop loop_;
 };
 

@@ -278,12 +278,12 @@ TEST_F(RuleTest, PlaceholdersOfTheServersUrl) {
                                              "{proximity}.{proximityEnd}?e={ext_id}&x={else} a"}}));
     find(seen);
     EXPECT_THAT(taken(), Contains("request https://a.test/b/UDID/shop/" + uuid +
-                                  "/1.2.1.3?e=%61%20%62&x=%7Belse%7D%20a&type=beacon"));
+                                  "/1.2.1.3?e=%61%20%62%25%34&x=%7Belse%7D%20a&type=beacon"));
     seen->minor.reset();
     find(seen);
     phone_.advanceBy(seconds(1));
     EXPECT_THAT(taken(), Contains("request https://a.test/b/UDID/shop/" + uuid +
-                                  "/%7Bmajor%7D.%7Bminor%7D.%7Bproximity%7D.%7BproximityEnd%7D?e=%61%20%62"
+                                  "/%7Bmajor%7D.%7Bminor%7D.%7Bproximity%7D.%7BproximityEnd%7D?e=%61%20%62%25%34"
                                   "&x=%7Belse%7D%20a&type=beacon"));
 }
 

@@ -61,7 +61,7 @@ protected:
                     note(fmt::format("{} {}", action != nullptr ? action->as_string().c_str() : "trigger",
                                      event.at("rule_id").as_string().c_str()));
                 },
-                [] { return std::optional<std::string>("a b"); },
+                [] { return std::optional<std::string>("a b%4"); },
                 [] { return std::string("UDID"); },
                 [this]() -> std::shared_ptr<const RuleObserver> { return observer_; }};
     }

@@ -39,6 +39,9 @@ TEST(OpenedNotification, IsLoggedByItsAreaAndItsActionIsPerformed) {
     decide(app);
     app.sdk->executeNotificationRequestActions(openedWith(std::get<0>(cases.back())));
     EXPECT_THAT(app.journal, IsEmpty()) << "not started";
+    EXPECT_TRUE(app.sdk->resetCounters());
+    app.sdk->executeNotificationRequestActions(openedWith(std::get<0>(cases.front())));
+    EXPECT_EQ(app.journal, parts(std::get<1>(cases.front()))) << "the store is open";
     ASSERT_TRUE(app.start());
     for (const auto& [info, lines] : cases) {
         app.journal.clear();

@@ -19,7 +19,7 @@ protected:
     /// The app ends and is launched anew.
     void relaunch() {
         loop.reset();
-        loop = std::make_unique<EventUploadLoop>(host.platform);
+        loop = std::make_unique<EventUploadLoop>(host.platform, host.debugLog);
         loop->setUploader(&uploader);
     }
     [[nodiscard]] std::string file(const char* name) const {
@@ -36,7 +36,7 @@ protected:
 
     StoreHost host{{.start = WallTime(1'700'000'000s)}};
     ScriptedUploader uploader;
-    std::unique_ptr<EventUploadLoop> loop = std::make_unique<EventUploadLoop>(host.platform);
+    std::unique_ptr<EventUploadLoop> loop = std::make_unique<EventUploadLoop>(host.platform, host.debugLog);
 };
 
 TEST_F(EventUpload, EveryFortySecondsFromTheFirstEventOn) {
@@ -120,6 +120,7 @@ TEST_F(EventUpload, FailedBatchIsTheNextOneAgain) {
     const auto file = batchFile();
     EXPECT_NE(file, "");
     uploader.fail();
+    EXPECT_THAT(host.debugLog.file().getFileLogContent().value(), testing::HasSubstr(" events was not accepted: "));
     EXPECT_EQ(uploader.batches.size(), 1U);
     EXPECT_EQ(batchFile(), file);
     log(61);
@@ -270,7 +271,7 @@ TEST_F(EventUpload, BatchFileThatCannotBeRemovedIsNotSentWithoutAPause) {
     const Platform platform{p.clock,       p.runLoop,      p.location, p.bluetooth,   p.notifications,
                             p.application, p.screens,      p.device,   files,         p.defaults,
                             p.console,     p.localization, p.http,     p.reachability};
-    loop = std::make_unique<EventUploadLoop>(platform);
+    loop = std::make_unique<EventUploadLoop>(platform, host.debugLog);
     loop->setUploader(&uploader);
     files.stays = kQuomiBOTmpLogFileName;
     log(1);

@@ -51,6 +51,7 @@ TEST(ServerSync, CallsItsHandlerOnceWhateverHappens) {
     const auto removeData = [](Town& town) { town.sdk->removeAllData(); };
     for (const auto& each : std::vector<SyncCase>{
              {"both", nothing, nothing, 2},
+             {"both, and secure beacons", [](Town& town) { town.settings.beaconSecurityMode = 1; }, nothing, 3},
              {"beacons only", beaconsOnly, nothing, 1},
              {"geofences only", [](Town& town) { town.sdk->setBeaconsEnabled(false); }, nothing, 1},
              {"neither",

@@ -100,6 +100,15 @@ Summary  1 min 15 s
 )");
 }
 
+TEST(Timeline, SaysThatTheSdkNeverRan) {
+    const auto text = played({parsed(R"({"t":0,"call":"start","result":true,"error":null})"),
+                              parsed(R"({"t":0,"delegate":"didLogEvent","event":{"type":"bluetooth_state"}})"),
+                              parsed(R"({"t":1,"console":"Quomi SDK Error: Failed to parse"})")},
+                             false);
+    EXPECT_THAT(text, testing::HasSubstr("\n  the SDK never ran\n"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("errors    0")));
+}
+
 TEST(Timeline, ColoursOnlyWhenAskedAndThenOnlyAddsThem) {
     const auto plain = played(smallTrace());
     auto coloured = played(smallTrace(), {.hasColours = true});

@@ -199,7 +199,8 @@ private:
     void printErrors() {
         std::size_t all = 0;
         for (const auto& [text, times] : summary_.errors()) all += times;
-        print(fmt::format("  errors    {}", all));
+        if (!summary_.hasRun()) print("  the SDK never ran");
+        if (all > 0 || summary_.hasRun()) print(fmt::format("  errors    {}", all));
         for (const auto& [text, times] : summary_.errors()) {
             print(painted(fmt::format("    {}{}", text, timesText(times)), colourOf(Tone::bad)));
         }

@@ -31,11 +31,21 @@ std::size_t eventsOf(const json::object& request) {
                : 0;
 }
 
+bool showsThatItRuns(std::string_view kind, const json::object& record) {
+    if (kind == "delegate") {
+        const auto name = textOf(record, "delegate");
+        return name != "didReceiveErrorNotification" && name != "didLogEvent";
+    }
+    if (kind == "request") return textOf(record, "url").find("/u_applications/limits.json") != std::string::npos;
+    return kind == "monitor" || kind == "range" || kind == "updates" || kind == "rule";
+}
+
 }  // namespace
 
 void VisitSummary::record(const json::object& record, double seconds) {
     now_ = std::max(now_, seconds);
     const auto kind = kindOf(record);
+    hasRun_ = hasRun_ || showsThatItRuns(kind, record);
     if (kind == "delegate")
         delegate(record);
     else if (kind == "request")

@@ -61,6 +61,9 @@ public:
     /// What answers the requests had ("200", "timeout"), in order of first appearance, and how many. Those without an
     /// answer at the end count as "unanswered".
     [[nodiscard]] const std::vector<std::pair<std::string, std::size_t>>& outcomes() const { return outcomes_; }
+    /// Whether the SDK ran at any time: it watched, told the app of more than errors and events, or asked for what a
+    /// start that succeeds asks for.
+    [[nodiscard]] bool hasRun() const { return hasRun_; }
     /// Every different error that the app was told of, and how often.
     [[nodiscard]] const std::vector<std::pair<std::string, std::size_t>>& errors() const { return errors_; }
 
@@ -102,6 +105,7 @@ private:
     std::size_t eventsUploaded_ = 0;
     std::size_t requests_ = 0;
     double now_ = 0;
+    bool hasRun_ = false;
 };
 
 }  // namespace quomi::tool
