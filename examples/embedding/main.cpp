@@ -13,6 +13,18 @@
 #include <hosts/posix/files.h>
 #include <hosts/posix/run_loop.h>
 
+namespace {
+
+/// The SDK does not repeat a start that failed for want of a network: the app does, when there is one again.
+std::unique_ptr<quomi::ReachabilityObservation> startAnewWhenOnline(quomi::QuomiSDK& sdk,
+                                                                    quomi::Reachability& reachability) {
+    return reachability.observe([&sdk](quomi::NetworkStatus status) {
+        if (status != quomi::NetworkStatus::notReachable && !sdk.isRunning()) sdk.start();
+    });
+}
+
+}  // namespace
+
 int main() {
     // 1. The ports. The run loop comes first: this thread is the host's thread from here on.
     std::string directory = (std::filesystem::temp_directory_path() / "embedding-XXXXXX").string();
@@ -45,6 +57,7 @@ int main() {
 
     // 4. Start. Without a stored application record the answer comes later, as an error or as a running SDK.
     sdk.setAppNamespace("corner-shop");
+    const auto whenOnline = startAnewWhenOnline(sdk, reachability);
     std::optional<quomi::Error> error;
     if (!sdk.start(&error)) {
         std::printf("not started: %s\n", error ? describe(*error).c_str() : "unknown security mode");

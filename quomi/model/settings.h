@@ -47,7 +47,7 @@ inline constexpr std::uint64_t kSignificantLocationUpdateInterval = 180;       /
 inline constexpr std::int64_t kBeaconAliveTimeout = 4;                         // seconds
 inline constexpr double kLocationDistanceFilter = 10;                          // metres
 inline constexpr std::uint64_t kLocationHistoryMaxEntries = 10;
-inline constexpr std::uint64_t kGeofenceDownloadRadius = 100;       // metres
+inline constexpr std::uint64_t kGeofenceDownloadRadius = 100;       // kilometres
 inline constexpr double kProximityDefaultFarSplitThreshold = 10.0;  // metres
 inline constexpr const char* kBeaconDefaultProximityIdentifier = "Quomi beacon";
 inline constexpr const char* kBeaconDefaultProximityIdentifierService = "Quomi beacon service";
@@ -79,35 +79,44 @@ struct QUOMI_EXPORT QuomiSettings {
     /// What the operator of the service supplied; the host's writes do not change it.
     [[nodiscard]] const Deployment& deployment() const { return deployment_; }
 
-    std::string baseAPIUrl;                             ///< absolute http or https URL
-    std::uint64_t apiVersion{};                         ///< sent with every request of the server's client
-    double requestTimeout{};                            ///< seconds
-    double serverNotificationRequestTimeout{};          ///< seconds
-    std::uint64_t serverNotificationNumberOfRetry{};    ///< attempts after the first
-    double serverNotificationMaxRetryPeriod{};          ///< seconds that the pauses take together at most
-    double serverNotificationRetrySlotDuration{};       ///< seconds, the unit of the pauses between attempts
-    std::optional<std::string> namespace_;              ///< the app's namespace; unset until the host sets it
-    std::uint64_t significantLocationUpdateInterval{};  ///< seconds; kept for hosts, no component reads it
-    bool stopUpdatingLocationAfterFirstUpdate{};        ///< a position that was asked for is measured once
-    /// Where no enabled geofence is near, geofences are downloaded although the last download still holds.
+    /// Absolute http or https URL. At first the deployment's.
+    std::string baseAPIUrl;
+    std::uint64_t apiVersion{};  ///< sent with the downloads of beacons and of geofences; 3
+    double requestTimeout{};     ///< seconds; 25. Read when `start` makes the server's client
+    /// Seconds; 5. Reaches no request: deliberate, server notifications go out through the client that all share, with
+    /// its `requestTimeout`.
+    double serverNotificationRequestTimeout{};
+    std::uint64_t serverNotificationNumberOfRetry{};  ///< attempts after the first; 4
+    double serverNotificationMaxRetryPeriod{};        ///< seconds that the pauses take together at most; 40
+    double serverNotificationRetrySlotDuration{};     ///< seconds, the unit of the pauses between attempts; 2
+    /// The app's namespace; unset until the host sets it.
+    std::optional<std::string> namespace_;
+    std::uint64_t significantLocationUpdateInterval{};  ///< seconds; 180. Kept for hosts, no component reads it
+    bool stopUpdatingLocationAfterFirstUpdate{};        ///< a position that was asked for is measured once; true
+    /// Where no enabled geofence is near, geofences are downloaded although the last download still holds; false.
     bool downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion{};
-    // Kinds of actions that rules may perform.
+    // Kinds of actions that rules may perform; all true.
     bool localNotificationActionsEnabled{};
     bool serverNotificationActionsEnabled{};
     bool openWebPageActionsEnabled{};
     bool openPassBookActionsEnabled{};  ///< kept for hosts, no component reads it
     bool openDeepLinkActionsEnabled{};
-    bool beaconEnabled{};                ///< read at `start`; later it is switched through the facade
-    std::uint64_t beaconSecurityMode{};  ///< kBeaconSecurityMode…
-    /// Whether service beacons are watched too. The missing letter is deliberate: hosts set it by this name.
+    /// Read at `start`; later it is switched through the facade. At first whether the phone supports beacons.
+    bool beaconEnabled{};
+    /// kBeaconSecurityMode…; at first none. Every start overwrites it with what the application record says.
+    std::uint64_t beaconSecurityMode{};
+    /// Whether service beacons are watched too; true. The missing letter is deliberate: hosts set it by this name.
     bool beaconServiceMonitorinEnabled{};
-    std::string beaconProximityIdentifier;         ///< of the region under which the phone watches the beacons
-    std::string beaconProximityIdentifierService;  ///< of the region of the service beacons
-    std::string beaconProximityUUIDNormal;         ///< UUID text
-    std::string beaconProximityUUIDSecure;         ///< UUID text
-    std::string beaconProximityUUIDService;        ///< UUID text
-    double proximityFarSplitThreshold{};           ///< metres; the border between medium and far
-    bool requestWhenInUseAuthorization{};          ///< as the facade's property of that name, and so the next three
+    std::string beaconProximityIdentifier;  ///< of the region under which the phone watches the beacons; "Quomi beacon"
+    std::string beaconProximityIdentifierService;  ///< of the region of the service beacons; "Quomi beacon service"
+    // UUID texts, at first the deployment's. Every start overwrites them with those of the application record.
+    std::string beaconProximityUUIDNormal;
+    std::string beaconProximityUUIDSecure;
+    std::string beaconProximityUUIDService;
+    /// Metres; the border between medium and far; 10. Every start overwrites it with that of the application record.
+    double proximityFarSplitThreshold{};
+    // As the facade's properties of these names. False, and for geofences whether the phone supports them.
+    bool requestWhenInUseAuthorization{};
     bool useExtendedBackgroundRangingTime{};
     bool geofencingEnabled{};
     bool fileLogEnabled{};

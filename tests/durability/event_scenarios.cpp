@@ -1,3 +1,4 @@
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/api/uploader.h"
 #include "quomi/platform/clock.h"
 #include "quomi/sdk/event_upload.h"

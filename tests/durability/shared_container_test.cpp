@@ -4,6 +4,7 @@
 #include "hosts/simulated/simulated_phone.h"
 #include "quomi/api/uploader.h"
 #include "quomi/platform/clock.h"
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/sdk/event_upload.h"
 #include "quomi/util/json_readers.h"
 #include "tests/support/prelude.h"
@@ -70,7 +71,8 @@ void logAndUpload(const std::filesystem::path& container, std::size_t process, S
     simulated::SimulatedPhone phone({.container = container});
     const Platform platform = phone.platform();
     Server server(arrivals);
-    EventUploadLoop loop(platform);
+    DebugLog debugLog(platform.files, platform.clock, {});
+    EventUploadLoop loop(platform, debugLog);
     loop.setUploader(&server);
     for (std::size_t number = 0; number < kEventsOfEach; ++number) {
         if (!loop.logEvent({{"n", process * kEventsOfEach + number}}, platform.clock.now())) ::_exit(1);
@@ -97,7 +99,9 @@ TEST(SharedContainer, FourProcessesLoseNothingOfEachOthers) {
     }
     simulated::SimulatedPhone phone({.container = directory.path()});
     Server server(arrivals);
-    EventUploadLoop loop(phone.platform());
+    const Platform platform = phone.platform();
+    DebugLog debugLog(platform.files, platform.clock, {});
+    EventUploadLoop loop(platform, debugLog);
     loop.setUploader(&server);
     loop.uploadLogsInBatches();
     server.answerAll();
@@ -110,7 +114,8 @@ TEST(SharedContainer, ALogThatStaysLockedRefusesTheEventClearly) {
     const TemporaryDirectory directory;
     simulated::SimulatedPhone phone({.container = directory.path()});
     const Platform platform = phone.platform();
-    EventUploadLoop loop(platform);
+    DebugLog debugLog(platform.files, platform.clock, {});
+    EventUploadLoop loop(platform, debugLog);
     ASSERT_TRUE(loop.logEvent({{"n", 1}}, platform.clock.now()));
     posix::PosixFiles files(directory.path());
     std::error_code failure;
