@@ -36,7 +36,7 @@ inline constexpr int kJSONErrorTooLarge = 3841;
 [[nodiscard]] boost::json::value toJson(const Number& number);
 
 /// Whether the values are equal, with numbers compared by value: 1 equals 1.0. Dictionaries are equal in any order.
-[[nodiscard]] QUOMI_EXPORT bool areEqual(const boost::json::value& a, const boost::json::value& b);
+[[nodiscard]] bool areEqual(const boost::json::value& a, const boost::json::value& b);
 
 /// Tolerant readers of a dictionary. A missing key gives the default, and so does a value of a type that the reader
 /// does not take. Where the default may be absent, `std::nullopt` is passed; with a default at hand the result is
