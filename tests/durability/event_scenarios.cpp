@@ -1,5 +1,5 @@
-#include "quomi/diagnostics/debug_log.h"
 #include "quomi/api/uploader.h"
+#include "quomi/diagnostics/debug_log.h"
 #include "quomi/platform/clock.h"
 #include "quomi/sdk/event_upload.h"
 #include "tests/durability/scenarios.h"
