@@ -6,6 +6,7 @@
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/region_text.h"
+#include "quomi/util/host_call.h"
 
 #include <algorithm>
 #include <utility>
@@ -30,11 +31,7 @@ QuomiBeaconManager::~QuomiBeaconManager() {
 template <class Operation, class... Arguments>
 void QuomiBeaconManager::tell(Operation QuomiBeaconManagerDelegate::*operation,
                               const Arguments&... arguments) const noexcept {
-    try {
-        const auto delegate = delegate_.lock();
-        if (delegate != nullptr && (*delegate).*operation) ((*delegate).*operation)(arguments...);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): one bad callback must not cost the rest of a report
-    }
+    if (const auto delegate = delegate_.lock()) callHost((*delegate).*operation, arguments...);
 }
 
 // Starting and stopping
@@ -49,7 +46,7 @@ bool QuomiBeaconManager::start(std::optional<Error>* error) {
         assign(error, errors.errorWithCode(ErrorCode::monitoringUnavailable));
         return false;
     }
-    ++runs_;
+    run_.renew();
     beaconTimeoutMonitorTimer_ =
         platform_.runLoop.scheduleRepeating(std::chrono::seconds(1), [this] { updateAliveBeaconsTimeoutStatus(); });
     createBeaconRegion();
@@ -114,7 +111,7 @@ void QuomiBeaconManager::startRanging() {
 }
 
 void QuomiBeaconManager::stop() {
-    ++runs_;
+    run_.renew();
     applicationObservation_.reset();
     beaconTimeoutMonitorTimer_.reset();
     for (const auto& region : locationManager_->rangedRegions())
@@ -212,7 +209,7 @@ void QuomiBeaconManager::monitoringDidFail(const Region& region, const PlatformE
 void QuomiBeaconManager::didDetermineState(RegionState state, const Region& region) {
     const auto* own = ownRegion(region);
     if (own == nullptr) return;
-    const auto run = runs_;
+    const Lifetime::Watch run(run_);
     switch (state) {
         case RegionState::unknown:
             debugLog_.log("didDetermineState UNKNOWN for region {}", describe(region));
@@ -225,7 +222,7 @@ void QuomiBeaconManager::didDetermineState(RegionState state, const Region& regi
             handleInsideState(*own);
             break;
     }
-    if (run != runs_) return;
+    if (!run.goesOn()) return;
     if (platform_.application.state() == ApplicationState::background) beginBackgroundRangingTask();
     tell(&QuomiBeaconManagerDelegate::beaconRegionStateChanged, *own, state);
 }
@@ -273,17 +270,17 @@ void QuomiBeaconManager::didRangeBeacons(const std::vector<RangedBeacon>& beacon
                       beacons.size(), describe(region));
     }
     ++rangingDebugCounter_;
-    const auto run = runs_;
+    const Lifetime::Watch run(run_);
     for (const auto& report : beacons) {
         if (report.proximityUUID != proximityUUID_) continue;
         if (report.proximity == PlatformProximity::unknown) continue;
         handleRangedBeacon(report);
-        if (run != runs_) return;
+        if (!run.goesOn()) return;
     }
 }
 
 void QuomiBeaconManager::handleRangedBeacon(const RangedBeacon& report) {
-    const auto run = runs_;
+    const Lifetime::Watch run(run_);
     const WallTime now = platform_.clock.now();
     auto name = QuomiBeaconUtils::CLBeaconName(report);
     std::shared_ptr<QuomiBeacon> beacon;
@@ -302,7 +299,7 @@ void QuomiBeaconManager::handleRangedBeacon(const RangedBeacon& report) {
         nearbyBeacons_.emplace(std::move(name), Nearby{beacon, ++found_, platform_.clock.monotonicNow()});
         tell(&QuomiBeaconManagerDelegate::didFindBeacon, *beacon);
     }
-    if (run == runs_) tell(&QuomiBeaconManagerDelegate::didReceivePingFromBeacon, *beacon);
+    if (run.goesOn()) tell(&QuomiBeaconManagerDelegate::didReceivePingFromBeacon, *beacon);
 }
 
 std::shared_ptr<QuomiBeacon> QuomiBeaconManager::createNewBeaconWithCLBeacon(const RangedBeacon& beacon) const {
@@ -329,14 +326,14 @@ std::vector<std::shared_ptr<const QuomiBeacon>> QuomiBeaconManager::getNearbyBea
 }
 
 void QuomiBeaconManager::updateAliveBeaconsTimeoutStatus() {
-    const auto run = runs_;
+    const Lifetime::Watch run(run_);
     for (const auto& silent : nearbyOfAge(std::greater())) {
         // While the host was told of another one it may have run the loop, and this one may have been heard again.
         const auto nearby = nearbyBeacons_.find(silent.beacon->name());
         if (nearby == nearbyBeacons_.end() || nearby->second.heardAt != silent.heardAt) continue;
         nearbyBeacons_.erase(nearby);
         tell(&QuomiBeaconManagerDelegate::didLoseBeacon, *silent.beacon);
-        if (run != runs_) return;
+        if (!run.goesOn()) return;
     }
 }
 

@@ -6,6 +6,7 @@
 #include "quomi/platform/platform.h"
 #include "quomi/platform/run_loop.h"
 #include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 #include "quomi/util/time.h"
 
 #include <cstdint>
@@ -136,7 +137,6 @@ private:
     bool useExtendedBackgroundRangingTime_ = false;
     double farDistanceSplitThreshold_ = 0.0;
     std::int64_t rangingDebugCounter_ = 0;  // reports since the last entry, for sampled logging
-    std::uint64_t runs_ = 0;                // counts starts and stops: tells a loop that a callback ended its run
     std::uint64_t found_ = 0;
     BackgroundTaskIdentifier rangingBackgroundTask_ = kBackgroundTaskInvalid;
     std::optional<BeaconRegion> beaconRegion_;
@@ -144,7 +144,8 @@ private:
     std::weak_ptr<QuomiBeaconManagerDelegate> delegate_;
     std::unique_ptr<Timer> beaconTimeoutMonitorTimer_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
-    std::unique_ptr<LocationService> locationManager_;  // last: its callbacks end first
+    std::unique_ptr<LocationService> locationManager_;
+    Lifetime run_;  // from a start or a stop to the next
 };
 
 }  // namespace quomi

@@ -4,6 +4,7 @@
 #include "quomi/beacons/beacon_security.h"
 #include "quomi/model/errors.h"
 #include "quomi/model/settings.h"
+#include "quomi/util/host_call.h"
 
 #include <utility>
 
@@ -82,13 +83,10 @@ void QuomiBeaconServiceManager::didRangeBeacons(const std::vector<RangedBeacon>&
 }
 
 void QuomiBeaconServiceManager::report(const RangedBeacon& beacon) const noexcept {
-    try {
-        const auto delegate = delegate_.lock();
-        if (delegate == nullptr || !delegate->didFindLowBatteryAdvertisement) return;
-        delegate->didFindLowBatteryAdvertisement(
-            proximityUUID_, QuomiBeaconSecurity::getMajorFromSecureMajor(beacon.major, beacon.minor),
-            QuomiBeaconSecurity::getCRCFromSecureMajor(beacon.major, beacon.minor));
-    } catch (...) {  // NOLINT(bugprone-empty-catch): one bad callback must not cost the rest of a report
+    if (const auto delegate = delegate_.lock()) {
+        callHost(delegate->didFindLowBatteryAdvertisement, proximityUUID_,
+                 QuomiBeaconSecurity::getMajorFromSecureMajor(beacon.major, beacon.minor),
+                 QuomiBeaconSecurity::getCRCFromSecureMajor(beacon.major, beacon.minor));
     }
 }
 

@@ -4,6 +4,7 @@
 #include "quomi/model/errors.h"
 #include "quomi/model/settings.h"
 #include "quomi/platform/clock.h"
+#include "quomi/util/host_call.h"
 
 #include <algorithm>
 #include <utility>
@@ -32,11 +33,7 @@ QuomiLocationManager::~QuomiLocationManager() = default;
 template <class Operation, class... Arguments>
 void QuomiLocationManager::tell(Operation QuomiLocationDelegate::*operation,
                                 const Arguments&... arguments) const noexcept {
-    try {
-        const auto delegate = delegate_.lock();
-        if (delegate != nullptr && (*delegate).*operation) ((*delegate).*operation)(arguments...);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): one bad callback must not cost the rest of a report
-    }
+    if (const auto delegate = delegate_.lock()) callHost((*delegate).*operation, arguments...);
 }
 
 // Positions

@@ -8,6 +8,8 @@
 
 namespace quomi {
 
+QuomiWebPageViewController::QuomiWebPageViewController(Private) {}
+
 QuomiWebPageViewController::~QuomiWebPageViewController() = default;
 
 std::shared_ptr<QuomiWebPageViewController> QuomiWebPageViewController::present(Screens& screens,

@@ -19,7 +19,7 @@ class QuomiWebPageViewController : public std::enable_shared_from_this<QuomiWebP
     struct Private {};
 
 public:
-    explicit QuomiWebPageViewController(Private) {}
+    explicit QuomiWebPageViewController(Private);
     ~QuomiWebPageViewController();
     QuomiWebPageViewController(const QuomiWebPageViewController&) = delete;
     QuomiWebPageViewController& operator=(const QuomiWebPageViewController&) = delete;

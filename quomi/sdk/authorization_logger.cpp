@@ -19,7 +19,6 @@ constexpr const char* kLastStatusKey = "allNotificationStatus";
 QuomiAuthorizationLogger::QuomiAuthorizationLogger(const Platform& platform, LogEvent logEvent)
     : platform_(platform),
       logEvent_(std::move(logEvent)),
-      alive_(std::make_shared<char>()),
       bluetoothManager_(
           platform.bluetooth.makeCentral(false, [this](BluetoothState state) { logBluetoothState(state); })),
       coreLocationManager_(platform.location.makeLocationService(*this)) {}
@@ -39,30 +38,29 @@ void QuomiAuthorizationLogger::didChangeAuthorizationStatus(AuthorizationStatus 
     logPermission("permission_location", status == AuthorizationStatus::authorizedAlways);
 }
 
-void QuomiAuthorizationLogger::askForRights(std::function<void(bool granted)> answered) {
+template <class Answered>
+void QuomiAuthorizationLogger::askForRights(Answered answered) {
     const std::shared_ptr<void> question = std::make_shared<char>();
     question_ = question;
-    platform_.notifications.getSettings([question, alive = std::weak_ptr(alive_),
-                                         answered = std::move(answered)](const NotificationSettings& settings) {
-        if (!alive.expired()) answered(allNotificationRights(settings));
-    });
+    platform_.notifications.getSettings(
+        [question, answered = std::move(answered)](const NotificationSettings& settings) {
+            answered(allNotificationRights(settings));
+        });
 }
 
 void QuomiAuthorizationLogger::logNotificationAuthorizationStatusIfNeeded() {
     if (!question_.expired()) return;
-    askForRights([this, forced = forced_](bool granted) {
-        // What was forced in the meantime logs the same answer.
-        if (forced != forced_ || granted == lastNotificationAuthorizationStatus()) return;
-        forceLogNotificationAuthorizationStatus();
-    });
+    askForRights(sinceForced_.guard([this](bool granted) {
+        if (granted != lastNotificationAuthorizationStatus()) forceLogNotificationAuthorizationStatus();
+    }));
 }
 
 void QuomiAuthorizationLogger::forceLogNotificationAuthorizationStatus() {
-    ++forced_;
-    askForRights([this](bool granted) {
+    sinceForced_.renew();
+    askForRights(lifetime_.guard([this](bool granted) {
         logPermission("permission_notifications", granted);
         setLastNotificationAuthorizationStatus(granted);
-    });
+    }));
 }
 
 bool QuomiAuthorizationLogger::lastNotificationAuthorizationStatus() const {

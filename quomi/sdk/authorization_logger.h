@@ -3,6 +3,7 @@
 #include "quomi/platform/location.h"
 #include "quomi/platform/platform.h"
 #include "quomi/util/export.h"
+#include "quomi/util/lifetime.h"
 
 #include <cstdint>
 #include <functional>
@@ -48,15 +49,16 @@ private:
     void logBluetoothState(BluetoothState state) const;
     void logPermission(const char* type, bool granted) const;
     void didChangeAuthorizationStatus(AuthorizationStatus status) override;
-    void askForRights(std::function<void(bool granted)> answered);
+    template <class Answered>
+    void askForRights(Answered answered);
 
     const Platform platform_;
     const LogEvent logEvent_;
     std::weak_ptr<void> question_;  // the latest; alive while its answer is awaited
-    std::uint64_t forced_ = 0;
-    std::shared_ptr<void> alive_;
     std::unique_ptr<BluetoothCentral> bluetoothManager_;
     std::unique_ptr<LocationService> coreLocationManager_;
+    Lifetime sinceForced_;  // a question of its own is answered by one that was forced later
+    const Lifetime lifetime_;
 };
 
 }  // namespace quomi

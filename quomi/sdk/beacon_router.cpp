@@ -9,8 +9,8 @@
 #include "quomi/sdk/battery_alerts.h"
 #include "quomi/sdk/host_delegate.h"
 
+#include <algorithm>
 #include <string>
-#include <utility>
 
 #include <boost/json/object.hpp>
 
@@ -34,57 +34,65 @@ void tellOfRegion(const HostDelegate& host, Operation operation, const BeaconReg
 
 }  // namespace
 
-BeaconRouter::BeaconRouter(RoutingContext context, QuomiBeaconActionExecutor& executor)
-    : context_(std::move(context)), executor_(executor) {
+BeaconRouter::BeaconRouter(const RoutingContext& context, QuomiBeaconActionExecutor& executor)
+    : context_(context), executor_(executor) {
+    // In each: to the host, into the event log, to the rules. Every one of them may end this object.
     didEnterBeaconRegion = [this](const BeaconRegion& region) {
-        tellOfRegion(context_.host, &QuomiSDKDelegate::didEnterBeaconRegion, region);
-        route(region, kTriggerOnEntry, [this](const Record& record, ErrorSlot error) {
-            return executor_.executeRegionEnteredActions(record, error);
-        });
+        lifetime_.inTurn([&] { tellOfRegion(context_.host, &QuomiSDKDelegate::didEnterBeaconRegion, region); },
+                         [&] { logRegionEvent(kTriggerOnEntry, region); },
+                         [&] {
+                             route(region, [this](const Record& record, ErrorSlot error) {
+                                 return executor_.executeRegionEnteredActions(record, error);
+                             });
+                         });
     };
     didExitBeaconRegion = [this](const BeaconRegion& region) {
-        tellOfRegion(context_.host, &QuomiSDKDelegate::didExitBeaconRegion, region);
-        route(region, kTriggerOnExit, [this](const Record& record, ErrorSlot error) {
-            return executor_.executeRegionExitedActions(record, error);
-        });
+        lifetime_.inTurn([&] { tellOfRegion(context_.host, &QuomiSDKDelegate::didExitBeaconRegion, region); },
+                         [&] { logRegionEvent(kTriggerOnExit, region); },
+                         [&] {
+                             route(region, [this](const Record& record, ErrorSlot error) {
+                                 return executor_.executeRegionExitedActions(record, error);
+                             });
+                         });
     };
     didFindBeacon = [this](const QuomiBeacon& beacon) {
-        tellOfBeacon(context_.host, &QuomiSDKDelegate::didFindNewBeacon, beacon);
-        logBeaconEvent(kTriggerOnEntry, beacon);
-        route(beacon, [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
-            return executor_.executeBeaconFoundActions(record, proximity, error);
-        });
+        lifetime_.inTurn([&] { tellOfBeacon(context_.host, &QuomiSDKDelegate::didFindNewBeacon, beacon); },
+                         [&] { logBeaconEvent(kTriggerOnEntry, beacon); },
+                         [&] {
+                             route(beacon,
+                                   [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
+                                       return executor_.executeBeaconFoundActions(record, proximity, error);
+                                   });
+                         });
     };
     didLoseBeacon = [this](const QuomiBeacon& beacon) {
-        tellOfBeacon(context_.host, &QuomiSDKDelegate::didLoseBeaconSignal, beacon);
-        logBeaconEvent(kTriggerOnExit, beacon);
-        route(beacon, [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
-            return executor_.executeBeaconLostActions(record, proximity, error);
-        });
+        lifetime_.inTurn([&] { tellOfBeacon(context_.host, &QuomiSDKDelegate::didLoseBeaconSignal, beacon); },
+                         [&] { logBeaconEvent(kTriggerOnExit, beacon); },
+                         [&] {
+                             route(beacon,
+                                   [this, proximity = beacon.proximity()](const Record& record, ErrorSlot error) {
+                                       return executor_.executeBeaconLostActions(record, proximity, error);
+                                   });
+                         });
     };
     // The beacon's own accuracy counts, not the one that is told: deliberate, they are the same unless a host changed
     // something meanwhile.
     didUpdateBeacon = [this](const QuomiBeacon& beacon, QuomiProximity oldProximity, double oldAccuracy,
                              QuomiProximity newProximity, double /*newAccuracy*/) {
-        tellOfBeacon(context_.host, &QuomiSDKDelegate::didUpdateBeacon, beacon);
-        route(beacon, [this, oldProximity, oldAccuracy, newProximity, accuracy = beacon.accuracy()](
-                          const Record& record, ErrorSlot error) {
-            return executor_.executeBeaconProximityChangedActions(record, oldProximity, oldAccuracy, newProximity,
-                                                                  accuracy, error);
-        });
+        lifetime_.inTurn([&] { tellOfBeacon(context_.host, &QuomiSDKDelegate::didUpdateBeacon, beacon); },
+                         [&] {
+                             route(beacon, [&, accuracy = beacon.accuracy()](const Record& record, ErrorSlot error) {
+                                 return executor_.executeBeaconProximityChangedActions(
+                                     record, oldProximity, oldAccuracy, newProximity, accuracy, error);
+                             });
+                         });
     };
     didReceivePingFromBeacon = [this](const QuomiBeacon& beacon) {
         tellOfBeacon(context_.host, &QuomiSDKDelegate::didReceivePingFromBeacon, beacon);
     };
 }
 
-void BeaconRouter::route(const BeaconRegion& region, const char* trigger, const Execute& operation) {
-    if (ended_) return;
-    context_.logEvent({{"type", "region"},
-                       {"trigger", trigger},
-                       {"area_type", "beacon"},
-                       {"proximity_uuid", region.proximityUUID.string()}});
-    if (ended_) return;
+void BeaconRouter::route(const BeaconRegion& region, const Execute& operation) {
     std::optional<Error> error;
     const auto records =
         context_.data.getBeaconsByProximityUUID(region.proximityUUID, std::nullopt, std::nullopt, &error);
@@ -92,7 +100,6 @@ void BeaconRouter::route(const BeaconRegion& region, const char* trigger, const 
 }
 
 void BeaconRouter::route(const QuomiBeacon& beacon, const Execute& operation) {
-    if (ended_) return;
     std::optional<Error> error;
     const auto records = recordsOf(beacon, &error);
     execute(records, error, {beacon.proximityUUID(), beacon.major(), beacon.minor()}, operation);
@@ -104,16 +111,21 @@ void BeaconRouter::execute(const Records& records, const std::optional<Error>& l
         context_.host.forwardErrorToDelegate(lookupError);
         return;
     }
-    for (const auto& record : records) {
-        if (record->namespace_ != context_.settings.namespace_) continue;
-        std::optional<Error> failure;
-        operation(record, &failure);
-        if (ended_) return;
-        if (failure) context_.host.forwardErrorToDelegate(failure);
-        if (ended_) return;
-    }
+    if (!executeAll(records, operation)) return;
     context_.updater.performBeaconsDataUpdateIfNeeded(update);
-    context_.logNotificationRights();
+    context_.session.logNotificationAuthorizationStatusIfNeeded();
+}
+
+/// False when this object has ended meanwhile.
+bool BeaconRouter::executeAll(const Records& records, const Execute& operation) const {
+    return std::ranges::all_of(records, [&](const auto& record) {
+        if (record->namespace_ != context_.settings.namespace_) return true;
+        std::optional<Error> failure;
+        return lifetime_.inTurn([&] { operation(record, &failure); },
+                                [&] {
+                                    if (failure) context_.host.forwardErrorToDelegate(failure);
+                                });
+    });
 }
 
 /// A secure beacon's minor is a code of the day: its record is found by major, and by the code that it would have.
@@ -133,18 +145,24 @@ BeaconRouter::Records BeaconRouter::recordsOf(const QuomiBeacon& beacon, std::op
     return context_.data.getBeaconsByProximityUUID(beacon.proximityUUID(), major, isMatching, error);
 }
 
-void BeaconRouter::logBeaconEvent(const char* trigger, const QuomiBeacon& beacon) const {
-    if (ended_) return;
-    context_.logEvent({{"type", "view"},
-                       {"trigger", trigger},
-                       {"area_type", "beacon"},
-                       {"proximity_uuid", beacon.proximityUUID().string()},
-                       {"major", std::to_string(beacon.major())},
-                       {"minor", std::to_string(beacon.minor())}});
+void BeaconRouter::logRegionEvent(const char* trigger, const BeaconRegion& region) const {
+    context_.session.logEvent({{"type", "region"},
+                               {"trigger", trigger},
+                               {"area_type", "beacon"},
+                               {"proximity_uuid", region.proximityUUID.string()}});
 }
 
-BeaconServiceRouter::BeaconServiceRouter(RoutingContext context, BatteryAlertQueue& alerts)
-    : context_(std::move(context)), alerts_(alerts) {
+void BeaconRouter::logBeaconEvent(const char* trigger, const QuomiBeacon& beacon) const {
+    context_.session.logEvent({{"type", "view"},
+                               {"trigger", trigger},
+                               {"area_type", "beacon"},
+                               {"proximity_uuid", beacon.proximityUUID().string()},
+                               {"major", std::to_string(beacon.major())},
+                               {"minor", std::to_string(beacon.minor())}});
+}
+
+BeaconServiceRouter::BeaconServiceRouter(const RoutingContext& context, BatteryAlertQueue& alerts)
+    : context_(context), alerts_(alerts) {
     // The check code is not looked at, deliberately: the server knows its beacons by their service identifiers.
     didFindLowBatteryAdvertisement = [this](const Uuid& proximityUUID, std::uint16_t serviceID,
                                             std::uint16_t /*crc16Code*/) {

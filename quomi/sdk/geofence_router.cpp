@@ -33,15 +33,16 @@ UpdateArea areaAround(const Coordinate& place) {
 
 struct GeofenceRouter::Work {
     std::string geofenceId;
-    Perform perform;
+    Execute execute;
     BackgroundTaskIdentifier task = kBackgroundTaskInvalid;
     std::unique_ptr<Timer> check;
     bool hasBegun = false;
     bool isExpired = false;
 };
 
-GeofenceRouter::GeofenceRouter(RoutingContext context, GeofenceRouting routing)
-    : context_(std::move(context)), routing_(std::move(routing)) {
+GeofenceRouter::GeofenceRouter(const RoutingContext& context, QuomiGeofenceActionExecutor& executor,
+                               const QuomiErrors& errors)
+    : context_(context), executor_(executor), errors_(errors) {
     locationChanged = [this](const Location& location) { handleLocation(location); };
     locationRegionMonitoringFailed = [this](const Region& region, const PlatformError& error) {
         countRefusedRegion(region, error);
@@ -53,73 +54,74 @@ GeofenceRouter::GeofenceRouter(RoutingContext context, GeofenceRouting routing)
 GeofenceRouter::~GeofenceRouter() = default;
 
 void GeofenceRouter::end() {
-    ended_ = true;
+    lifetime_.end();
     for (const auto& work : std::exchange(works_, {})) {
         work->check.reset();
-        context_.platform.application.endBackgroundTask(std::exchange(work->task, kBackgroundTaskInvalid));
+        endTask(*work);
     }
 }
 
 // Positions
 
 void GeofenceRouter::handleLocation(const Location& location) {
-    if (ended_) return;
-    const auto& place = location.coordinate;
-    const auto closest = context_.data.findClosestGeofenceRegion(place.latitude, place.longitude);
-    bool needsFullUpdate = closest == nullptr || context_.data.geofenceRegionExpired(*closest);
-    const auto nearby = needsFullUpdate ? QuomiData::List<QuomiGeofence>()
-                                        : context_.data.findNearbyGeofences(place.latitude, place.longitude);
-    if (!nearby.empty()) startMonitoringLocalRegions();
-    if (ended_) return;
-    if (context_.settings.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion && nearby.empty()) {
-        needsFullUpdate = true;
-    }
-    if (needsFullUpdate || forceFullGeofencesUpdate_) {
-        forceFullGeofencesUpdate_ = false;
-        updateInFull(place);
-    } else {
-        context_.updater.performGeofencesDataUpdateIfNeeded(areaAround(place));
-        const auto uuid = Uuid::parse(context_.settings.beaconProximityUUIDNormal).value_or(Uuid());
-        context_.updater.performBeaconsDataUpdateIfNeeded({uuid});
-        context_.logNotificationRights();
-    }
-    if (!ended_) context_.host.tell(&QuomiSDKDelegate::didReceiveLocationChange, location);
+    bool inFull = false;
+    lifetime_.inTurn([&] { inFull = !watchStoredGeofences(location.coordinate); },
+                     [&] { update(location.coordinate, inFull); },
+                     [&] { context_.host.tell(&QuomiSDKDelegate::didReceiveLocationChange, location); });
 }
 
-void GeofenceRouter::updateInFull(const Coordinate& place) {
-    context_.updater.performFullGeofencesDataUpdate(areaAround(place), [weak = weak_from_this()](bool) {
-        const auto router = weak.lock();
-        if (router != nullptr && !router->ended_) router->startMonitoringLocalRegions();
-    });
+/// Watches the geofences near the place. False when they have to be downloaded.
+bool GeofenceRouter::watchStoredGeofences(const Coordinate& place) {
+    const auto closest = context_.data.findClosestGeofenceRegion(place.latitude, place.longitude);
+    if (closest == nullptr || context_.data.geofenceRegionExpired(*closest)) return false;
+    if (context_.data.findNearbyGeofences(place.latitude, place.longitude).empty()) {
+        return !context_.settings.downloadGeofenceUpdatesIfNoGeofencesAreFoundInRegion;
+    }
+    startMonitoringLocalRegions();
+    return true;
+}
+
+void GeofenceRouter::update(const Coordinate& place, bool inFull) {
+    if (std::exchange(forceFullGeofencesUpdate_, false) || inFull) {
+        context_.updater.performFullGeofencesDataUpdate(
+            areaAround(place), lifetime_.guard([this](bool) { startMonitoringLocalRegions(); }));
+        return;
+    }
+    context_.updater.performGeofencesDataUpdateIfNeeded(areaAround(place));
+    const auto uuid = Uuid::parse(context_.settings.beaconProximityUUIDNormal).value_or(Uuid());
+    context_.updater.performBeaconsDataUpdateIfNeeded({uuid});
+    context_.session.logNotificationAuthorizationStatusIfNeeded();
 }
 
 // The choice of regions
 
-/// Nothing, and error 8 for the host, while geofences are switched off; the equator off Africa when no position is
+/// Off the map, and error 8 for the host, while geofences are switched off; the equator off Africa when no position is
 /// known.
-std::optional<Coordinate> GeofenceRouter::currentCoordinate() {
+Coordinate GeofenceRouter::currentCoordinate() {
     if (!context_.settings.geofencingEnabled) {
-        context_.host.forwardErrorToDelegate(routing_.errors.errorWithCode(ErrorCode::geofencesDisabled));
-        return std::nullopt;
+        context_.host.forwardErrorToDelegate(errors_.errorWithCode(ErrorCode::geofencesDisabled));
+        return {-1, -1};
     }
-    const auto* manager = routing_.locationManager();
-    if (manager == nullptr || !manager->currentLocation()) return Coordinate{};
-    return manager->currentLocation()->coordinate;
+    const auto* manager = context_.session.locationManager();
+    return manager != nullptr && manager->currentLocation() ? manager->currentLocation()->coordinate : Coordinate{};
 }
 
 std::vector<CircularRegion> GeofenceRouter::getLocalRegions() {
-    constexpr double nowhere = -1;
+    Coordinate place;
+    std::vector<CircularRegion> regions;
     // Asked for each of the two degrees, so the host hears of disabled geofences twice: deliberate.
-    const auto forLatitude = currentCoordinate();
-    const auto forLongitude = ended_ ? std::nullopt : currentCoordinate();
-    if (ended_) return {};
-    return QuomiRegionTypeConverter::convertRegionsToCLRegions(context_.data.findNearbyGeofences(
-        forLatitude ? forLatitude->latitude : nowhere, forLongitude ? forLongitude->longitude : nowhere));
+    lifetime_.inTurn([&] { place.latitude = currentCoordinate().latitude; },
+                     [&] { place.longitude = currentCoordinate().longitude; },
+                     [&] {
+                         regions = QuomiRegionTypeConverter::convertRegionsToCLRegions(
+                             context_.data.findNearbyGeofences(place.latitude, place.longitude));
+                     });
+    return regions;
 }
 
 bool GeofenceRouter::startMonitoringLocalRegions(std::optional<Error>* error) {
     const auto local = getLocalRegions();
-    auto* manager = ended_ ? nullptr : routing_.locationManager();
+    auto* manager = context_.session.locationManager();
     if (manager == nullptr) return true;
     std::unordered_set<std::string_view> wanted;
     for (const auto& region : local) wanted.insert(region.identifier);
@@ -137,115 +139,125 @@ bool GeofenceRouter::startMonitoringLocalRegions(std::optional<Error>* error) {
 
 /// The phone refuses the regions beyond its limit one by one; one line tells of them all.
 void GeofenceRouter::countRefusedRegion(const Region& region, const PlatformError& error) {
-    if (ended_ || error.code != kRegionMonitoringFailure) return;
-    const auto* manager = routing_.locationManager();
+    if (error.code != kRegionMonitoringFailure) return;
+    const auto* manager = context_.session.locationManager();
     if (manager == nullptr || manager->regionIsMonitored(regionIdentifier(region))) return;
     const bool isFirst = refusedRegions_.empty();
     refusedRegions_.insert(regionIdentifier(region));
-    if (!isFirst) return;
-    context_.platform.runLoop.post([weak = weak_from_this()] {
-        const auto router = weak.lock();
-        if (router == nullptr || router->ended_) return;
-        const auto count = std::exchange(router->refusedRegions_, {}).size();
-        router->context_.platform.console.log(
-            fmt::format("Quomi SDK Warning: {} nearby {} not watched, because the phone can't watch more regions",
-                        count, count == 1 ? "geofence is" : "geofences are"));
-    });
+    if (isFirst) context_.platform.runLoop.post(lifetime_.guard([this] { tellOfRefusedRegions(); }));
+}
+
+void GeofenceRouter::tellOfRefusedRegions() {
+    const auto count = std::exchange(refusedRegions_, {}).size();
+    context_.platform.console.log(
+        fmt::format("Quomi SDK Warning: {} nearby {} not watched, because the phone can't watch more regions", count,
+                    count == 1 ? "geofence is" : "geofences are"));
 }
 
 // Entries and exits
 
 void GeofenceRouter::handleEntry(const CircularRegion& region) {
-    if (ended_) return;
-    bool isDone = true;
-    const auto geofence = context_.data.getGeofenceById(region.identifier);
-    if (geofence != nullptr && geofence->enabled) {
-        context_.logEvent({{"type", "view"},
-                           {"trigger", kTriggerOnEntry},
-                           {"area_type", "geofence"},
-                           {"geofence_id", geofence->geofenceId}});
-        if (ended_) return;
-        const auto state = context_.platform.application.state();
-        if (state == ApplicationState::active) isDone = performGeofenceEnterActions(geofence, nullptr);
-        if (state == ApplicationState::background) {
-            performInBackground(geofence->geofenceId, &GeofenceRouter::performGeofenceEnterActions);
-        }
-    }
-    if (ended_) return;
-    startMonitoringLocalRegions();
     // What happens in the background is not waited for, and an unknown geofence counts as done. One that is outside its
     // dates or hours does not, so the host of an active app is not told of it.
-    if (isDone && !ended_) context_.host.tell(&QuomiSDKDelegate::didReceiveEnterRegionNotification, region);
+    bool isDone = true;
+    const auto geofence = context_.data.getGeofenceById(region.identifier);
+    const bool isEnabled = geofence != nullptr && geofence->enabled;
+    lifetime_.inTurn(
+        [&] {
+            if (isEnabled) logEntry(*geofence);
+        },
+        [&] {
+            if (isEnabled)
+                isDone = perform(geofence, &QuomiGeofenceActionExecutor::executeGeofenceEnteredActions, true);
+        },
+        [&] { startMonitoringLocalRegions(); },
+        [&] {
+            if (isDone) context_.host.tell(&QuomiSDKDelegate::didReceiveEnterRegionNotification, region);
+        });
+}
+
+void GeofenceRouter::logEntry(const QuomiGeofence& geofence) const {
+    context_.session.logEvent({{"type", "view"},
+                               {"trigger", kTriggerOnEntry},
+                               {"area_type", "geofence"},
+                               {"geofence_id", geofence.geofenceId}});
 }
 
 void GeofenceRouter::handleExit(const Region& region) {
-    if (ended_) return;
     bool isDone = false;
     const auto geofence = context_.data.getGeofenceById(regionIdentifier(region));
-    UpdateArea area;
-    if (geofence != nullptr) area = {geofence->latitude, geofence->longitude, geofence->radius};
-    context_.updater.performGeofencesDataUpdateIfNeeded(area);
-    if (geofence != nullptr && geofence->enabled) {
-        const auto state = context_.platform.application.state();
-        if (state == ApplicationState::active) isDone = performGeofenceExitActions(geofence, nullptr);
-        if (state == ApplicationState::background) {
-            performInBackground(geofence->geofenceId, &GeofenceRouter::performGeofenceExitActions);
-        }
-    }
-    if (geofence != nullptr && !ended_) startMonitoringLocalRegions();
     const auto* circle = std::get_if<CircularRegion>(&region);
-    if (isDone && !ended_ && circle != nullptr) {
-        context_.host.tell(&QuomiSDKDelegate::didReceiveExitRegionNotification, *circle);
-    }
-    if (!ended_) context_.logNotificationRights();
+    lifetime_.inTurn(
+        [&] {
+            const bool isKnown = geofence != nullptr;
+            context_.updater.performGeofencesDataUpdateIfNeeded(
+                isKnown ? UpdateArea{geofence->latitude, geofence->longitude, geofence->radius} : UpdateArea());
+            if (!isKnown || !geofence->enabled) return;
+            isDone = perform(geofence, &QuomiGeofenceActionExecutor::executeGeofenceExitedActions, false);
+        },
+        [&] {
+            if (geofence != nullptr) startMonitoringLocalRegions();
+        },
+        [&] {
+            if (isDone && circle != nullptr) {
+                context_.host.tell(&QuomiSDKDelegate::didReceiveExitRegionNotification, *circle);
+            }
+        },
+        [&] { context_.session.logNotificationAuthorizationStatusIfNeeded(); });
 }
 
-bool GeofenceRouter::performGeofenceEnterActions(const std::shared_ptr<QuomiGeofence>& geofence,
-                                                 std::optional<Error>* error) {
-    routing_.executor.clearAllTimersForGeofenceId(geofence->geofenceId);
-    return !ended_ && routing_.executor.executeGeofenceEnteredActions(geofence, error);
+/// Runs the rules as the app's state allows. The result of an active app's rules; `otherwise` in every other state.
+bool GeofenceRouter::perform(const Geofence& geofence, Execute execution, bool otherwise) {
+    const auto state = context_.platform.application.state();
+    if (state == ApplicationState::active) return execute(geofence, execution);
+    if (state == ApplicationState::background) performInBackground(geofence->geofenceId, execution);
+    return otherwise;
 }
 
-bool GeofenceRouter::performGeofenceExitActions(const std::shared_ptr<QuomiGeofence>& geofence,
-                                                std::optional<Error>* error) {
-    routing_.executor.clearAllTimersForGeofenceId(geofence->geofenceId);
-    return !ended_ && routing_.executor.executeGeofenceExitedActions(geofence, error);
+bool GeofenceRouter::execute(const Geofence& geofence, Execute execution) {
+    bool isDone = false;
+    lifetime_.inTurn([&] { executor_.clearAllTimersForGeofenceId(geofence->geofenceId); },
+                     [&] { isDone = (executor_.*execution)(geofence, nullptr); });
+    return isDone;
 }
 
 // In the background
 
-void GeofenceRouter::performInBackground(const std::string& geofenceId, Perform perform) {
+void GeofenceRouter::performInBackground(const std::string& geofenceId, Execute execution) {
     const auto work = std::make_shared<Work>();
     work->geofenceId = geofenceId;
-    work->perform = perform;
+    work->execute = execution;
     works_.push_back(work);
-    const auto weak = weak_from_this();
-    work->task = context_.platform.application.beginBackgroundTask([weak, weakWork = std::weak_ptr(work)] {
-        const auto router = weak.lock();
-        const auto expired = weakWork.lock();
-        if (router == nullptr || expired == nullptr) return;
-        expired->isExpired = true;
-        // Work that has not begun is done all the same when its turn comes, but waits for nothing.
-        router->context_.platform.application.endBackgroundTask(std::exchange(expired->task, kBackgroundTaskInvalid));
-        if (expired->hasBegun) router->finish(expired);
-    });
-    context_.platform.runLoop.postToGlobalQueue([weak, work] {
-        const auto router = weak.lock();
-        if (router != nullptr && !router->ended_) router->run(work);
-    });
+    work->task = context_.platform.application.beginBackgroundTask(lifetime_.guard([this, weak = std::weak_ptr(work)] {
+        if (const auto expired = weak.lock()) expire(expired);
+    }));
+    context_.platform.runLoop.postToGlobalQueue(lifetime_.guard([this, work] { run(work); }));
+}
+
+/// Work that has not begun is done all the same when its turn comes, but waits for nothing.
+void GeofenceRouter::expire(const std::shared_ptr<Work>& work) {
+    work->isExpired = true;
+    endTask(*work);
+    if (work->hasBegun) finish(work);
+}
+
+void GeofenceRouter::endTask(Work& work) const {
+    context_.platform.application.endBackgroundTask(std::exchange(work.task, kBackgroundTaskInvalid));
 }
 
 void GeofenceRouter::run(const std::shared_ptr<Work>& work) {
     work->hasBegun = true;
     context_.data.startBackgroundObjectContext();
-    if (const auto geofence = context_.data.getGeofenceById(work->geofenceId)) {
-        static_cast<void>((this->*work->perform)(geofence, nullptr));
-    }
-    if (!ended_) waitForRequests(work);
+    lifetime_.inTurn(
+        [&] {
+            const auto geofence = context_.data.getGeofenceById(work->geofenceId);
+            if (geofence != nullptr) execute(geofence, work->execute);
+        },
+        [&] { waitForRequests(work); });
 }
 
 void GeofenceRouter::waitForRequests(const std::shared_ptr<Work>& work) {
-    if (work->isExpired || routing_.requestQueueCount() == 0) {
+    if (work->isExpired || context_.session.requestQueueCount() == 0) {
         finish(work);
         return;
     }
@@ -258,7 +270,7 @@ void GeofenceRouter::finish(const std::shared_ptr<Work>& work) {
     if (std::erase(works_, work) == 0) return;
     work->check.reset();
     context_.data.finishBackgroundObjectContext();
-    context_.platform.application.endBackgroundTask(std::exchange(work->task, kBackgroundTaskInvalid));
+    endTask(*work);
 }
 
 }  // namespace quomi

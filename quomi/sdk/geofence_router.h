@@ -4,9 +4,8 @@
 #include "quomi/platform/application.h"
 #include "quomi/sdk/routing_context.h"
 #include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 
-#include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -20,24 +19,15 @@ class QuomiGeofenceActionExecutor;
 class Timer;
 struct QuomiGeofence;
 
-/// What the router of geofence events needs beside what all routers do.
-struct GeofenceRouting {
-    QuomiGeofenceActionExecutor& executor;
-    const QuomiErrors& errors;
-    /// Null while location is off.
-    std::function<QuomiLocationManager*()> locationManager;
-    /// Requests that have not ended, waiting ones included.
-    std::function<std::size_t()> requestQueueCount;
-};
-
 /// Where the location manager's news go: a new position decides what is downloaded and which geofences the phone
 /// watches; an entry or exit runs the rules of the geofence, in the background as work under a background task.
 ///
 /// Background work waits, without blocking anything, until no request is pending, so that what the rules asked servers
-/// arrives before the phone stops the app. Made with `std::make_shared`. Host's thread.
-class GeofenceRouter : public QuomiLocationDelegate, public std::enable_shared_from_this<GeofenceRouter> {
+/// arrives before the phone stops the app. Host's thread.
+class GeofenceRouter : public QuomiLocationDelegate {
 public:
-    GeofenceRouter(RoutingContext context, GeofenceRouting routing);
+    /// What it is given outlives the router, or the router is ended before it goes.
+    GeofenceRouter(const RoutingContext& context, QuomiGeofenceActionExecutor& executor, const QuomiErrors& errors);
     ~GeofenceRouter();
     GeofenceRouter(const GeofenceRouter&) = delete;
     GeofenceRouter& operator=(const GeofenceRouter&) = delete;
@@ -53,31 +43,36 @@ public:
 private:
     /// One entry or exit that is handled in the background.
     struct Work;
-    using Perform = bool (GeofenceRouter::*)(const std::shared_ptr<QuomiGeofence>&, std::optional<Error>*);
+    using Geofence = std::shared_ptr<QuomiGeofence>;
+    using Execute = bool (QuomiGeofenceActionExecutor::*)(const Geofence&, std::optional<Error>*);
 
     void handleEntry(const CircularRegion& region);
     void handleExit(const Region& region);
-    [[nodiscard]] bool performGeofenceEnterActions(const std::shared_ptr<QuomiGeofence>& geofence,
-                                                   std::optional<Error>* error);
-    [[nodiscard]] bool performGeofenceExitActions(const std::shared_ptr<QuomiGeofence>& geofence,
-                                                  std::optional<Error>* error);
-    void performInBackground(const std::string& geofenceId, Perform perform);
+    void logEntry(const QuomiGeofence& geofence) const;
+    [[nodiscard]] bool perform(const Geofence& geofence, Execute execute, bool otherwise);
+    bool execute(const Geofence& geofence, Execute execute);
+    void performInBackground(const std::string& geofenceId, Execute execute);
+    void expire(const std::shared_ptr<Work>& work);
+    void endTask(Work& work) const;
     void run(const std::shared_ptr<Work>& work);
     void waitForRequests(const std::shared_ptr<Work>& work);
     void finish(const std::shared_ptr<Work>& work);
 
     bool startMonitoringLocalRegions(std::optional<Error>* error = nullptr);
     void countRefusedRegion(const Region& region, const PlatformError& error);
+    void tellOfRefusedRegions();
     [[nodiscard]] std::vector<CircularRegion> getLocalRegions();
-    [[nodiscard]] std::optional<Coordinate> currentCoordinate();
-    void updateInFull(const Coordinate& place);
+    [[nodiscard]] Coordinate currentCoordinate();
+    [[nodiscard]] bool watchStoredGeofences(const Coordinate& place);
+    void update(const Coordinate& place, bool inFull);
 
     const RoutingContext context_;
-    const GeofenceRouting routing_;
-    bool ended_ = false;
+    QuomiGeofenceActionExecutor& executor_;
+    const QuomiErrors& errors_;
     bool forceFullGeofencesUpdate_ = false;
     std::set<std::string> refusedRegions_;  // since they were last spoken of
     std::vector<std::shared_ptr<Work>> works_;
+    Lifetime lifetime_;
 };
 
 }  // namespace quomi

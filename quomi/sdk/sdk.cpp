@@ -2,17 +2,12 @@
 
 #include "quomi/api/url.h"
 #include "quomi/data/records.h"
-#include "quomi/diagnostics/debug_log.h"
-#include "quomi/model/errors.h"
 #include "quomi/model/version.h"
 #include "quomi/platform/console.h"
 #include "quomi/platform/device.h"
 #include "quomi/platform/screens.h"
 #include "quomi/rules/action_executor.h"
-#include "quomi/rules/web_page.h"
-#include "quomi/sdk/authorization_logger.h"
-#include "quomi/sdk/deferred_release.h"
-#include "quomi/sdk/host_delegate.h"
+#include "quomi/sdk/sdk_state.h"
 #include "quomi/sdk/server_sync.h"
 #include "quomi/sdk/session.h"
 #include "quomi/util/text.h"
@@ -24,18 +19,12 @@
 namespace quomi {
 
 QuomiSDK::QuomiSDK(const Platform& platform, QuomiSettings& settings)
-    : platform_(platform),
-      settings_(settings),
-      capabilities_(platform.location),
-      debugLog_(std::make_unique<DebugLog>(platform.files, platform.clock,
-                                           [&settings] { return settings.isFileLogEnabled(); })),
-      errors_(std::make_unique<QuomiErrors>(platform.localization)),
-      graveyard_(std::make_unique<DeferredRelease>(platform.runLoop)),
-      host_(std::make_unique<HostDelegate>(*this, *debugLog_, *graveyard_)),
-      syncs_(std::make_unique<ServerSyncs>(*host_)),
-      webPages_(std::make_unique<WebPagePresenter>(platform.screens, platform.runLoop)),
-      authorizationLogger_(std::make_unique<QuomiAuthorizationLogger>(
-          platform, [this](const boost::json::object& event) { logEvent(event); })) {}
+    : settings_(settings),
+      state_(std::make_unique<SdkState>(*this, platform, settings)),
+      syncs_(std::make_unique<ServerSyncs>(state_->host)) {
+    state_->authorizationLogger = std::make_unique<QuomiAuthorizationLogger>(
+        platform, [this](const boost::json::object& event) { logEvent(event); });
+}
 
 QuomiSDK::~QuomiSDK() = default;
 
@@ -43,12 +32,20 @@ std::string QuomiSDK::SDKVersion() const {
     return kSDKVersion;
 }
 
+bool QuomiSDK::deviceSupportsGeofences() const {
+    return state_->capabilities.deviceSupportsGeofences();
+}
+
+bool QuomiSDK::deviceSupportsBeacons() const {
+    return state_->capabilities.deviceSupportsBeacons();
+}
+
 void QuomiSDK::setDelegate(std::weak_ptr<QuomiSDKDelegate> delegate) {
-    host_->set(std::move(delegate));
+    state_->host.set(std::move(delegate));
 }
 
 std::shared_ptr<QuomiSDKDelegate> QuomiSDK::delegate() const {
-    return host_->get();
+    return state_->host.get();
 }
 
 // Starting and stopping
@@ -60,97 +57,93 @@ bool QuomiSDK::fail(std::optional<Error>* error, Error failure) {
 }
 
 bool QuomiSDK::start(std::optional<Error>* error) {
-    if (running_) {
-        return fail(error, errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot start SDK if already started"));
+    if (state_->running) {
+        return fail(error,
+                    state_->errors.errorWithCode(ErrorCode::alreadyStarted, "Cannot start SDK if already started"));
     }
     if (!appNamespace()) {
-        return fail(error, errors_->errorWithCode(ErrorCode::namespaceNotSet,
-                                                  "App namespace must be set before starting the SDK"));
+        return fail(error, state_->errors.errorWithCode(ErrorCode::namespaceNotSet,
+                                                        "App namespace must be set before starting the SDK"));
     }
-    if (user_ == nullptr) user_ = std::make_shared<QuomiUser>();
-    if (session_ == nullptr) session_ = makeSession();
+    if (state_->user == nullptr) state_->user = std::make_shared<QuomiUser>();
+    if (session_ == nullptr) session_ = std::make_shared<Session>(*state_);
     std::optional<Error> failure;
-    if (!session_->open(&failure)) return fail(error, failure.value_or(errors_->errorWithCode(ErrorCode::data)));
+    if (!session_->open(&failure)) return fail(error, failure.value_or(state_->errors.errorWithCode(ErrorCode::data)));
     const auto session = session_;
     session->setupNotifications();
     setRunning(true);
     // The host may have stopped, and started anew, when it heard that the SDK runs.
-    if (!isCurrent(session)) return running_;
+    if (session->hasEnded()) return state_->running;
     if (const auto application = session->application()) {
         session->configure(*application);
-        return completeStart(*application, error);
+        return completeStart(error);
     }
     if (error != nullptr) error->reset();
     startAsynchronously();
     return true;
 }
 
-std::shared_ptr<Session> QuomiSDK::makeSession() {
-    auto session = std::make_shared<Session>(SessionContext{platform_, settings_, capabilities_, *errors_, *debugLog_,
-                                                            *host_, *graveyard_, eventLogsEnabled_, user_, *webPages_,
-                                                            authorizationLogger_, ruleObserver_});
-    session->setUserUploadHooks({[this] { updateAllRulesData(); }, [this] { triggerLocationUpdate(); }});
-    return session;
-}
-
 void QuomiSDK::startAsynchronously() {
-    session_->downloadApplication([this, weak = std::weak_ptr(session_)](const Session::Application& application,
-                                                                         const std::optional<Error>& requestError) {
-        const auto session = weak.lock();
-        if (session == nullptr || !isCurrent(session)) return;
-        if (application) {
-            session->configure(*application);
-            completeStart(*application, nullptr);
-            return;
-        }
-        if (requestError) forwardErrorToDelegate(requestError);
-        // The host may have stopped, and started anew, when it heard of the error.
-        if (session == session_) setRunning(false);
-        // An answer that cannot be stored deliberately reaches the system log only.
-        platform_.console.log(requestError ? "Quomi SDK Error: Failed to retrieve Quomi application data"
-                                           : "Quomi SDK Error: Failed to parse Quomi application data");
-    });
+    session_->downloadApplication(
+        [this](const Session::Application& application, const std::optional<Error>& requestError) {
+            startEnded(application, requestError);
+        });
 }
 
-bool QuomiSDK::isCurrent(const std::shared_ptr<Session>& session) const {
-    return session == session_ && running_;
+void QuomiSDK::startEnded(const std::shared_ptr<QuomiApplication>& application,
+                          const std::optional<Error>& requestError) {
+    const auto session = session_;
+    if (application) {
+        session->configure(*application);
+        completeStart(nullptr);
+        return;
+    }
+    if (requestError) forwardErrorToDelegate(requestError);
+    // The host may have stopped, and started anew, when it heard of the error.
+    if (!session->hasEnded()) setRunning(false);
+    // An answer that cannot be stored deliberately reaches the system log only.
+    state_->platform.console.log(requestError ? "Quomi SDK Error: Failed to retrieve Quomi application data"
+                                              : "Quomi SDK Error: Failed to parse Quomi application data");
 }
 
-bool QuomiSDK::completeStart(const QuomiApplication& /*application*/, std::optional<Error>* error) {
+bool QuomiSDK::completeStart(std::optional<Error>* error) {
     const auto session = session_;
     session->downloadEventLimits();
     std::optional<Error> failure;
-    if (geofencesEnabled() && !session->startLocation(&failure)) return abandonStart(session, error, failure);
+    if (geofencesEnabled() && !session->startLocation(&failure)) return abandonStart(*session, error, failure);
     if (beaconsEnabled() && !session->startBeacon(&failure)) {
         session->stopLocation();
-        return abandonStart(session, error, failure);
+        return abandonStart(*session, error, failure);
     }
     session->setForceFullGeofencesUpdate();
     updateUserInformation();
     session->registerForNotifications();
     session->setSdkIsStarted(true);
-    debugLog_->log("Quomi SDK successfully started");
+    state_->debugLog.log("Quomi SDK successfully started");
     session->forceLogNotificationAuthorizationStatus();
     if (error != nullptr) error->reset();
     return true;
 }
 
-bool QuomiSDK::abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
-                            const std::optional<Error>& failure) {
+bool QuomiSDK::abandonStart(Session& session, std::optional<Error>* error, const std::optional<Error>& failure) {
     if (error != nullptr) *error = failure;
     forwardErrorToDelegate(failure);
     // The host may have stopped and started anew when it heard of the error.
-    if (session == session_) setRunning(false);
+    if (!session.hasEnded()) setRunning(false);
     return false;
+}
+
+bool QuomiSDK::isRunning() const {
+    return state_->running;
 }
 
 void QuomiSDK::stop() {
     // A host that is called back while the SDK stops finds it stopping.
-    if (!running_ || session_ == nullptr) return;
+    if (!state_->running || session_ == nullptr) return;
     const auto session = std::exchange(session_, nullptr);
     session->shutDown();
-    graveyard_->release(session);
-    debugLog_->log("Quomi SDK stopped");
+    state_->graveyard.release(session);
+    state_->debugLog.log("Quomi SDK stopped");
     const auto syncs = syncs_->take();
     setRunning(false);
     syncs_->finish(syncs);
@@ -159,11 +152,11 @@ void QuomiSDK::stop() {
 // What can be observed
 
 void QuomiSDK::setRunning(bool running) {
-    tellOfProperty(runningObservers_, std::exchange(running_, running), running);
+    tellOfProperty(runningObservers_, std::exchange(state_->running, running), running);
 }
 
 void QuomiSDK::tellOfProperty(const Observers<bool>& observers, bool oldValue, bool newValue) const {
-    const DeferredRelease::Hold hold(*graveyard_);
+    const DeferredRelease::Hold hold(state_->graveyard);
     observers.tell(oldValue, newValue);
 }
 
@@ -183,9 +176,9 @@ std::unique_ptr<Observation> QuomiSDK::observe(QuomiSDKProperty property,
 // Configuration
 
 void QuomiSDK::setAppNamespace(const std::optional<std::string>& appNamespace) {
-    if (running_) {
+    if (state_->running) {
         forwardErrorToDelegate(
-            errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set appNamespace when SDK is started"));
+            state_->errors.errorWithCode(ErrorCode::alreadyStarted, "Cannot set appNamespace when SDK is started"));
         return;
     }
     const auto wanted = QuomiUtils::isEmpty(appNamespace) ? std::nullopt : appNamespace;
@@ -195,13 +188,13 @@ void QuomiSDK::setAppNamespace(const std::optional<std::string>& appNamespace) {
 }
 
 void QuomiSDK::setBaseURL(const std::string& baseURL) {
-    if (running_) {
+    if (state_->running) {
         forwardErrorToDelegate(
-            errors_->errorWithCode(ErrorCode::alreadyStarted, "Cannot set baseURL when SDK is started"));
+            state_->errors.errorWithCode(ErrorCode::alreadyStarted, "Cannot set baseURL when SDK is started"));
         return;
     }
     if (baseURL.find_first_of(" ?#") != std::string::npos || !normalizedHttpUrl(baseURL)) {
-        forwardErrorToDelegate(errors_->errorWithCode(ErrorCode::unknown, "Invalid baseURL provided"));
+        forwardErrorToDelegate(state_->errors.errorWithCode(ErrorCode::unknown, "Invalid baseURL provided"));
         return;
     }
     // The next start drops the downloads from the other server, and with them those who wait for their end.
@@ -209,7 +202,7 @@ void QuomiSDK::setBaseURL(const std::string& baseURL) {
 }
 
 void QuomiSDK::warn(const char* message) const {
-    platform_.console.log(message);
+    state_->platform.console.log(message);
 }
 
 void QuomiSDK::setBeaconsEnabled(bool enabled) {
@@ -218,7 +211,7 @@ void QuomiSDK::setBeaconsEnabled(bool enabled) {
         return;
     }
     const bool before = std::exchange(settings_.beaconEnabled, enabled);
-    if (running_ && session_ != nullptr) {
+    if (state_->running && session_ != nullptr) {
         std::optional<Error> failure;
         if (!enabled) {
             session_->stopBeacon();
@@ -240,7 +233,7 @@ void QuomiSDK::setGeofencesEnabled(bool enabled) {
 }
 
 void QuomiSDK::switchGeofences(bool enabled) {
-    if (running_ && session_ != nullptr) {
+    if (state_->running && session_ != nullptr) {
         std::optional<Error> failure;
         if (!enabled) {
             session_->stopLocation();
@@ -272,21 +265,45 @@ void QuomiSDK::setUseExtendedBackgroundRangingTime(bool use) {
     if (session_ != nullptr) session_->setUseExtendedBackgroundRangingTime(use);
 }
 
+void QuomiSDK::setEventLogsEnabled(bool enabled) {
+    state_->eventLogsEnabled = enabled;
+}
+
+bool QuomiSDK::isEventLogEnabled() const {
+    return state_->eventLogsEnabled;
+}
+
+void QuomiSDK::setEnableIDFACollection(bool enabled) {
+    state_->enableIDFACollection = enabled;
+}
+
+bool QuomiSDK::isIDFACollectionEnabled() const {
+    return state_->enableIDFACollection;
+}
+
+void QuomiSDK::setRuleObserver(std::weak_ptr<const RuleObserver> observer) {
+    state_->ruleObserver = std::move(observer);
+}
+
 // User, events, diagnostics
 
+std::shared_ptr<QuomiUser> QuomiSDK::user() const {
+    return state_->user;
+}
+
 bool QuomiSDK::enableIDFACollection() const {
-    return enableIDFACollection_ && platform_.device.isAdvertisingTrackingEnabled();
+    return isIDFACollectionEnabled() && state_->platform.device.isAdvertisingTrackingEnabled();
 }
 
 void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, const std::function<void()>& success,
                        const std::function<void(const Error&)>& failure) {
-    const bool isAnother = user != user_;
-    const auto previous = std::exchange(user_, std::move(user));
+    const bool isAnother = user != state_->user;
+    const auto previous = std::exchange(state_->user, std::move(user));
     if (isAnother) observeUser();
     // No user equals no other, none included.
-    const bool isEqual = user_ != nullptr && previous != nullptr && user_->isEqualToQuomiUser(*previous);
+    const bool isEqual = state_->user != nullptr && previous != nullptr && state_->user->isEqualToQuomiUser(*previous);
     if (isEqual) {
-        host_->call(success);
+        state_->host.call(success);
     } else {
         updateUserInformation(success, failure);
     }
@@ -294,27 +311,27 @@ void QuomiSDK::setUser(std::shared_ptr<QuomiUser> user, const std::function<void
 
 void QuomiSDK::observeUser() {
     userObservations_.clear();
-    if (user_ == nullptr) return;
+    if (state_->user == nullptr) return;
     const auto sendChange = [this](const auto& oldValue, const auto& newValue) {
         if (oldValue != newValue) updateUserInformation();
     };
-    userObservations_.push_back(user_->observeUserID(sendChange));
-    userObservations_.push_back(user_->observeProperties([this](const auto& oldValue, const auto& newValue) {
+    userObservations_.push_back(state_->user->observeUserID(sendChange));
+    userObservations_.push_back(state_->user->observeProperties([this](const auto& oldValue, const auto& newValue) {
         if (!QuomiUser::areEqual(oldValue, newValue)) updateUserInformation();
     }));
-    userObservations_.push_back(user_->observeTags(sendChange));
+    userObservations_.push_back(state_->user->observeTags(sendChange));
 }
 
 void QuomiSDK::updateUserInformation(const std::function<void()>& success,
                                      const std::function<void(const Error&)>& failure) {
     if (session_ == nullptr) return;
-    if (user_ == nullptr) {
+    if (state_->user == nullptr) {
         // No user is told to the server like one without any description.
         session_->updateUserInformation(QuomiUser(), success, failure);
         return;
     }
-    user_->setAdvertisingTrackingModeEnabled(isIDFACollectionEnabled());
-    session_->updateUserInformation(*user_, success, failure);
+    state_->user->setAdvertisingTrackingModeEnabled(isIDFACollectionEnabled());
+    session_->updateUserInformation(*state_->user, success, failure);
 }
 
 void QuomiSDK::registerCloudMessagingPushNotificationsDeviceToken(const std::string& token,
@@ -322,7 +339,7 @@ void QuomiSDK::registerCloudMessagingPushNotificationsDeviceToken(const std::str
                                                                   std::function<void(const Error&)> failure) {
     const auto application = session_ != nullptr ? session_->application() : nullptr;
     if (!application && failure) {
-        host_->call(failure, errors_->errorWithCode(ErrorCode::namespaceNotSet));
+        state_->host.call(failure, state_->errors.errorWithCode(ErrorCode::namespaceNotSet));
         return;
     }
     if (session_ == nullptr) return;
@@ -334,13 +351,17 @@ void QuomiSDK::setServerNotificationRequestHeader(const std::string& name, std::
     if (session_ != nullptr) session_->setServerNotificationRequestHeader(name, std::move(value));
 }
 
+QuomiAuthorizationLogger* QuomiSDK::authorizationLogger() const {
+    return state_->authorizationLogger.get();
+}
+
 void QuomiSDK::setAuthorizationLogger(std::unique_ptr<QuomiAuthorizationLogger> logger) {
     // Perhaps one of its own events led here.
-    graveyard_->release(std::exchange(authorizationLogger_, std::move(logger)));
+    state_->graveyard.release(std::exchange(state_->authorizationLogger, std::move(logger)));
 }
 
 void QuomiSDK::forwardErrorToDelegate(const std::optional<Error>& error) {
-    host_->forwardErrorToDelegate(error);
+    state_->host.forwardErrorToDelegate(error);
 }
 
 void QuomiSDK::logEvent(const boost::json::object& event) {
@@ -376,11 +397,11 @@ bool QuomiSDK::openDeepLinkForURL(const std::string& url) {
 }
 
 std::string QuomiSDK::getDebugFileContent() const {
-    return QuomiFileLogger(platform_.files).getFileLogContent().value_or("");
+    return QuomiFileLogger(state_->platform.files).getFileLogContent().value_or("");
 }
 
 void QuomiSDK::clearDebugFile() {
-    QuomiFileLogger(platform_.files).clearLogFile();
+    QuomiFileLogger(state_->platform.files).clearLogFile();
 }
 
 }  // namespace quomi

@@ -19,18 +19,14 @@
 
 namespace quomi {
 
-class DebugLog;
-class DeferredRelease;
-class HostDelegate;
 class QuomiAuthorizationLogger;
-class QuomiErrors;
 class Screen;
 class ServerSyncs;
 class Session;
-class WebPagePresenter;
 struct NotificationRequest;
 struct QuomiApplication;
 struct RuleObserver;
+struct SdkState;
 
 /// The one object through which a host app uses the SDK: set `appNamespace` and options, perhaps a delegate, `start`.
 ///
@@ -54,8 +50,8 @@ public:
 
     /// What the phone can do, asked of it anew: geofences are circular regions with significant changes of position,
     /// beacons are monitored and ranged.
-    [[nodiscard]] bool deviceSupportsGeofences() const { return capabilities_.deviceSupportsGeofences(); }
-    [[nodiscard]] bool deviceSupportsBeacons() const { return capabilities_.deviceSupportsBeacons(); }
+    [[nodiscard]] bool deviceSupportsGeofences() const;
+    [[nodiscard]] bool deviceSupportsBeacons() const;
     /// `kSDKVersion`.
     [[nodiscard]] std::string SDKVersion() const;
 
@@ -75,7 +71,7 @@ public:
     /// when not running, also after a start that failed. User and delegate stay.
     void stop();
     /// Also while a start still downloads its record.
-    [[nodiscard]] bool isRunning() const override { return running_; }
+    [[nodiscard]] bool isRunning() const override;
     /// Follows a property. A setter that refuses a value, and a write to the settings object, tell nobody.
     [[nodiscard]] std::unique_ptr<Observation> observe(
         QuomiSDKProperty property, std::function<void(bool oldValue, bool newValue)> observer) override;
@@ -111,11 +107,11 @@ public:
     void setFileLogEnabled(bool enabled) { settings_.fileLogEnabled = enabled; }
     [[nodiscard]] bool isFileLogEnabled() const { return settings_.fileLogEnabled; }
     /// Whether events are logged.
-    void setEventLogsEnabled(bool enabled) { eventLogsEnabled_ = enabled; }
-    [[nodiscard]] bool isEventLogEnabled() const { return eventLogsEnabled_; }
+    void setEventLogsEnabled(bool enabled);
+    [[nodiscard]] bool isEventLogEnabled() const;
     /// Whether the advertising identifier may be sent with the user.
-    void setEnableIDFACollection(bool enabled) { enableIDFACollection_ = enabled; }
-    [[nodiscard]] bool isIDFACollectionEnabled() const { return enableIDFACollection_; }
+    void setEnableIDFACollection(bool enabled);
+    [[nodiscard]] bool isIDFACollectionEnabled() const;
     /// Whether it may be, and the phone's user allows tracking too.
     [[nodiscard]] bool enableIDFACollection() const;
 
@@ -125,11 +121,11 @@ public:
 
     /// What writes the user's permissions into the event log, for the whole life of the SDK; null when the host has
     /// taken it away.
-    [[nodiscard]] QuomiAuthorizationLogger* authorizationLogger() const { return authorizationLogger_.get(); }
+    [[nodiscard]] QuomiAuthorizationLogger* authorizationLogger() const;
     void setAuthorizationLogger(std::unique_ptr<QuomiAuthorizationLogger> logger);
 
     /// The device user; null before the first start, which makes an empty one.
-    [[nodiscard]] std::shared_ptr<QuomiUser> user() const { return user_; }
+    [[nodiscard]] std::shared_ptr<QuomiUser> user() const;
     /// Holds another user, or none, and sends it to the server as `updateUserInformation` does, unless it equals the
     /// one before: then `success` is called at once. From now on its changes are sent, until another is held; those of
     /// the user that `start` makes are not.
@@ -176,14 +172,14 @@ public:
 
     /// Who is told what becomes of each rule, for tools that explain rules; null for nobody. Held weakly, across starts
     /// and stops.
-    void setRuleObserver(std::weak_ptr<const RuleObserver> observer) { ruleObserver_ = std::move(observer); }
+    void setRuleObserver(std::weak_ptr<const RuleObserver> observer);
 
     /// Logs the error and tells the delegate; nothing is logged as such and goes no further.
     void forwardErrorToDelegate(const std::optional<Error>& error);
-    /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. When it was
-    /// not (its JSON has more than 64 KiB, a text in it is not UTF-8, the event log cannot be written or another process
-    /// holds it for a second) the delegate gets error 600, which says why. Nothing happens while the SDK has no store or
-    /// event logs are switched off.
+    /// Logs an event of the host's, with the time as it is now, and tells the delegate when it was accepted. When it
+    /// was not (its JSON has more than 64 KiB, a text in it is not UTF-8, the event log cannot be written or another
+    /// process holds it for a second) the delegate gets error 600, which says why. Nothing happens while the SDK has no
+    /// store or event logs are switched off.
     void logEvent(const boost::json::object& event);
 
     /// The screen over which web pages of actions are shown; null for the app's top screen. It belongs to the run: set
@@ -207,40 +203,26 @@ public:
     void clearDebugFile();
 
 private:
-    [[nodiscard]] std::shared_ptr<Session> makeSession();
     bool openStore(bool allowStoreDeletion, std::optional<Error>* error);
     bool fail(std::optional<Error>* error, Error failure);
-    bool completeStart(const QuomiApplication& application, std::optional<Error>* error);
-    bool abandonStart(const std::shared_ptr<Session>& session, std::optional<Error>* error,
-                      const std::optional<Error>& failure);
+    bool completeStart(std::optional<Error>* error);
+    bool abandonStart(Session& session, std::optional<Error>* error, const std::optional<Error>& failure);
     void startAsynchronously();
-    [[nodiscard]] bool isCurrent(const std::shared_ptr<Session>& session) const;
+    void startEnded(const std::shared_ptr<QuomiApplication>& application, const std::optional<Error>& requestError);
     void setRunning(bool running);
     void tellOfProperty(const Observers<bool>& observers, bool oldValue, bool newValue) const;
     void observeUser();
     void switchGeofences(bool enabled);
     void warn(const char* message) const;
 
-    const Platform platform_;
     QuomiSettings& settings_;
-    const DeviceCapabilities capabilities_;
-    std::unique_ptr<DebugLog> debugLog_;
-    std::unique_ptr<QuomiErrors> errors_;
-    std::unique_ptr<DeferredRelease> graveyard_;
-    std::unique_ptr<HostDelegate> host_;
-    std::unique_ptr<ServerSyncs> syncs_;
-    std::unique_ptr<WebPagePresenter> webPages_;
-    std::unique_ptr<QuomiAuthorizationLogger> authorizationLogger_;
-    std::shared_ptr<QuomiUser> user_;
+    const std::unique_ptr<SdkState> state_;
+    const std::unique_ptr<ServerSyncs> syncs_;
     std::vector<std::unique_ptr<Observation>> userObservations_;
     Observers<bool> runningObservers_;
     Observers<bool> beaconsEnabledObservers_;
     Observers<bool> geofencesEnabledObservers_;
     std::weak_ptr<void> adPlaceholderView_;
-    std::weak_ptr<const RuleObserver> ruleObserver_;
-    bool running_ = false;
-    bool eventLogsEnabled_ = true;
-    bool enableIDFACollection_ = false;
     std::shared_ptr<Session> session_;
 };
 

@@ -7,10 +7,7 @@
 #include "quomi/data/data.h"
 #include "quomi/data/data_updater.h"
 #include "quomi/data/parser.h"
-#include "quomi/diagnostics/debug_log.h"
 #include "quomi/location/location_manager.h"
-#include "quomi/model/errors.h"
-#include "quomi/model/settings.h"
 #include "quomi/model/user.h"
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
@@ -20,13 +17,12 @@
 #include "quomi/rules/beacon_rule_executor.h"
 #include "quomi/rules/geofence_rule_executor.h"
 #include "quomi/rules/notification_helpers.h"
-#include "quomi/sdk/authorization_logger.h"
 #include "quomi/sdk/battery_alerts.h"
 #include "quomi/sdk/beacon_router.h"
-#include "quomi/sdk/deferred_release.h"
 #include "quomi/sdk/event_upload.h"
 #include "quomi/sdk/geofence_router.h"
-#include "quomi/sdk/host_delegate.h"
+#include "quomi/sdk/sdk_state.h"
+#include "quomi/sdk/server_sync.h"
 
 #include <utility>
 
@@ -52,8 +48,8 @@ Uuid uuidOf(const std::string& text) {
 
 }  // namespace
 
-Session::Session(const SessionContext& context)
-    : context_(context), eventUpload_(std::make_unique<EventUploadLoop>(context.platform, context.debugLog)) {}
+Session::Session(SdkState& sdk)
+    : sdk_(sdk), eventUpload_(std::make_unique<EventUploadLoop>(sdk.platform, sdk.debugLog)) {}
 
 Session::~Session() = default;
 
@@ -61,8 +57,8 @@ Session::~Session() = default;
 
 bool Session::openData(bool allowStoreDeletion, std::optional<Error>* error) {
     if (data_ != nullptr) return true;
-    const auto file = QuomiData::dataStorageDirectory(context_.platform) / kQuomiSQLiteStoreFile;
-    data_ = QuomiData::create(file, allowStoreDeletion, context_.platform, context_.errors, error);
+    const auto file = QuomiData::dataStorageDirectory(sdk_.platform) / kQuomiSQLiteStoreFile;
+    data_ = QuomiData::create(file, allowStoreDeletion, sdk_.platform, sdk_.errors, error);
     if (data_ == nullptr) return false;
     batteryAlerts_ = std::make_unique<BatteryAlertQueue>(*data_);
     return true;
@@ -74,11 +70,11 @@ bool Session::open(std::optional<Error>* error) {
     setUploader(api_.get());
     if (apiResponseParser_ == nullptr) {
         apiResponseParser_ =
-            std::make_unique<QuomiDataApiResponseParser>(*data_, context_.errors, context_.platform, context_.settings);
+            std::make_unique<QuomiDataApiResponseParser>(*data_, sdk_.errors, sdk_.platform, sdk_.settings);
     }
     if (dataUpdater_ == nullptr) {
-        dataUpdater_ = std::make_unique<QuomiDataUpdater>(*data_, *api_, *apiResponseParser_, context_.platform,
-                                                          context_.settings, context_.debugLog);
+        dataUpdater_ = std::make_unique<QuomiDataUpdater>(*data_, *api_, *apiResponseParser_, sdk_.platform,
+                                                          sdk_.settings, sdk_.debugLog);
     }
     dataUpdater_->setApiClient(*api_);
     makeExecutors();
@@ -88,16 +84,15 @@ bool Session::open(std::optional<Error>* error) {
 
 /// A client of another server takes the place of the one there was.
 void Session::openClient() {
-    if (api_ != nullptr && api_->baseURL() == context_.settings.baseAPIUrl) return api_->forgetFailedDownloads();
+    if (api_ != nullptr && api_->baseURL() == sdk_.settings.baseAPIUrl) return api_->forgetFailedDownloads();
     setUploader(nullptr);
     if (genericActionExecutor_ != nullptr) genericActionExecutor_->setApiClient(nullptr);
     if (api_ != nullptr) {
         api_->cancelAllRequests();
         // Perhaps one of its own callbacks led here.
-        context_.graveyard.release(std::move(api_));
+        sdk_.graveyard.release(std::move(api_));
     }
-    api_ = std::make_unique<QuomiAPI>(context_.settings.baseAPIUrl, context_.platform, context_.settings,
-                                      context_.debugLog);
+    api_ = std::make_unique<QuomiAPI>(sdk_.settings.baseAPIUrl, sdk_.platform, sdk_.settings, sdk_.debugLog);
 }
 
 void Session::setUploader(Uploader* uploader) {
@@ -128,53 +123,48 @@ void Session::makeRouters() {
     if (beaconRouter_ != nullptr) return;
     beaconRouter_ = std::make_shared<BeaconRouter>(routingContext(), *beaconActionExecutor_);
     beaconServiceRouter_ = std::make_shared<BeaconServiceRouter>(routingContext(), *batteryAlerts_);
-    geofenceRouter_ = std::make_shared<GeofenceRouter>(
-        routingContext(),
-        GeofenceRouting{*geofenceActionExecutor_, context_.errors, [this] { return locationManager_.get(); },
-                        [this] { return api_ != nullptr ? api_->getRequestQueueCount() : 0; }});
+    geofenceRouter_ = std::make_shared<GeofenceRouter>(routingContext(), *geofenceActionExecutor_, sdk_.errors);
 }
 
 // What the executors and routers ask for lives in the session, which ends them.
 
 std::unique_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
     return std::make_unique<QuomiActionExecutor>(ActionExecutorContext{
-        context_.platform, context_.webPages, context_.host,
+        sdk_.platform, sdk_.webPages, sdk_.host,
         [this](const boost::json::object& event) { logEvent(event); },
         [this] {
-            const auto& user = context_.user;
+            const auto& user = sdk_.user;
             return user != nullptr && user->properties() ? *user->properties() : boost::json::object();
         }});
 }
 
 RuleExecutorContext Session::ruleExecutorContext() {
     return {*data_,
-            context_.platform,
-            context_.settings,
-            context_.errors,
-            context_.debugLog,
+            sdk_.platform,
+            sdk_.settings,
+            sdk_.errors,
+            sdk_.debugLog,
             [this](const boost::json::object& event) { logEvent(event); },
-            [this] { return context_.user != nullptr ? context_.user->userID() : std::nullopt; },
-            [this] { return QuomiUDID::udid(context_.platform.device); },
+            [this] { return sdk_.user != nullptr ? sdk_.user->userID() : std::nullopt; },
+            [this] { return QuomiUDID::udid(sdk_.platform.device); },
             [this]() -> std::shared_ptr<const RuleObserver> {
-                auto observer = context_.ruleObserver.lock();
+                auto observer = sdk_.ruleObserver.lock();
                 if (observer == nullptr) return nullptr;
-                return {std::make_shared<HeldObserver>(context_.graveyard, observer), observer.get()};
+                return {std::make_shared<HeldObserver>(sdk_.graveyard, observer), observer.get()};
             }};
 }
 
 RoutingContext Session::routingContext() {
-    return {context_.platform,
-            context_.settings,
-            context_.host,
-            *data_,
-            *dataUpdater_,
-            [this](const boost::json::object& event) { logEvent(event); },
-            [this] { logNotificationAuthorizationStatusIfNeeded(); }};
+    return {sdk_.platform, sdk_.settings, sdk_.host, *data_, *dataUpdater_, *this};
+}
+
+std::size_t Session::requestQueueCount() const {
+    return api_ != nullptr ? api_->getRequestQueueCount() : 0;
 }
 
 void Session::setupNotifications() {
     if (notificationHelpers_ == nullptr) {
-        notificationHelpers_ = std::make_unique<QuomiNotificationHelpers>(context_.platform.notifications);
+        notificationHelpers_ = std::make_unique<QuomiNotificationHelpers>(sdk_.platform.notifications);
     }
     notificationHelpers_->requestNotificationRightsIfNeeded();
     notificationHelpers_->registerCustomActionsCategories();
@@ -187,7 +177,7 @@ Session::Application Session::application() const {
 void Session::downloadApplication(const Downloaded& done) {
     // The client goes with the session, and its requests with the client: both outlive every answer.
     api_->getApplicationWithNamespace(
-        context_.settings.namespace_.value_or(""),
+        sdk_.settings.namespace_.value_or(""),
         [this, done](const boost::json::value& answer) {
             const bool stored = apiResponseParser_->parseAndSaveApiApplicationResponseData(answer);
             done(stored ? application() : nullptr, std::nullopt);
@@ -196,7 +186,7 @@ void Session::downloadApplication(const Downloaded& done) {
 }
 
 void Session::configure(const QuomiApplication& application) {
-    auto& settings = context_.settings;
+    auto& settings = sdk_.settings;
     settings.beaconProximityUUIDNormal = application.proximityUUIDNormal.value_or("");
     settings.beaconProximityUUIDSecure = application.proximityUUIDSecure.value_or("");
     settings.beaconProximityUUIDService = application.proximityUUIDService.value_or("");
@@ -210,26 +200,25 @@ void Session::configure(const QuomiApplication& application) {
 
 void Session::downloadEventLimits() {
     api_->getApplicationEventLimits(
-        context_.settings.namespace_.value_or(""),
+        sdk_.settings.namespace_.value_or(""),
         [this](const boost::json::value& answer) {
             std::optional<Error> failure;
             if (!apiResponseParser_->parseAndSaveApiApplicationLimitsResponseData(answer, &failure)) {
-                context_.host.forwardErrorToDelegate(failure);
+                sdk_.host.forwardErrorToDelegate(failure);
             }
         },
-        [this](const Error& error) { context_.host.forwardErrorToDelegate(error); });
+        [this](const Error& error) { sdk_.host.forwardErrorToDelegate(error); });
 }
 
 // Location
 
 bool Session::startLocation(std::optional<Error>* error) {
-    if (!context_.capabilities.deviceSupportsGeofences()) {
-        assign(error, context_.errors.errorWithCode(ErrorCode::regionMonitoringUnsupported));
+    if (!sdk_.capabilities.deviceSupportsGeofences()) {
+        assign(error, sdk_.errors.errorWithCode(ErrorCode::regionMonitoringUnsupported));
         return false;
     }
     if (locationManager_ == nullptr) {
-        locationManager_ =
-            std::make_unique<QuomiLocationManager>(context_.platform, context_.settings, context_.debugLog);
+        locationManager_ = std::make_unique<QuomiLocationManager>(sdk_.platform, sdk_.settings, sdk_.debugLog);
     }
     locationManager_->setDelegate(geofenceRouter_);
     startLocationMonitoringWithBackgroundModeSupport();
@@ -239,17 +228,17 @@ bool Session::startLocation(std::optional<Error>* error) {
 
 void Session::startLocationMonitoringWithBackgroundModeSupport() {
     // Shared by the expiry and the work itself: whichever is first ends the task, the other finds it ended.
-    auto& application = context_.platform.application;
+    auto& application = sdk_.platform.application;
     const auto task = std::make_shared<BackgroundTaskIdentifier>(kBackgroundTaskInvalid);
     const auto end = [&application, task] {
         application.endBackgroundTask(std::exchange(*task, kBackgroundTaskInvalid));
     };
     *task = application.beginBackgroundTask(end);
-    context_.platform.runLoop.postToGlobalQueue([weak = weak_from_this(), end] {
-        const auto session = weak.lock();
-        if (session != nullptr && session->locationManager_ != nullptr) {
-            session->locationManager_->startLocationMonitoring();
-        }
+    const auto begin = lifetime_.guard([this] {
+        if (locationManager_ != nullptr) locationManager_->startLocationMonitoring();
+    });
+    sdk_.platform.runLoop.postToGlobalQueue([begin, end] {
+        begin();
         end();
     });
 }
@@ -260,7 +249,7 @@ void Session::stopLocation() {
     locationManager_->stopRegionMonitoring();
     locationManager_->removeAllRegions();
     locationManager_->setDelegate({});
-    context_.graveyard.release(std::move(locationManager_));
+    sdk_.graveyard.release(std::move(locationManager_));
 }
 
 std::optional<Location> Session::currentLocation() const {
@@ -277,7 +266,7 @@ void Session::changeNamespace(const std::optional<std::string>& from, const std:
     data_->enableGeofencesWithNamespace(to.value_or(""), true);
     data_->enableBeaconsWithNamespace(from.value_or(""), false);
     data_->enableBeaconsWithNamespace(to.value_or(""), true);
-    if (!data_->saveContext() || !context_.settings.geofencingEnabled) return;
+    if (!data_->saveContext() || !sdk_.settings.geofencingEnabled) return;
     if (locationManager_ != nullptr) locationManager_->removeAllRegions();
     const auto location = currentLocation();
     if (location && geofenceRouter_ != nullptr) geofenceRouter_->handleLocation(*location);
@@ -286,34 +275,34 @@ void Session::changeNamespace(const std::optional<std::string>& from, const std:
 // Beacons
 
 std::unique_ptr<QuomiBeaconManager> Session::makeBeaconManager() const {
-    const auto& settings = context_.settings;
+    const auto& settings = sdk_.settings;
     switch (settings.beaconSecurityMode) {
         case kBeaconSecurityModeNone:
-            return std::make_unique<QuomiBeaconManager>(uuidOf(settings.beaconProximityUUIDNormal), context_.platform,
-                                                        settings, context_.debugLog);
+            return std::make_unique<QuomiBeaconManager>(uuidOf(settings.beaconProximityUUIDNormal), sdk_.platform,
+                                                        settings, sdk_.debugLog);
         case kBeaconSecurityModeRotatingAdvertisement:
-            return std::make_unique<QuomiSecureBeaconManager>(uuidOf(settings.beaconProximityUUIDSecure),
-                                                              context_.platform, settings, context_.debugLog);
+            return std::make_unique<QuomiSecureBeaconManager>(uuidOf(settings.beaconProximityUUIDSecure), sdk_.platform,
+                                                              settings, sdk_.debugLog);
         default:
-            context_.platform.console.log(
+            sdk_.platform.console.log(
                 fmt::format("Quomi SDK Error: Unsupported beacon security mode ({})", settings.beaconSecurityMode));
             return nullptr;
     }
 }
 
 bool Session::startBeacon(std::optional<Error>* error) {
-    if (!context_.capabilities.deviceSupportsBeacons()) {
-        assign(error, context_.errors.errorWithCode(ErrorCode::beaconsUnsupported));
+    if (!sdk_.capabilities.deviceSupportsBeacons()) {
+        assign(error, sdk_.errors.errorWithCode(ErrorCode::beaconsUnsupported));
         return false;
     }
     if (beaconManager_ == nullptr) beaconManager_ = makeBeaconManager();
     if (beaconManager_ != nullptr) {
-        beaconManager_->setFarDistanceSplitThreshold(context_.settings.proximityFarSplitThreshold);
-        beaconManager_->setRequestWhenInUseAuthorization(context_.settings.requestWhenInUseAuthorization);
-        beaconManager_->setUseExtendedBackgroundRangingTime(context_.settings.useExtendedBackgroundRangingTime);
+        beaconManager_->setFarDistanceSplitThreshold(sdk_.settings.proximityFarSplitThreshold);
+        beaconManager_->setRequestWhenInUseAuthorization(sdk_.settings.requestWhenInUseAuthorization);
+        beaconManager_->setUseExtendedBackgroundRangingTime(sdk_.settings.useExtendedBackgroundRangingTime);
         beaconManager_->setDelegate(beaconRouter_);
     }
-    if (context_.settings.beaconServiceMonitorinEnabled && !startBeaconServiceMonitoring(error)) return false;
+    if (sdk_.settings.beaconServiceMonitorinEnabled && !startBeaconServiceMonitoring(error)) return false;
     // A start without an error object: deliberate, hosts take it as "this security mode is not for this version".
     if (beaconManager_ == nullptr) return false;
     return beaconManager_->isStarted() || beaconManager_->start(error);
@@ -322,7 +311,7 @@ bool Session::startBeacon(std::optional<Error>* error) {
 bool Session::startBeaconServiceMonitoring(std::optional<Error>* error) {
     if (beaconServiceManager_ == nullptr) {
         beaconServiceManager_ = std::make_unique<QuomiBeaconServiceManager>(
-            uuidOf(context_.settings.beaconProximityUUIDService), context_.platform, context_.settings);
+            uuidOf(sdk_.settings.beaconProximityUUIDService), sdk_.platform, sdk_.settings);
     }
     beaconServiceManager_->setDelegate(beaconServiceRouter_);
     // One that a failed start left running is no failure of the next start.
@@ -333,7 +322,7 @@ void Session::stopBeaconServiceMonitoring() {
     if (beaconServiceManager_ == nullptr) return;
     if (beaconServiceManager_->isStarted()) beaconServiceManager_->stop();
     beaconServiceManager_->setDelegate({});
-    context_.graveyard.release(std::move(beaconServiceManager_));
+    sdk_.graveyard.release(std::move(beaconServiceManager_));
 }
 
 void Session::stopBeacon() {
@@ -342,7 +331,7 @@ void Session::stopBeacon() {
     if (beaconManager_->isStarted()) beaconManager_->stop();
     beaconManager_->setDelegate({});
     // Perhaps one of its own callbacks led here.
-    context_.graveyard.release(std::move(beaconManager_));
+    sdk_.graveyard.release(std::move(beaconManager_));
 }
 
 void Session::setUseExtendedBackgroundRangingTime(bool use) {
@@ -353,28 +342,28 @@ void Session::setUseExtendedBackgroundRangingTime(bool use) {
 
 void Session::registerForNotifications() {
     applicationObservation_ =
-        context_.platform.application.observe([this](ApplicationEvent event) { applicationChanged(event); });
+        sdk_.platform.application.observe([this](ApplicationEvent event) { applicationChanged(event); });
 }
 
 void Session::applicationChanged(ApplicationEvent event) {
     switch (event) {
         case ApplicationEvent::didBecomeActive:
-            context_.debugLog.log("applicationDidBecomeActive");
+            sdk_.debugLog.log("applicationDidBecomeActive");
             break;
         case ApplicationEvent::willResignActive:
-            context_.debugLog.log("applicationWillResignActive");
+            sdk_.debugLog.log("applicationWillResignActive");
             break;
         case ApplicationEvent::didEnterBackground:
-            context_.debugLog.log("applicationDidEnterBackground");
-            if (context_.settings.beaconEnabled && beaconManager_ != nullptr) {
+            sdk_.debugLog.log("applicationDidEnterBackground");
+            if (sdk_.settings.beaconEnabled && beaconManager_ != nullptr) {
                 beaconManager_->beginBackgroundRangingTask();
             }
             break;
         case ApplicationEvent::willEnterForeground:
-            context_.debugLog.log("applicationWillEnterForeground");
+            sdk_.debugLog.log("applicationWillEnterForeground");
             break;
         case ApplicationEvent::willTerminate:
-            context_.debugLog.log("applicationWillTerminate");
+            sdk_.debugLog.log("applicationWillTerminate");
             break;
         case ApplicationEvent::backgroundRefreshStatusDidChange:
             break;
@@ -386,9 +375,8 @@ void Session::setSdkIsStarted(bool isStarted) {
 }
 
 void Session::shutDown() {
-    const bool wasShutDown = isShutDown_;
     drop();
-    if (!wasShutDown && data_ != nullptr) setSdkIsStarted(false);
+    setSdkIsStarted(false);
 }
 
 void Session::drop() {
@@ -403,23 +391,22 @@ void Session::drop() {
     notificationHelpers_.reset();
     if (api_ != nullptr) api_->cancelAllRequests();
     setUploader(nullptr);
-    isShutDown_ = true;
+    lifetime_.end();
 }
 
 // Events and user
 
 void Session::logEvent(const boost::json::object& event) {
-    if (isShutDown_ || data_ == nullptr || !context_.eventLogsEnabled) return;
-    const WallTime now = context_.platform.clock.now();
+    if (hasEnded() || data_ == nullptr || !sdk_.eventLogsEnabled) return;
+    const WallTime now = sdk_.platform.clock.now();
     std::optional<Error> failure;
     if (eventUpload_->logEvent(event, now, &failure)) {
-        context_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
+        sdk_.host.tell(&QuomiSDKDelegate::didLogEvent, event, now);
         return;
     }
     // A host that logs an event for every error would be told of that event too, and so on.
     if (std::exchange(isTellingOfLostEvent_, true)) return;
-    const auto self = shared_from_this();
-    context_.host.forwardErrorToDelegate(failure);
+    sdk_.host.forwardErrorToDelegate(failure);
     isTellingOfLostEvent_ = false;
 }
 
@@ -439,52 +426,73 @@ void Session::executeNotificationRequestActions(const NotificationRequest& reque
 }
 
 void Session::logNotificationAuthorizationStatusIfNeeded() {
-    if (context_.authorizationLogger != nullptr) {
-        context_.authorizationLogger->logNotificationAuthorizationStatusIfNeeded();
+    if (sdk_.authorizationLogger != nullptr) {
+        sdk_.authorizationLogger->logNotificationAuthorizationStatusIfNeeded();
     }
 }
 
 void Session::forceLogNotificationAuthorizationStatus() {
-    if (context_.authorizationLogger != nullptr) {
-        context_.authorizationLogger->forceLogNotificationAuthorizationStatus();
+    if (sdk_.authorizationLogger != nullptr) {
+        sdk_.authorizationLogger->forceLogNotificationAuthorizationStatus();
     }
 }
 
 void Session::updateUserInformation(const QuomiUser& user, const std::function<void()>& success,
                                     const std::function<void(const Error&)>& failure) {
-    if (isShutDown_ || api_ == nullptr) return;
-    api_->setUserInformation(
-        user, context_.settings.namespace_.value_or(""),
-        [weak = weak_from_this(), success] {
-            const auto session = weak.lock();
-            if (session == nullptr) return;
-            callHost(session->userUploadHooks_.updateAllRulesData);
-            if (!session->isShutDown_) session->context_.host.call(success);
+    if (api_ == nullptr) return;
+    api_->setUserInformation(user, sdk_.settings.namespace_.value_or(""), lifetime_.guard([this, success] {
+        lifetime_.inTurn([this] { updateAllRulesData(); }, [&] { sdk_.host.call(success); });
+    }),
+                             lifetime_.guard([this, failure](const Error& error) {
+                                 lifetime_.inTurn(
+                                     [this] {
+                                         if (sdk_.settings.geofencingEnabled) triggerLocationUpdate();
+                                     },
+                                     [&] { sdk_.host.call(failure, error); });
+                             }));
+}
+
+void Session::updateAllRulesData() {
+    lifetime_.inTurn(
+        [this] {
+            if (sdk_.settings.geofencingEnabled) triggerLocationUpdate();
         },
-        [weak = weak_from_this(), failure](const Error& error) {
-            const auto session = weak.lock();
-            if (session == nullptr) return;
-            if (session->context_.settings.geofencingEnabled) callHost(session->userUploadHooks_.triggerLocationUpdate);
-            if (!session->isShutDown_) session->context_.host.call(failure, error);
+        [this] {
+            if (!sdk_.settings.beaconEnabled || dataUpdater_ == nullptr) return;
+            downloadAllBeacons(*dataUpdater_, sdk_.settings, [] {});
         });
 }
 
-void Session::setUserUploadHooks(UserUploadHooks hooks) {
-    userUploadHooks_ = std::move(hooks);
+void Session::triggerLocationUpdate() {
+    setForceFullGeofencesUpdate();
+    if (!updateLocation()) stopLocation();
+}
+
+bool Session::updateLocation(std::optional<Error>* error) {
+    if (!sdk_.running) {
+        assign(error, sdk_.errors.errorWithCode(ErrorCode::notStarted));
+        return false;
+    }
+    if (!sdk_.settings.geofencingEnabled) {
+        assign(error, sdk_.errors.errorWithCode(ErrorCode::geofencesDisabled));
+        return false;
+    }
+    startLocationMonitoringWithBackgroundModeSupport();
+    return true;
 }
 
 void Session::registerDeviceToken(const std::string& token, const std::optional<std::string>& appNamespace,
                                   std::function<void()> success, std::function<void(const Error&)> failure) {
-    if (isShutDown_ || api_ == nullptr) return;
-    auto& host = context_.host;
+    if (api_ == nullptr) return;
+    auto& host = sdk_.host;
     api_->registerUdid(
-        QuomiUser::quomiUserID(context_.platform.device), appNamespace, token,
+        QuomiUser::quomiUserID(sdk_.platform.device), appNamespace, token,
         [&host, success = std::move(success)] { host.call(success); },
         [&host, failure = std::move(failure)](const Error& error) { host.call(failure, error); });
 }
 
 void Session::setServerNotificationRequestHeader(const std::string& name, std::optional<std::string> value) {
-    if (!isShutDown_ && api_ != nullptr) api_->setServerNotificationRequestHeader(name, std::move(value));
+    if (api_ != nullptr) api_->setServerNotificationRequestHeader(name, std::move(value));
 }
 
 }  // namespace quomi

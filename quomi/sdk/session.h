@@ -3,7 +3,9 @@
 #include "quomi/platform/application.h"
 #include "quomi/platform/location.h"
 #include "quomi/platform/platform.h"
+#include "quomi/sdk/routing_context.h"
 #include "quomi/util/error.h"
+#include "quomi/util/lifetime.h"
 
 #include <functional>
 #include <memory>
@@ -17,56 +19,22 @@ namespace quomi {
 class BatteryAlertQueue;
 class BeaconRouter;
 class BeaconServiceRouter;
-class DebugLog;
-class DeferredRelease;
-class DeviceCapabilities;
 class EventUploadLoop;
 class GeofenceRouter;
-class HostDelegate;
 class QuomiAPI;
 class QuomiActionExecutor;
-class QuomiAuthorizationLogger;
 class QuomiBeaconActionExecutor;
 class QuomiBeaconManager;
 class QuomiBeaconServiceManager;
-class QuomiData;
 class QuomiDataApiResponseParser;
-class QuomiDataUpdater;
-class QuomiErrors;
 class QuomiGeofenceActionExecutor;
-class QuomiLocationManager;
 class QuomiNotificationHelpers;
-class WebPagePresenter;
-struct RoutingContext;
 struct RuleExecutorContext;
-struct RuleObserver;
 struct NotificationRequest;
 struct QuomiApplication;
 class QuomiUser;
+struct SdkState;
 class Uploader;
-struct QuomiSettings;
-
-/// What the facade holds for good and lends to each of its sessions.
-struct SessionContext {
-    const Platform& platform;
-    QuomiSettings& settings;
-    const DeviceCapabilities& capabilities;
-    const QuomiErrors& errors;
-    DebugLog& debugLog;
-    HostDelegate& host;
-    DeferredRelease& graveyard;
-    const bool& eventLogsEnabled;
-    const std::shared_ptr<QuomiUser>& user;
-    WebPagePresenter& webPages;
-    const std::unique_ptr<QuomiAuthorizationLogger>& authorizationLogger;
-    const std::weak_ptr<const RuleObserver>& ruleObserver;
-};
-
-/// What is to be done once the user has been sent; an empty one does nothing.
-struct UserUploadHooks {
-    std::function<void()> updateAllRulesData;     ///< after a success: the server's rules may depend on the user
-    std::function<void()> triggerLocationUpdate;  ///< after a failure, with geofences switched on
-};
 
 /// What lives from start to stop: the SDK's components and the routers of events, made where they are missing and
 /// let go of together.
@@ -74,12 +42,13 @@ struct UserUploadHooks {
 /// A start that fails half-way leaves its session to the next start, which goes on with what is there. A session that
 /// was shut down calls nobody any more; it is destroyed in a later turn, because `stop` may come from one of its own
 /// callbacks. Host's thread only.
-class Session : public std::enable_shared_from_this<Session> {
+class Session final : private RoutingSession {
 public:
     using Application = std::shared_ptr<QuomiApplication>;
     using Downloaded = std::function<void(const Application&, const std::optional<Error>& requestError)>;
 
-    explicit Session(const SessionContext& context);
+    /// `sdk` outlives the session.
+    explicit Session(SdkState& sdk);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -128,18 +97,22 @@ public:
     void shutDown();
     /// The same without a word in the store.
     void drop();
+    /// Whether it was shut down or dropped: for whoever has called out to the host meanwhile.
+    [[nodiscard]] bool hasEnded() const { return lifetime_.hasEnded(); }
 
     /// Appends the event to the event log and tells the host of it, or of the error, when event logs are enabled.
-    void logEvent(const boost::json::object& event);
-    /// Looks at the notification rights again and logs them when they have changed.
-    void logNotificationAuthorizationStatusIfNeeded();
+    void logEvent(const boost::json::object& event) override;
     /// Logs the notification rights in any case.
     void forceLogNotificationAuthorizationStatus();
 
-    /// Sends the user to the server. The hooks run before the blocks.
+    /// Sends the user to the server. Before the block, a success updates all rules, because they may depend on the
+    /// user; a failure asks for the position.
     void updateUserInformation(const QuomiUser& user, const std::function<void()>& success,
                                const std::function<void(const Error&)>& failure);
-    void setUserUploadHooks(UserUploadHooks hooks);
+    // As the facade's operations of these names.
+    void updateAllRulesData();
+    void triggerLocationUpdate();
+    bool updateLocation(std::optional<Error>* error = nullptr);
     /// Registers the device's push token, given as text, under the namespace.
     void registerDeviceToken(const std::string& token, const std::optional<std::string>& appNamespace,
                              std::function<void()> success, std::function<void(const Error&)> failure);
@@ -152,6 +125,9 @@ public:
     void executeNotificationRequestActions(const NotificationRequest& request);
 
 private:
+    void logNotificationAuthorizationStatusIfNeeded() override;
+    [[nodiscard]] QuomiLocationManager* locationManager() const override { return locationManager_.get(); }
+    [[nodiscard]] std::size_t requestQueueCount() const override;
     void openClient();
     void setUploader(Uploader* uploader);
     void makeExecutors();
@@ -164,7 +140,7 @@ private:
     void stopBeaconServiceMonitoring();
     void applicationChanged(ApplicationEvent event);
 
-    const SessionContext context_;
+    SdkState& sdk_;
     const std::unique_ptr<EventUploadLoop> eventUpload_;
     std::unique_ptr<QuomiData> data_;
     std::unique_ptr<BatteryAlertQueue> batteryAlerts_;  // there with the store
@@ -182,9 +158,8 @@ private:
     std::shared_ptr<BeaconServiceRouter> beaconServiceRouter_;
     std::unique_ptr<QuomiBeaconServiceManager> beaconServiceManager_;
     std::unique_ptr<ApplicationObservation> applicationObservation_;
-    UserUploadHooks userUploadHooks_;
     bool isTellingOfLostEvent_ = false;
-    bool isShutDown_ = false;
+    Lifetime lifetime_;
 };
 
 }  // namespace quomi
