@@ -209,6 +209,7 @@ TEST_F(RuleTest, LateVetoTakesBackWhatItsOwnBeaconCounted) {
         {"reset", reset, 0, 0}};
     for (const auto& [what, meanwhile, left, ofItsOwn] : cases) {
         download({"bread", "wine"});
+        data_->getSDKStatusInfo()->globalMaxEventsPeriod = 100;
         for (const char* id : {"bread", "wine"}) find(data_->getBeaconById(id));
         meanwhile();
         answer(false);
@@ -223,6 +224,7 @@ TEST_F(RuleTest, LateVetoTakesBackWhatItsOwnBeaconCounted) {
             return beacon->groupTriggersCount;
         };
         EXPECT_EQ(data_->getSDKStatusInfo()->globalTriggersCount, left) << what;
+        EXPECT_THAT(data_->getSDKStatusInfo()->globalHistory, SizeIs(left)) << what;
         EXPECT_EQ(counts("bread"), left) << what;
         EXPECT_EQ(counts("wine"), ofItsOwn) << what;
         reset();

@@ -66,13 +66,26 @@ TEST_F(RuleTest, GeofenceRulesWaitAfterTheyWereCounted) {
     EXPECT_THAT(taken(), ElementsAre("trigger r", "notifies Hello", kRan));
 }
 
-TEST_F(RuleTest, LatchRunsTheRuleOfItsOwnGeofence) {
+TEST_F(RuleTest, LatchRunsTheRuleOfItsOwnGeofenceUnderTheTriggerOfItsEvent) {
     for (const char* id : {"bread", "wine"}) {
         geofence(id, std::vector{rule<GeofenceRule>("r", {{kActionNotifyUser, id}}, [](auto& r) { r.latchTime = 9; })});
     }
-    EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(data_->getGeofenceById("wine")));
-    phone_.advanceBy(seconds(10));
-    EXPECT_THAT(taken(), Contains("notifies wine"));
+    std::vector<std::string> told;
+    observer_->ruleDecided = [&](const RuleReport& report) {
+        told.push_back(fmt::format("{} {} {}", report.owner, report.trigger, nameOf(report.decision)));
+    };
+    const auto wine = data_->getGeofenceById("wine");
+    const auto rule = wine->ruleWithId("r");
+    for (const std::string runs : {"wine", "bread"}) {
+        EXPECT_TRUE(geofences_->executeGeofenceEnteredActions(wine));
+        rule->trigger = kTriggerOnExit;  // as a download may
+        if (runs == "bread") rule->ruleId = "other";
+        told.clear();
+        phone_.advanceBy(seconds(10));
+        EXPECT_THAT(taken(), Contains("notifies " + runs));
+        EXPECT_THAT(told, ElementsAre("wine on_entry executed"));
+        rule->trigger = kTriggerOnEntry;
+    }
 }
 
 TEST_F(RuleTest, AllowedGeofenceActionsRunInALaterTurnOfTheirOwn) {
