@@ -70,7 +70,7 @@ public:
     void getApplicationEventLimits(const std::string& appNamespace, Success success, Failure failure);
     /// Downloads geofences with their rules. False, and no callback, with an error: 403 while an earlier download of
     /// geofences runs; 401 for a radius below 1 and for degrees outside -90..90 and -180..180. An earlier one that only
-    /// waits (no network) gives way to this one and calls nobody back. Fails with 404 as `getDataAtURL`.
+    /// waits (no network) gives way to this one, whose end is told to both. Fails with 404 as `getDataAtURL`.
     bool getGeofencesRulesWithNamespace(const GeofencesQuestion& question, RulesDownload download,
                                         std::optional<Error>* error = nullptr) override;
     /// Downloads beacons with their rules. Fails with 404 as `getDataAtURL`.

@@ -154,10 +154,7 @@ void HttpSession::download(Download download, Success success, Failure failure) 
     auto operation = makeOperation({"GET", download.url, {}, {}});
     operation.kind = operation.request.url.substr(0, operation.request.url.find('?'));
     if (auto* waiting = waitingLike(operation, download.replacesWaiting)) {
-        if (waiting->request.url != operation.request.url) {
-            waiting->request = std::move(operation.request);
-            waiting->callers.clear();
-        }
+        waiting->request = std::move(operation.request);
         return waiting->add(std::move(success), std::move(failure));
     }
     operation.download = std::move(download);

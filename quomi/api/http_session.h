@@ -55,7 +55,7 @@ public:
         std::function<void(const boost::json::value& body, int status, std::optional<Error>* error)> take{};
         /// Told of the first of a run of failures; an answer of no use is one.
         std::function<void(const Error&)> failed{};
-        /// Whether it takes the place of one of the same endpoint that waits; nobody is called back for that one then.
+        /// Whether it takes the place of one of the same endpoint that waits; who asked for that one hears of this one.
         bool replacesWaiting = false;
     };
 

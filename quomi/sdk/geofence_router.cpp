@@ -82,15 +82,25 @@ bool GeofenceRouter::watchStoredGeofences(const Coordinate& place) {
 }
 
 void GeofenceRouter::update(const Coordinate& place, bool inFull) {
-    if (std::exchange(forceFullGeofencesUpdate_, false) || inFull) {
-        context_.updater.performFullGeofencesDataUpdate(
-            areaAround(place), lifetime_.guard([this](bool) { startMonitoringLocalRegions(); }));
-        return;
-    }
+    if (std::exchange(forceFullGeofencesUpdate_, false) || inFull) return updateInFull(place);
     context_.updater.performGeofencesDataUpdateIfNeeded(areaAround(place));
     const auto uuid = Uuid::parse(context_.settings.beaconProximityUUIDNormal).value_or(Uuid());
     context_.updater.performBeaconsDataUpdateIfNeeded({uuid});
     context_.session.logNotificationAuthorizationStatusIfNeeded();
+}
+
+/// A download that waits takes the new place over: then the choice of regions that it brings is enough.
+void GeofenceRouter::updateInFull(const Coordinate& place) {
+    QuomiDataUpdater::Success choose;
+    if (awaitedChoice_.expired()) {
+        const auto awaited = std::make_shared<AwaitedChoice>();
+        awaitedChoice_ = awaited;
+        choose = lifetime_.guard([this, awaited](bool) {
+            awaitedChoice_.reset();
+            startMonitoringLocalRegions();
+        });
+    }
+    context_.updater.performFullGeofencesDataUpdate(areaAround(place), choose);
 }
 
 // The choice of regions

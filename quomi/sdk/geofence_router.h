@@ -43,6 +43,7 @@ public:
 private:
     /// One entry or exit that is handled in the background.
     struct Work;
+    struct AwaitedChoice {};
     using Geofence = std::shared_ptr<QuomiGeofence>;
     using Execute = bool (QuomiGeofenceActionExecutor::*)(const Geofence&, std::optional<Error>*);
 
@@ -65,12 +66,14 @@ private:
     [[nodiscard]] Coordinate currentCoordinate();
     [[nodiscard]] bool watchStoredGeofences(const Coordinate& place);
     void update(const Coordinate& place, bool inFull);
+    void updateInFull(const Coordinate& place);
 
     const RoutingContext context_;
     QuomiGeofenceActionExecutor& executor_;
     const QuomiErrors& errors_;
     bool forceFullGeofencesUpdate_ = false;
-    std::set<std::string> refusedRegions_;  // since they were last spoken of
+    std::weak_ptr<AwaitedChoice> awaitedChoice_;  // there while a download is to be followed by a choice of regions
+    std::set<std::string> refusedRegions_;        // since they were last spoken of
     std::vector<std::shared_ptr<Work>> works_;
     Lifetime lifetime_;
 };

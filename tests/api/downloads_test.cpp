@@ -235,7 +235,10 @@ TEST_F(Downloads, WithoutNetworkThePlaceWhereTheUserIsNowIsAskedFor) {
     phone.network(true);
     phone.runTurns();
     EXPECT_FALSE(ask(81, day)) << "now one is on the wire";
-    EXPECT_THAT(after(1s), ElementsAre("took [1]", "80"));
+    const auto told = after(1s);
+    ASSERT_EQ(told.size(), 81U) << "the answer once, and all who asked";
+    EXPECT_THAT(Strings(told.begin(), told.begin() + 2), ElementsAre("took [1]", "1"));
+    EXPECT_EQ(told.back(), "80");
     ASSERT_EQ(requests.size(), 1U);
     EXPECT_THAT(requests[0].url, AllOf(HasSubstr("lat=80."), Not(HasSubstr("updated_at"))))
         << "all, as the first asked";

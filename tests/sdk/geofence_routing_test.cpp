@@ -41,6 +41,19 @@ TEST(LocationChange, TheFirstAfterAStartDownloadsTheGeofencesAroundInFull) {
     }
 }
 
+TEST(LocationChange, PositionsWithoutNetworkAreFollowedByOneChoiceOfRegions) {
+    Town town(kWell);
+    ASSERT_TRUE(town.start());
+    town.phone.network(false);
+    for (int step = 0; step < 20; ++step) town.goTo(kTownLatitude + 0.001 * (step / 2));
+    town.journal.clear();
+    town.settings.geofencingEnabled = false;  // each choice tells so, twice
+    town.phone.network(true);
+    town.settle(seconds(5));
+    EXPECT_EQ(downloads(town).first, 1U);
+    EXPECT_THAT(town.lines("error"), SizeIs(2));
+}
+
 struct Change {
     const char* what;
     std::function<void(Town&)> prepare;

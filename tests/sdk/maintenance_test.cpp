@@ -43,6 +43,12 @@ TEST(ServerSync, CallsItsHandlerOnceWhateverHappens) {
         town.phone.runTurns();
         town.journal.clear();
     };
+    const auto loseNetwork = [](Town& town) { town.phone.network(false); };
+    const auto moveOn = [](Town& town) {
+        town.sdk->triggerLocationUpdate();
+        town.goTo(kTownLatitude + 0.1);
+        town.phone.network(true);
+    };
     const auto stop = [](Town& town) { town.sdk->stop(); };
     const auto restart = [](Town& town) {
         town.sdk->stop();
@@ -62,6 +68,7 @@ TEST(ServerSync, CallsItsHandlerOnceWhateverHappens) {
               nothing, 0},
              {"both fail", failing, nothing, 2},
              {"geofences refused", busy, nothing, 1},
+             {"another place asked for meanwhile", loseNetwork, moveOn, 2},
              {"stop meanwhile", nothing, stop, 1},
              {"stop and start meanwhile", nothing, restart, 2},
              {"data removed meanwhile", nothing, removeData, 2},
