@@ -60,7 +60,7 @@ bool Session::openData(bool allowStoreDeletion, std::optional<Error>* error) {
     const auto file = QuomiData::dataStorageDirectory(sdk_.platform) / kQuomiSQLiteStoreFile;
     data_ = QuomiData::create(file, allowStoreDeletion, sdk_.platform, sdk_.errors, error);
     if (data_ == nullptr) return false;
-    batteryAlerts_ = std::make_unique<BatteryAlertQueue>(*data_);
+    batteryAlerts_ = std::make_unique<BatteryAlertQueue>(*data_, sdk_.platform.console);
     return true;
 }
 

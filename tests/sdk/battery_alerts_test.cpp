@@ -2,6 +2,7 @@
 
 #include "quomi/platform/clock.h"
 #include "tests/data/store_support.h"
+#include "tests/diagnostics/log_support.h"
 #include "tests/sdk/scripted_uploader.h"
 
 namespace quomi::test {
@@ -25,8 +26,9 @@ protected:
 
     StoreHost host;
     ScriptedUploader uploader;
+    KeptConsole console;
     std::unique_ptr<QuomiData> data = host.open();
-    std::unique_ptr<BatteryAlertQueue> queue = std::make_unique<BatteryAlertQueue>(*data);
+    std::unique_ptr<BatteryAlertQueue> queue = std::make_unique<BatteryAlertQueue>(*data, console);
 };
 
 TEST_F(BatteryAlerts, WaitInTheStoreUntilTheyArrive) {
@@ -39,7 +41,7 @@ TEST_F(BatteryAlerts, WaitInTheStoreUntilTheyArrive) {
     EXPECT_EQ(stored(), "1 2") << "nobody sends";
     queue.reset();
     data = host.open();
-    queue = std::make_unique<BatteryAlertQueue>(*data);
+    queue = std::make_unique<BatteryAlertQueue>(*data, console);
     queue->setUploader(&uploader);
     queue->flushBatteryAlertsQueue();
     EXPECT_THAT(uploader.alerts, ElementsAre("1", "2", "1")) << "the newest first";
@@ -62,15 +64,43 @@ TEST_F(BatteryAlerts, ThoseOnTheirWayWaitAgainWhenTheSenderGoes) {
     EXPECT_EQ(stored(), "2") << "an answer that comes too late";
 }
 
-TEST_F(BatteryAlerts, AreSentEvenWhenTheyCannotBeStored) {
-    auto other = host.connect();
-    other.exec("BEGIN IMMEDIATE");
-    send("1", 10);
-    EXPECT_THAT(uploader.alerts, ElementsAre("1"));
-    uploader.fail();
-    other.exec("ROLLBACK");
-    EXPECT_TRUE(data->saveContext());
-    EXPECT_EQ(stored(), "1");
+TEST_F(BatteryAlerts, AreSentWhileAnotherProcessHoldsTheStoreAndStoredAfterwards) {
+    for (const bool isInBackground : {false, true}) {
+        if (isInBackground) host.phone.background();
+        data->startBackgroundObjectContext();
+        auto other = host.connect();
+        other.exec("BEGIN IMMEDIATE");
+        send("1", 10);
+        EXPECT_EQ(uploader.alerts.back(), "1");
+        uploader.succeed();
+        send("2", 20);
+        uploader.fail();
+        data->finishBackgroundObjectContext();
+        other.exec("ROLLBACK");
+        EXPECT_TRUE(data->saveContext());
+        EXPECT_EQ(stored(), "2") << isInBackground;
+        EXPECT_THAT(console.messages, testing::Each(HasSubstr("a battery alert waits in memory: ")));
+        EXPECT_EQ(std::exchange(console.messages, {}).size(), 3U);
+        EXPECT_TRUE(data->removeAllBatteryAlerts());
+    }
+}
+
+TEST_F(BatteryAlerts, WhatTheStoreRefusesIsSentAgainWithTheNextOne) {
+    const Table<const char*, const char*> refusals = {
+        {"ALTER TABLE QuomiBatteryAlert RENAME TO Away", "ALTER TABLE Away RENAME TO QuomiBatteryAlert"},
+        {"CREATE UNIQUE INDEX one ON QuomiBatteryAlert (1)", "DROP INDEX one"}};
+    for (const auto& [begin, end] : refusals) {
+        send("0", 5);
+        uploader.fail();
+        host.connect().exec(begin);
+        send("1", 10);
+        while (!uploader.waiting.empty()) uploader.fail();
+        host.connect().exec(end);
+        uploader.alerts.clear();
+        send("2", 20);
+        EXPECT_THAT(uploader.alerts, UnorderedElementsAre("2", "1", "0")) << begin;
+        while (!uploader.waiting.empty()) uploader.succeed();
+    }
 }
 
 TEST_F(BatteryAlerts, InTheBackground) {
