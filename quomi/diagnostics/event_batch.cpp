@@ -164,7 +164,7 @@ bool QuomiDLogger::refuse(const QuomiDLog& record) {
     }
     if (!keepRefused(first.lines) || !replaceBatch(std::string_view(*text).substr(first.taken))) return false;
     console_.log(
-        fmt::format("Quomi SDK error: the server refuses an event; it is kept in {}", kQuomiBORefusedLogFileName));
+        fmt::format("Quomi SDK Error: the server refuses an event; it is kept in {}", kQuomiBORefusedLogFileName));
     return true;
 }
 

@@ -50,7 +50,7 @@ std::unique_ptr<FileLock> QuomiDLogger::lock(std::string_view name, std::error_c
     if (!files_.createDirectories(files_.documentsDirectory(), error)) return nullptr;
     auto lock = files_.lock(pathForFileName(name), kLockPatience, error);
     if (lock == nullptr) {
-        console_.log(fmt::format("Quomi SDK error: {} cannot be locked: {}", name, error.message()));
+        console_.log(fmt::format("Quomi SDK Error: {} cannot be locked: {}", name, error.message()));
     }
     return lock;
 }
@@ -75,7 +75,7 @@ std::optional<std::string> QuomiDLogger::getQuomiDLogTmpFileContent() {
 }
 
 void QuomiDLogger::tellUnreadable(std::size_t lines) const {
-    if (lines > 0) console_.log(fmt::format("Quomi SDK error: {} lines of the event log are no UTF-8", lines));
+    if (lines > 0) console_.log(fmt::format("Quomi SDK Error: {} lines of the event log are no UTF-8", lines));
 }
 
 // Appending

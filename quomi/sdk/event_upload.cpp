@@ -77,6 +77,7 @@ Duration EventUploadLoop::pause() const {
 }
 
 void EventUploadLoop::timerFired() {
+    writeBack();
     // A firing may be a little early or late.
     if (platform_.clock.monotonicNow() - lastUploadBegan_ < pause() - kUploadInterval / 2) return;
     uploadLogsInBatches();
@@ -106,8 +107,17 @@ void EventUploadLoop::flushLoggedEventsQueue() {
 
 void EventUploadLoop::sendEvent(const QuomiDLog& record) {
     uploader_->sendDLogEvent(record, nullptr, lifetime_.guard([this, record](const Error&) {
-        logger_.addQuomiDLogToFile(record.stringFromQuomiDLog(platform_.clock.timeZone()));
+        notArrived_.push_back(record);
+        writeBack();
     }));
+}
+
+/// As far as the log can be written.
+void EventUploadLoop::writeBack() {
+    const std::string zone = platform_.clock.timeZone();
+    while (!notArrived_.empty() && logger_.addQuomiDLogToFile(notArrived_.front().stringFromQuomiDLog(zone))) {
+        notArrived_.pop_front();
+    }
 }
 
 /// Another count stops the upload too: some batch is on its way.

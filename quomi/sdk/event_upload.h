@@ -9,6 +9,7 @@
 #include "quomi/util/time.h"
 
 #include <cstddef>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,8 +49,8 @@ public:
     bool logEvent(const boost::json::object& event, WallTime date, std::optional<Error>* error = nullptr);
     /// Starts the upload of what is in the files, unless the same batch is on its way already.
     void uploadLogsInBatches();
-    /// Takes all events out of the log file and sends them one by one; one that does not arrive goes back into it.
-    /// Those on their way are in memory only.
+    /// Takes all events out of the log file and sends them one by one; one that does not arrive goes back into it, if
+    /// need be when the timer fires. Those on their way are in memory only.
     void flushLoggedEventsQueue();
 
 private:
@@ -59,6 +60,7 @@ private:
     void timerFired();
     void uploadLogsInBatchesFromTmpFile();
     void sendEvent(const QuomiDLog& record);
+    void writeBack();
     [[nodiscard]] bool isInFlight(const Batch& batch) const;
     void batchArrived();
     void batchFailed(const Error& error);
@@ -70,6 +72,7 @@ private:
     QuomiDLogger logger_;
     Uploader* uploader_ = nullptr;
     std::optional<Batch> currentBatchWithLogs_;
+    std::deque<QuomiDLog> notArrived_;  // of a flush; to be written back
     std::optional<WallTime> lastUploadedLogsAt_;
     MonotonicTime lastUploadBegan_{};
     std::unique_ptr<Timer> uploadLogLoopTimer_;

@@ -163,7 +163,7 @@ TEST_F(EventLogTest, OfALogThatIsNotUtf8OnlyThoseLinesAreLost) {
     test::LogDirectory log(eventLine(1) + "\n\xff\n" + eventLine(2) + "\xc3\n" + eventLine(3) + "\n");
     QuomiDLogger logger(log.files, clock_, console_);
     EXPECT_THAT(logger.nextBatch(50).value(), SizeIs(2));
-    EXPECT_THAT(console_.messages, ElementsAre("Quomi SDK error: 2 lines of the event log are no UTF-8"));
+    EXPECT_THAT(console_.messages, ElementsAre("Quomi SDK Error: 2 lines of the event log are no UTF-8"));
     EXPECT_EQ(log.text(), "(missing)");
     EXPECT_EQ(log.batch(), eventLine(1) + "\n" + eventLine(3));
 }

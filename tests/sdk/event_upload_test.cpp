@@ -167,15 +167,19 @@ TEST_F(EventUpload, UploaderReplacedWhileABatchIsInFlight) {
     EXPECT_EQ(batchFile(), "");
 }
 
-/// Every event by itself; those that fail go back into the log.
+/// Every event by itself; those that fail go back into the log, as soon as it can be written.
 TEST_F(EventUpload, FlushOfTheLog) {
     log(1, 3);
     loop->flushLoggedEventsQueue();
     EXPECT_THAT(uploader.batches, ElementsAre(ElementsAre(1), ElementsAre(2), ElementsAre(3)));
     loop->flushLoggedEventsQueue();
     EXPECT_EQ(uploader.batches.size(), 3U) << "the log is empty";
+    const auto documents = host.platform.files.documentsDirectory();
+    std::filesystem::remove_all(documents);
+    write(documents, "a file");
     uploader.fail();
-    uploader.waiting[0].second(Error{kHTTPErrorDomain, 500, {}});
+    uploader.fail(500);
+    std::filesystem::remove(documents);
     host.phone.advanceBy(40s);
     EXPECT_THAT(uploader.batches.back(), ElementsAre(1, 2));
 }
