@@ -91,6 +91,18 @@ void addToSchema(const fs::path& file, std::string_view input, const fs::path& o
     }
 }
 
+/// What a store that was opened must not have any more: anything that may run.
+bool hasTablesAndIndicesAlone(const fs::path& file) try {
+    SQLite::Database database(file.string());
+    return database
+               .execAndGet(
+                   "SELECT count(*) FROM sqlite_master WHERE type NOT IN ('table', 'index') OR"
+                   " sql NOT LIKE 'CREATE TABLE %' AND sql NOT LIKE 'CREATE INDEX %'")
+               .getInt() == 0;
+} catch (const SQLite::Exception&) {
+    return true;  // damaged
+}
+
 /// What an app does with its store in a launch.
 void use(quomi::QuomiData& data) {
     using namespace quomi;
@@ -137,6 +149,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::optional<Error> error;
     auto store = QuomiData::create(file, false, platform, errors, &error);
     fuzz::require(store != nullptr || error.has_value());
+    fuzz::require(store == nullptr || hasTablesAndIndicesAlone(file));
     if (store != nullptr) use(*store);
     store.reset();
     store = QuomiData::create(file, true, platform, errors, &error);
