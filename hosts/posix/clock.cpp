@@ -1,5 +1,7 @@
 #include "hosts/posix/clock.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
@@ -12,8 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 
 bool isZoneNameCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/' || c == '_' ||
-           c == '-' || c == '+';
+    return isLetterOrDigit(c) || c == '/' || c == '_' || c == '-' || c == '+';
 }
 
 /// What stands behind the database's own folder in a path, or the text itself.

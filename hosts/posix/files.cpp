@@ -196,7 +196,7 @@ bool makeDirectories(const fs::path& path, std::error_code& error) {
 }
 
 bool climbs(const fs::path& path) {
-    return std::find(path.begin(), path.end(), "..") != path.end();
+    return std::ranges::find(path, "..") != path.end();
 }
 
 }  // namespace

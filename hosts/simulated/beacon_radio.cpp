@@ -57,8 +57,8 @@ void BeaconRadio::start(const std::string& identifier, Beat& beat) {
 
 void BeaconRadio::report(const std::string& identifier) {
     const auto& ranged = location_.rangedRegions();
-    const auto found = std::find_if(ranged.begin(), ranged.end(),
-                                    [&](const BeaconRegion& region) { return region.identifier == identifier; });
+    const auto found =
+        std::ranges::find_if(ranged, [&](const BeaconRegion& region) { return region.identifier == identifier; });
     if (found == ranged.end()) return;
     location_.report(identifier, model_.report(found->proximityUUID, loop_.monotonicNow(), identifier));
 }

@@ -19,7 +19,7 @@ struct Exchange {
 
 bool asksForJson(const HttpRequest& request) {
     const HttpHeaders::value_type json("Accept", "application/json");
-    return std::find(request.headers.begin(), request.headers.end(), json) != request.headers.end();
+    return std::ranges::find(request.headers, json) != request.headers.end();
 }
 
 ResponseOutcome outcomeOf(const HttpResult& result, bool asksForJson) {

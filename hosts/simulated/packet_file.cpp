@@ -113,7 +113,7 @@ private:
             text_.remove_prefix(2);
         }
         if (!text_.empty()) text_.remove_prefix(1);
-        nextLine_ += static_cast<std::size_t>(std::count(value.begin(), value.end(), '\n'));
+        nextLine_ += static_cast<std::size_t>(std::ranges::count(value, '\n'));
         fields_.push_back(unquoted_.emplace_back(std::move(value)));
     }
 
@@ -143,7 +143,7 @@ public:
             return std::nullopt;
         }
         const auto earlier = [](const TimedPacket& a, const TimedPacket& b) { return a.offset < b.offset; };
-        std::stable_sort(packets_.begin(), packets_.end(), earlier);
+        std::ranges::stable_sort(packets_, earlier);
         for (auto& each : packets_) each.offset = std::max(each.offset - *zero_, Duration{});
         return std::move(packets_);
     }

@@ -143,7 +143,7 @@ std::vector<RangedBeacon> PhoneModel::report(const Uuid& regionUUID, MonotonicTi
             silent.push_back({regionUUID, beacon.major, beacon.minor, PlatformProximity::unknown, -1, 0});
         }
     }
-    std::stable_sort(beacons.begin(), beacons.end(), isNearer);
+    std::ranges::stable_sort(beacons, isNearer);
     beacons.insert(beacons.end(), silent.begin(), silent.end());
     return beacons;
 }

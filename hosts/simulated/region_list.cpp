@@ -71,12 +71,12 @@ RegionList::RegionList(Files& files, std::filesystem::path path) : files_(files)
 }
 
 const Region* RegionList::find(std::string_view identifier) const {
-    const auto found = std::find_if(regions_.begin(), regions_.end(), named(identifier));
+    const auto found = std::ranges::find_if(regions_, named(identifier));
     return found == regions_.end() ? nullptr : &*found;
 }
 
 void RegionList::put(const Region& region) {
-    const auto found = std::find_if(regions_.begin(), regions_.end(), named(regionIdentifier(region)));
+    const auto found = std::ranges::find_if(regions_, named(regionIdentifier(region)));
     if (found == regions_.end()) {
         regions_.push_back(region);
     } else if (*found == region) {
@@ -88,7 +88,7 @@ void RegionList::put(const Region& region) {
 }
 
 bool RegionList::remove(std::string_view identifier) {
-    const auto found = std::find_if(regions_.begin(), regions_.end(), named(identifier));
+    const auto found = std::ranges::find_if(regions_, named(identifier));
     if (found == regions_.end()) return false;
     regions_.erase(found);
     write();

@@ -1,6 +1,7 @@
 #include "hosts/simulated/scripted_transport.h"
 
 #include "quomi/api/url.h"
+#include "quomi/util/ascii.h"
 
 #include <algorithm>
 #include <string_view>
@@ -23,13 +24,6 @@ private:
     std::unique_ptr<Timer> timer_;
 };
 
-std::string lowerCase(std::string text) {
-    for (auto& letter : text) {
-        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-    }
-    return text;
-}
-
 /// Whether the URL begins with the base at a border: "https://a.test" is no base of "https://a.test.org/".
 bool beginsWith(std::string_view url, std::string_view base) {
     if (base.empty() || !url.starts_with(base)) return false;
@@ -51,7 +45,7 @@ HttpResult resultOf(ScriptedAnswer answer, bool timesOut) {
         return HttpFailure{*answer.fail,
                            isTls ? "A secure connection could not be made." : "The connection to the server failed."};
     }
-    for (auto& header : answer.headers) header.first = lowerCase(std::move(header.first));
+    for (auto& header : answer.headers) header.first = lowerCase(header.first);
     return HttpResponse{answer.status, std::move(answer.headers), std::move(answer.body)};
 }
 
@@ -96,8 +90,7 @@ std::string ScriptedTransport::keyOf(const HttpRequest& request) const {
     std::string_view url = request.url;
     url = url.substr(0, url.find_first_of("?#"));
     const auto bases = baseURLs_ ? baseURLs_() : std::vector<std::string>();
-    const bool isOwn =
-        std::any_of(bases.begin(), bases.end(), [url](const std::string& base) { return beginsWith(url, base); });
+    const bool isOwn = std::ranges::any_of(bases, [url](const std::string& base) { return beginsWith(url, base); });
     return request.method + " " + std::string(isOwn ? pathOf(url) : url);
 }
 

@@ -1,5 +1,7 @@
 #include "hosts/simulated/simulated_application.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <string_view>
 #include <utility>
@@ -14,11 +16,7 @@ constexpr std::string_view kSettingsScheme = "app-settings";
 std::string schemeOf(const std::string& url) {
     const auto colon = url.find(':');
     if (colon == std::string::npos) return {};
-    std::string scheme = url.substr(0, colon);
-    for (auto& letter : scheme) {
-        if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-    }
-    return scheme;
+    return lowerCase(std::string_view(url).substr(0, colon));
 }
 
 }  // namespace
@@ -59,7 +57,7 @@ void SimulatedApplication::post(ApplicationEvent event) {
     loop_.post([this, event] {
         const auto observers = observers_;
         for (const auto& observer : observers) {
-            const bool observes = std::find(observers_.begin(), observers_.end(), observer) != observers_.end();
+            const bool observes = std::ranges::find(observers_, observer) != observers_.end();
             if (observes) tell(*observer, event);
         }
     });
@@ -97,7 +95,7 @@ bool SimulatedApplication::canOpenURL(const std::string& url) const {
     const auto scheme = schemeOf(url);
     if (scheme.empty()) return false;
     if (scheme == kSettingsScheme) return config_.settingsURL;
-    return std::find(config_.opensSchemes.begin(), config_.opensSchemes.end(), scheme) != config_.opensSchemes.end();
+    return std::ranges::find(config_.opensSchemes, scheme) != config_.opensSchemes.end();
 }
 
 bool SimulatedApplication::openURL(const std::string& url) {

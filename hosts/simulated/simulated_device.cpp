@@ -58,7 +58,7 @@ void SimulatedReachability::setStatus(NetworkStatus status) {
     loop_.post([this, status] {
         const auto observers = observers_;
         for (const auto& observer : observers) {
-            const bool observes = std::find(observers_.begin(), observers_.end(), observer) != observers_.end();
+            const bool observes = std::ranges::find(observers_, observer) != observers_.end();
             if (observes) tell(*observer, status);
         }
     });

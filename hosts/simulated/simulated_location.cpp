@@ -133,15 +133,14 @@ void SimulatedLocation::range(const std::vector<RangedBeacon>& beacons) {
 
 void SimulatedLocation::report(const std::string& identifier, std::vector<RangedBeacon> beacons) {
     loop_.post([this, identifier, beacons = std::move(beacons)] {
-        const auto found = std::find_if(ranged_.begin(), ranged_.end(), identified(identifier));
+        const auto found = std::ranges::find_if(ranged_, identified(identifier));
         if (found == ranged_.end()) return;
         tellAll([&, region = *found](LocationServiceDelegate& delegate) { delegate.didRangeBeacons(beacons, region); });
     });
 }
 
 void SimulatedLocation::rangingFails(std::string_view region, std::int64_t code) {
-    const auto found =
-        std::find_if(ranged_.begin(), ranged_.end(), [&](const BeaconRegion& some) { return isNamed(some, region); });
+    const auto found = std::ranges::find_if(ranged_, [&](const BeaconRegion& some) { return isNamed(some, region); });
     if (found == ranged_.end()) return;
     loop_.post([this, failed = *found, code] {
         tellAll([&](LocationServiceDelegate& delegate) { delegate.rangingBeaconsDidFail(failed, failure(code)); });
@@ -185,8 +184,7 @@ void SimulatedLocation::cross(const std::string& identifier, bool enters) {
 
 void SimulatedLocation::monitoringFails(std::string_view region, std::int64_t code) {
     const auto& regions = monitored_.regions();
-    const auto found =
-        std::find_if(regions.begin(), regions.end(), [&](const Region& some) { return isNamed(some, region); });
+    const auto found = std::ranges::find_if(regions, [&](const Region& some) { return isNamed(some, region); });
     if (found == regions.end()) return;
     postToMonitored(regionIdentifier(*found), [code](LocationServiceDelegate& delegate, const Region& failed) {
         delegate.monitoringDidFail(failed, failure(code));
@@ -194,7 +192,7 @@ void SimulatedLocation::monitoringFails(std::string_view region, std::int64_t co
 }
 
 bool SimulatedLocation::isMonitored(const Uuid& proximityUUID) const {
-    return std::any_of(monitored_.regions().begin(), monitored_.regions().end(), [&](const Region& region) {
+    return std::ranges::any_of(monitored_.regions(), [&](const Region& region) {
         const auto* beacons = std::get_if<BeaconRegion>(&region);
         return beacons != nullptr && beacons->proximityUUID == proximityUUID;
     });
@@ -276,7 +274,7 @@ void SimulatedLocation::requestState(const Region& region) {
 
 void SimulatedLocation::startRanging(const BeaconRegion& region) {
     tell(observer_.range, region);
-    const auto found = std::find_if(ranged_.begin(), ranged_.end(), identified(region.identifier));
+    const auto found = std::ranges::find_if(ranged_, identified(region.identifier));
     if (found != ranged_.end()) {
         *found = region;
         return;
@@ -286,7 +284,7 @@ void SimulatedLocation::startRanging(const BeaconRegion& region) {
 }
 
 void SimulatedLocation::stopRanging(const std::string& identifier) {
-    const auto found = std::find_if(ranged_.begin(), ranged_.end(), identified(identifier));
+    const auto found = std::ranges::find_if(ranged_, identified(identifier));
     if (found == ranged_.end()) return;
     tell(observer_.unrange, BeaconRegion(*found));
     ranged_.erase(found);

@@ -31,7 +31,7 @@ void SimulatedNotifications::getCategories(std::function<void(std::vector<Notifi
 void SimulatedNotifications::setCategories(std::vector<NotificationCategory> categories) {
     const auto before = std::exchange(categories_, std::move(categories));
     for (const auto& category : categories_) {
-        if (std::find(before.begin(), before.end(), category) == before.end()) {
+        if (std::ranges::find(before, category) == before.end()) {
             tell(observer_.categoryRegistered, category);
         }
     }

@@ -19,7 +19,7 @@ WallTime between(WallTime from, WallTime to, std::ptrdiff_t step, std::ptrdiff_t
 
 Track trackOf(const std::vector<RecordedPoint>& points) {
     Track track;
-    auto next = std::find_if(points.begin(), points.end(), hasTime);
+    auto next = std::ranges::find_if(points, hasTime);
     if (next == points.end()) return track;
     track.reserve(points.size());
     const WallTime zero = *next->time;

@@ -148,8 +148,8 @@ std::optional<MonotonicTime> VirtualLoop::nextEvent() const {
     if (!events_->phone.empty()) next = events_->phone.begin()->first.time;
     if (!suspended_) {
         // Turns lie before the events of their instant, and there are few of them between two calls of a driver.
-        const auto found = std::find_if(events_->app.begin(), events_->app.end(),
-                                        [](const auto& entry) { return !entry.second->isTurn(); });
+        const auto found =
+            std::ranges::find_if(events_->app, [](const auto& entry) { return !entry.second->isTurn(); });
         if (found != events_->app.end() && (!next || found->first.time < *next)) next = found->first.time;
     }
     return next ? std::optional(std::max(*next, monotonicNow())) : std::nullopt;
@@ -192,8 +192,7 @@ void VirtualLoop::clear() {
 }
 
 std::size_t VirtualLoop::pendingEvents() const {
-    const auto turns = std::count_if(events_->app.begin(), events_->app.end(),
-                                     [](const auto& entry) { return entry.second->isTurn(); });
+    const auto turns = std::ranges::count_if(events_->app, [](const auto& entry) { return entry.second->isTurn(); });
     return events_->app.size() + events_->phone.size() - static_cast<std::size_t>(turns);
 }
 

@@ -1,5 +1,7 @@
 #include "quomi/api/curl_redirect.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -85,14 +87,6 @@ std::optional<HttpRequest> redirectedRequest(const HttpRequest& request, const H
     if (!next.body.empty()) return std::nullopt;
     std::erase_if(next.headers, [](const auto& header) { return !isHarmlessHeader(header.first); });
     return next;
-}
-
-std::string lowerCase(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lower;
 }
 
 bool isHeaderNamed(std::string_view name, std::string_view lowerCaseName) {

@@ -25,9 +25,6 @@ struct HttpOrigin {
 /// The request that follows this answer to `request`; nothing when the answer is no redirect or may not be followed.
 [[nodiscard]] std::optional<HttpRequest> redirectedRequest(const HttpRequest& request, const HttpResponse& response);
 
-/// The text with A to Z in lower case, whatever the locale.
-[[nodiscard]] std::string lowerCase(std::string_view text);
-
 /// Compares the names of headers; `lowerCaseName` is in lower case.
 [[nodiscard]] bool isHeaderNamed(std::string_view name, std::string_view lowerCaseName);
 [[nodiscard]] bool hasHeader(const HttpHeaders& headers, std::string_view lowerCaseName);

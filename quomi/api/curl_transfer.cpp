@@ -1,6 +1,7 @@
 #include "quomi/api/curl_transfer.h"
 
 #include "quomi/api/curl_redirect.h"
+#include "quomi/util/ascii.h"
 #include "quomi/util/text.h"
 
 #include <algorithm>
@@ -24,8 +25,7 @@ HttpFailure connectionFailure(std::string message) {
 }
 
 bool isTokenCharacter(char c) {
-    const bool isAlphanumeric = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    return isAlphanumeric || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+    return isLetterOrDigit(c) || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 bool isToken(std::string_view text) {

@@ -48,9 +48,8 @@ EntityType::EntityType(std::string_view name, std::vector<Field> fields, std::ve
 boost::json::object EntityType::dictionary(const ManagedObject& object, const AttributeKeys& keys) const {
     boost::json::object dictionary;
     for (const auto& [key, attribute] : keys) {
-        const auto found = std::find_if(fields_.begin(), fields_.end(), [name = attribute](const Field& field) {
-            return field.attribute.name == name;
-        });
+        const auto found = std::ranges::find_if(
+            fields_, [name = attribute](const Field& field) { return field.attribute.name == name; });
         if (found != fields_.end()) dictionary.emplace(key, found->json(object));
     }
     return dictionary;

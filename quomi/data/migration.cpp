@@ -115,8 +115,8 @@ public:
 
 private:
     void addAttribute(const Entity& from, const Attribute& attribute) {
-        const auto before = std::find_if(from.attributes.begin(), from.attributes.end(),
-                                         [&](const Attribute& other) { return other.name == attribute.name; });
+        const auto before =
+            std::ranges::find_if(from.attributes, [&](const Attribute& other) { return other.name == attribute.name; });
         if (before != from.attributes.end()) {
             add(attribute.name, converted(*before, attribute));
         } else if (!attribute.optional) {
@@ -146,8 +146,8 @@ void makeEmpty(const fs::path& next, const SchemaVersion& version, Files& files)
 void copyRows(SQLite::Database& store, const SchemaVersion& from, const SchemaVersion& to) {
     SQLite::Transaction transaction(store);
     for (const auto& entity : to.entities) {
-        const auto before = std::find_if(from.entities.begin(), from.entities.end(),
-                                         [&](const Entity& other) { return other.name == entity.name; });
+        const auto before =
+            std::ranges::find_if(from.entities, [&](const Entity& other) { return other.name == entity.name; });
         if (before != from.entities.end()) store.exec(Copy(*before, entity).statement(entity.name));
     }
     // Marked last and always, so that there is something to commit, and the commit forces the whole file to the disk.

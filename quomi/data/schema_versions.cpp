@@ -120,8 +120,8 @@ std::vector<VersionChanges> versionChanges() {
 
 void undo(const Change& change, Entity& entity) {
     for (const auto& attribute : change.attributes) {
-        const auto found = std::find_if(entity.attributes.begin(), entity.attributes.end(),
-                                        [&](const Attribute& other) { return other.name == attribute.name; });
+        const auto found = std::ranges::find_if(entity.attributes,
+                                                [&](const Attribute& other) { return other.name == attribute.name; });
         switch (change.kind) {
             case Change::Kind::added:
                 entity.attributes.erase(found);
@@ -139,7 +139,7 @@ void undo(const Change& change, Entity& entity) {
 
 void undo(const Change& change, std::vector<Entity>& entities) {
     const auto isMeant = [&](const Entity& entity) {
-        return std::find(change.entities.begin(), change.entities.end(), entity.name) != change.entities.end();
+        return std::ranges::find(change.entities, entity.name) != change.entities.end();
     };
     if (change.kind == Change::Kind::newEntity) {
         std::erase_if(entities, isMeant);
@@ -158,7 +158,7 @@ std::vector<SchemaVersion> makeVersions() {
         for (const auto& change : changes) undo(change, entities);
         for (auto& entity : entities) entity.indices.clear();
     }
-    std::reverse(versions.begin(), versions.end());
+    std::ranges::reverse(versions);
     return versions;
 }
 

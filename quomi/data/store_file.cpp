@@ -73,7 +73,7 @@ Contents contentsOf(const SQLite::Database& database) {
 
 std::vector<std::string> indexStatements(std::vector<std::string> statements) {
     std::erase_if(statements, [](const std::string& text) { return text.starts_with("CREATE TABLE"); });
-    std::sort(statements.begin(), statements.end());
+    std::ranges::sort(statements);
     return statements;
 }
 

@@ -2,6 +2,7 @@
 
 #include "quomi/platform/clock.h"
 #include "quomi/platform/console.h"
+#include "quomi/util/utf8.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,28 +1,12 @@
 #include "quomi/diagnostics/log_lines.h"
 
 #include "quomi/util/json_readers.h"
+#include "quomi/util/utf8.h"
 
 #include <utility>
 
 namespace quomi {
 namespace {
-
-/// Bytes of the UTF-8 sequence that begins the text; 0 when it is malformed, too long or beyond Unicode.
-std::size_t lengthOfCharacter(std::string_view text) {
-    const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
-    const unsigned first = byte(0);
-    if (first < 0x80) return 1;
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-    for (std::size_t index = 1; index < length; ++index) {
-        if ((byte(index) & 0xC0U) != 0x80) return 0;
-    }
-    const unsigned second = byte(1);
-    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-    const bool surrogate = first == 0xED && second > 0x9F;
-    const bool beyond = first == 0xF4 && second > 0x8F;
-    return overlong || surrogate || beyond ? 0 : length;
-}
 
 bool fits(const LogBatch& batch, std::string_view line, const BatchLimit& limit) {
     if (batch.records.empty()) return limit.records > 0;
@@ -36,15 +20,6 @@ void add(LogBatch& batch, QuomiDLog record, std::string_view line) {
 }
 
 }  // namespace
-
-bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        const std::size_t length = lengthOfCharacter(text);
-        if (length == 0) return false;
-        text.remove_prefix(length);
-    }
-    return true;
-}
 
 std::string_view lineAtEnd(std::string_view text) {
     return text.substr(text.rfind('\n') + 1);

@@ -12,9 +12,6 @@ namespace quomi {
 
 class Console;
 
-/// Whether the text is UTF-8 throughout.
-[[nodiscard]] bool isUtf8(std::string_view text);
-
 /// What follows the text's last line break.
 [[nodiscard]] std::string_view lineAtEnd(std::string_view text);
 

@@ -70,9 +70,8 @@ constexpr std::array kMessages{
 };
 
 std::string_view englishMessage(std::int64_t code) {
-    const auto* found = std::find_if(kMessages.begin(), kMessages.end(), [code](const Message& message) {
-        return static_cast<std::int64_t>(message.code) == code;
-    });
+    const auto* found = std::ranges::find_if(
+        kMessages, [code](const Message& message) { return static_cast<std::int64_t>(message.code) == code; });
     return found == kMessages.end() ? std::string_view() : found->text;
 }
 

@@ -7,7 +7,7 @@ namespace quomi {
 namespace {
 
 History::const_iterator firstInside(const History& history, WallTime cutOff) {
-    return std::find_if(history.begin(), history.end(), [cutOff](WallTime date) { return date >= cutOff; });
+    return std::ranges::find_if(history, [cutOff](WallTime date) { return date >= cutOff; });
 }
 
 void trimTo(History& history, std::optional<std::int64_t> period, WallTime now) {

@@ -2,16 +2,16 @@
 
 #include "quomi/api/http_transport.h"
 #include "quomi/platform/files.h"
+#include "quomi/util/ascii.h"
 #include "quomi/util/host_call.h"
-#include "quomi/util/json_readers.h"
 #include "quomi/util/percent.h"
 #include "quomi/util/text.h"
+#include "quomi/util/utf8.h"
 
 #include <algorithm>
+#include <functional>
 #include <system_error>
 #include <utility>
-
-#include <fmt/format.h>
 
 namespace quomi {
 
@@ -34,32 +34,22 @@ std::string_view lastPathComponent(std::string_view url) {
     return url.substr(url.find_last_of('/') + 1);
 }
 
-bool isAscii(char c) {
-    return static_cast<unsigned char>(c) < 0x80;
-}
-
 bool mayStandInName(char c) {
     return !isAscii(c) || (c >= ' ' && c != '\x7F' && c != '/' && c != '\\' && c != '"' && c != ':');
-}
-
-/// A text without quotes, backslashes and controls is UTF-8 exactly when it is the inside of a JSON text.
-bool isUtf8(const std::string& cleanText) {
-    return parseJson(fmt::format("\"{}\"", cleanText)).has_value();
 }
 
 void cutToEnd(std::string& name) {
     if (name.size() <= kLongestName) return;
     name.erase(0, name.size() - kLongestName);
-    const auto isInsideCharacter = [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; };
-    name.erase(name.begin(), std::find_if_not(name.begin(), name.end(), isInsideCharacter));
+    name.erase(name.begin(), std::ranges::find_if_not(name, isUtf8Continuation));
 }
 
 }  // namespace
 
 std::string attachmentFileName(std::string_view url) {
     auto name = percentDecoded(lastPathComponent(url));
-    std::replace_if(name.begin(), name.end(), std::not_fn(mayStandInName), '_');
-    if (!isUtf8(name)) std::replace_if(name.begin(), name.end(), std::not_fn(isAscii), '_');
+    std::ranges::replace_if(name, std::not_fn(mayStandInName), '_');
+    if (!isUtf8(name)) std::ranges::replace_if(name, std::not_fn(isAscii), '_');
     cutToEnd(name);
     if (name.find_first_not_of('.') == std::string::npos) name = kNamelessImage;
     return "QuomiAttachment+" + name;

@@ -126,8 +126,7 @@ void QuomiBeaconActionExecutor::executeRulesForBeacon(QuomiBeaconData& beacon, c
         return;
     }
     QuomiLogVoid("Executing {} rules for beaconId = {}, triggerKey = {}", rules.size(), beacon.beaconId, triggerKey);
-    std::stable_sort(rules.begin(), rules.end(),
-                     [](const auto& a, const auto& b) { return a->priority < b->priority; });
+    std::ranges::stable_sort(rules, [](const auto& a, const auto& b) { return a->priority < b->priority; });
     for (const auto& each : rules) {
         if (runner_.hasEnded()) return;
         const auto rule = current(context_.data, each);

@@ -1,5 +1,7 @@
 #include "quomi/rules/bundle_page.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 
 namespace quomi {
@@ -7,8 +9,7 @@ namespace quomi {
 namespace {
 
 bool isFileScheme(std::string_view scheme) {
-    return std::ranges::equal(scheme, std::string_view("file"), {},
-                              [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+    return lowerCase(scheme) == "file";
 }
 
 }  // namespace

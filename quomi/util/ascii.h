@@ -7,6 +7,9 @@ namespace quomi {
 
 // Classes of ASCII characters, whatever the process's locale; no byte beyond ASCII is in any of them.
 
+[[nodiscard]] constexpr bool isAscii(char c) {
+    return static_cast<unsigned char>(c) < 0x80;
+}
 [[nodiscard]] constexpr bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }

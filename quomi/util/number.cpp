@@ -1,5 +1,6 @@
 #include "quomi/util/number.h"
 
+#include "quomi/util/ascii.h"
 #include "quomi/util/text.h"
 
 #include <algorithm>
@@ -10,10 +11,6 @@
 namespace quomi {
 
 namespace {
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 std::size_t skipDigits(std::string_view text, std::size_t at) {
     while (at < text.size() && isDigit(text[at])) ++at;

@@ -1,5 +1,8 @@
 #include "quomi/util/regular_expression.h"
 
+#include "quomi/util/ascii.h"
+#include "quomi/util/utf8.h"
+
 #include <algorithm>
 #include <exception>
 #include <vector>
@@ -19,14 +22,10 @@ re2::RE2::Options quietOptions() {
     return options;
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// The beginning of the next character.
 std::size_t nextCharacter(std::string_view text, std::size_t at) {
     ++at;
-    while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U) ++at;
+    while (at < text.size() && isUtf8Continuation(text[at])) ++at;
     return at;
 }
 

@@ -1,6 +1,8 @@
 #include "quomi/util/text.h"
 
 #include "quomi/util/ascii.h"
+#include "quomi/util/percent.h"
+#include "quomi/util/utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -42,9 +44,8 @@ std::string hexCharacters(std::string_view text) {
     characters.reserve(text.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        const bool isContinuation = (byte & 0xC0U) == 0x80U;
-        if (c == ' ' || isContinuation) continue;
-        characters.append(byte >= 0xF0U ? 2 : 1, byte < 0x80U ? c : '?');
+        if (c == ' ' || isUtf8Continuation(c)) continue;
+        characters.append(byte >= 0xF0U ? 2 : 1, isAscii(c) ? c : '?');
     }
     return characters;
 }
@@ -106,7 +107,6 @@ double calculateAverage(std::span<const double> values, std::int64_t startIndex,
 namespace QuomiURLEncoder {
 
 std::string URLEncodeString(std::string_view text) {
-    static constexpr char digits[] = "0123456789ABCDEF";
     constexpr auto kept = ":/?#[]@!$ &'()*+,;=\"<>%{}|\\^~`"sv;
     static_assert(kept.size() == 30);
     std::string encoded;
@@ -114,12 +114,9 @@ std::string URLEncodeString(std::string_view text) {
     for (const char c : text) {
         if (kept.find(c) != std::string_view::npos) {
             encoded += c;
-            continue;
+        } else {
+            appendPercentEncoded(encoded, c);
         }
-        const auto byte = static_cast<unsigned char>(c);
-        encoded += '%';
-        encoded += digits[byte >> 4];
-        encoded += digits[byte & 0xF];
     }
     return encoded;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "quomi/util/ascii.h"
+
 #include <cstddef>
 #include <optional>
 #include <string_view>
@@ -48,7 +50,6 @@ public:
     }
 
 private:
-    static bool isDigit(char c) { return c >= '0' && c <= '9'; }
     char takeAny() {
         const char c = rest_.front();
         rest_.remove_prefix(1);

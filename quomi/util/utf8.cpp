@@ -18,12 +18,27 @@ Utf8Character firstUtf8Character(std::string_view text) {
     if (lead < 0xC0 || lead > 0xF4 || text.size() < length) return {};
     std::uint32_t codePoint = lead & (0x7FU >> length);
     for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) return {};
+        if (!isUtf8Continuation(text[i])) return {};
         codePoint = (codePoint << 6) | (byte(i) & 0x3FU);
     }
     const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
     if (codePoint < kSmallestOfLength[length] || codePoint > 0x10FFFF || surrogate) return {};
     return {codePoint, length, true};
+}
+
+bool isUtf8(std::string_view text) {
+    while (!text.empty()) {
+        const Utf8Character character = firstUtf8Character(text);
+        if (!character.valid) return false;
+        text.remove_prefix(character.length);
+    }
+    return true;
+}
+
+std::string_view utf8Beginning(std::string_view text, std::size_t bytes) {
+    if (text.size() <= bytes) return text;
+    while (bytes > 0 && isUtf8Continuation(text[bytes])) --bytes;
+    return text.substr(0, bytes);
 }
 
 }  // namespace quomi

@@ -146,7 +146,7 @@ TEST(BeaconStop, AStartFromInsideTheSameNewsBeginsAfresh) {
         });
         news.happen(*bench);
         auto told = bench->news();
-        told.erase(told.begin(), std::find(told.begin(), told.end(), "restarted") + 1);
+        told.erase(told.begin(), std::ranges::find(told, "restarted") + 1);
         // Nothing of the old run: only what the new one brings by itself.
         const std::string_view name = news.name;
         Log expected = {"began Quomi beacon", "state 0"};

@@ -12,9 +12,7 @@ using Days = std::chrono::sys_days;
 
 class EventLogTest : public testing::Test {
 protected:
-    std::size_t lines(const std::string& text) {
-        return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
-    }
+    std::size_t lines(const std::string& text) { return static_cast<std::size_t>(std::ranges::count(text, '\n')); }
 
     test::SetClock clock_;
     test::KeptConsole console_;

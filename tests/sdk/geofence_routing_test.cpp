@@ -10,9 +10,8 @@ const char* const kHook = "GET https://town.test/hook";
 std::pair<std::size_t, std::size_t> downloads(const Town& town) {
     const auto requests = town.lines("request");
     const auto count = [&requests](std::string_view path) {
-        return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [path](const auto& line) {
-            return line.find(path) != std::string::npos;
-        }));
+        return static_cast<std::size_t>(
+            std::ranges::count_if(requests, [path](const auto& line) { return line.find(path) != std::string::npos; }));
     };
     return {count("/u_geofences/"), count("/u_beacons/")};
 }

@@ -101,12 +101,11 @@ TEST(Start, LocationBeginsAsWorkOfTheGlobalQueueUnderABackgroundTask) {
     SdkFixture app({.supportsBeacons = false});
     ASSERT_TRUE(app.start());
     ASSERT_TRUE(app.sdk->isRunning());
-    const auto begin = std::find(app.journal.begin(), app.journal.end(), "task begin");
+    const auto begin = std::ranges::find(app.journal, "task begin");
     ASSERT_NE(begin, app.journal.end());
     const std::vector<std::string> location(begin, app.journal.end());
     EXPECT_THAT(location, AllOf(Contains("updates significant on"), Contains("task end")));
-    EXPECT_LT(std::find(location.begin(), location.end(), "updates significant on"),
-              std::find(location.begin(), location.end(), "task end"));
+    EXPECT_LT(std::ranges::find(location, "updates significant on"), std::ranges::find(location, "task end"));
     EXPECT_EQ(app.phone.runningBackgroundTasks(), 0U);
 
     // Stopped before the work's turn: it does nothing any more, but its task ends.

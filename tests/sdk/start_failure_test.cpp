@@ -107,8 +107,8 @@ std::vector<Answer> badAnswers() {
 
 /// What the journal has after the first response.
 std::vector<std::string> endingOf(const SdkFixture& app) {
-    const auto response = std::find_if(app.journal.begin(), app.journal.end(),
-                                       [](const std::string& line) { return line.starts_with("response"); });
+    const auto response =
+        std::ranges::find_if(app.journal, [](const std::string& line) { return line.starts_with("response"); });
     return {response == app.journal.end() ? response : response + 1, app.journal.end()};
 }
 

@@ -1,5 +1,7 @@
 #include "tests/structure/rules.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <map>
 #include <set>
@@ -95,7 +97,7 @@ constexpr std::string_view kForbiddenNames[] = {
 };
 
 bool isWordCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    return isLetterOrDigit(c) || c == '_';
 }
 
 bool endsWord(std::string_view code, std::size_t end) {

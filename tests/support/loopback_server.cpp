@@ -1,5 +1,7 @@
 #include "tests/support/loopback_server.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -25,13 +27,6 @@ namespace quomi::testing {
 namespace {
 
 constexpr std::chrono::seconds kPatience{5};
-
-std::string lowerCase(std::string text) {
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-    }
-    return text;
-}
 
 ReceivedRequest received(const httplib::Request& request) {
     ReceivedRequest result{request.method, request.target, {}, request.body};

@@ -89,7 +89,7 @@ TEST(BackofficeCommand, RefusesBadArgumentsAndCampaigns) {
         const Outcome outcome = run(args, [](const std::string&) { ADD_FAILURE() << "it ran"; });
         EXPECT_EQ(outcome.status, status) << err;
         EXPECT_THAT(outcome.err, HasSubstr(err));
-        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_EQ(std::ranges::count(outcome.err, '\n'), 1) << outcome.err;
         EXPECT_EQ(outcome.out, "");
     }
     std::filesystem::remove(broken);

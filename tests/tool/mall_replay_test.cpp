@@ -1,3 +1,4 @@
+#include "quomi/util/ascii.h"
 #include "tests/tool/replay_support.h"
 
 // What a visitor's phone heard in a shopping mall, from the packets to the host and the event log.
@@ -17,8 +18,7 @@ std::int64_t lastPacket() {
     while (std::getline(file, line)) {
         const auto at = std::stoll(line);
         if (!first) first = at;
-        std::ranges::transform(line, line.begin(),
-                               [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+        for (char& c : line) c = upperCase(c);
         if (line.find(kUUID) != std::string::npos) last = at - *first;
     }
     return last;

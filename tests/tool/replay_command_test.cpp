@@ -40,7 +40,7 @@ TEST_F(ReplayCommandTest, RefusesWrongArgumentsInOneLine) {
         EXPECT_EQ(run.out, "");
         EXPECT_THAT(run.err, StartsWith("quomi replay: "));
         EXPECT_THAT(run.err, HasSubstr(told));
-        EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+        EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
     }
     const auto help = bench.run({"--help"});
     EXPECT_EQ(help.status, 0);
@@ -80,7 +80,7 @@ TEST_F(ReplayCommandTest, RefusesABadVisitBeforeAnythingIsPlayed) {
             EXPECT_EQ(run.status, 2) << visit;
             EXPECT_EQ(run.out, "");
             EXPECT_THAT(run.err, StartsWith(file + place));
-            EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
+            EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
             EXPECT_FALSE(std::filesystem::exists(bench.state()));
         }
     }

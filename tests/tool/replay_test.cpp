@@ -50,7 +50,7 @@ TEST_F(ReplayTest, TimersComeBeforeAnswersAndBothBeforeStepsOfTheirTime) {
     answersOf(visit)["POST /u_app_users/find_or_create_by_udid.json"] =
         asJson(R"([{"json": {}}, {"json": {}, "delay": 3.05}])");
     const auto lines = bench.play(visit).lines();
-    const auto first = std::find(lines.begin(), lines.end(), "6.05 delegate didLoseBeaconSignal 1-7");
+    const auto first = std::ranges::find(lines, "6.05 delegate didLoseBeaconSignal 1-7");
     ASSERT_NE(first, lines.end());
     EXPECT_THAT(std::vector(first, lines.end()),
                 ElementsAre("6.05 delegate didLoseBeaconSignal 1-7", testing::StartsWith("6.05 delegate didLogEvent"),

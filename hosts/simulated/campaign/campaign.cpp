@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/json/json_reader.h"
 #include "quomi/model/action_kind.h"
+#include "quomi/util/ascii.h"
 #include "quomi/util/dates.h"
 
 #include <algorithm>
@@ -75,9 +76,7 @@ void oneOfWords(const JsonNode& node, const std::string_view (&words)[n]) {
 }
 
 bool isNamespace(std::string_view name) {
-    const auto isWord = [](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
-    };
+    const auto isWord = [](char c) { return isLetterOrDigit(c) || c == '_' || c == '-'; };
     return name.size() <= 128 && std::ranges::any_of(name, isWord) &&
            std::ranges::all_of(name, [&](char c) { return isWord(c) || c == '.' || c == '~'; });
 }

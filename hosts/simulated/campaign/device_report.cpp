@@ -2,6 +2,7 @@
 
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/json/json_writer.h"
+#include "quomi/util/ascii.h"
 
 #include <algorithm>
 #include <utility>
@@ -124,11 +125,6 @@ struct Notice {
     json::object content;
 };
 
-bool isHexadecimal(std::string_view text) {
-    return std::ranges::all_of(
-        text, [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); });
-}
-
 void noticeNamespace(const JsonNode& node, Notice& notice) {
     notice.namespaceUid = node.text();
 }
@@ -137,7 +133,8 @@ void noticeUdid(const JsonNode& node, Notice& notice) {
 }
 void pushToken(const JsonNode& node, Notice& notice) {
     const std::string token = node.isText() ? node.text() : std::string();
-    if (token.empty() || !isHexadecimal(token)) return node.refuse("expected a token as hexadecimal digits");
+    if (token.empty() || !std::ranges::all_of(token, isHexDigit))
+        return node.refuse("expected a token as hexadecimal digits");
     notice.content["push_token"] = token;
 }
 void alertUuid(const JsonNode& node, Notice& notice) {

@@ -1,5 +1,7 @@
 #include "hosts/simulated/json/did_you_mean.h"
 
+#include "quomi/util/ascii.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <numeric>
@@ -11,10 +13,6 @@ namespace quomi::simulated {
 
 namespace {
 
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 /// Edits that make one text of the other; swapped neighbours are one. Case does not matter.
 std::size_t editsBetween(std::string_view left, std::string_view right) {
     std::vector<std::size_t> beforeLast(right.size() + 1);
@@ -24,7 +22,9 @@ std::size_t editsBetween(std::string_view left, std::string_view right) {
     for (std::size_t i = 1; i <= left.size(); ++i) {
         row[0] = i;
         for (std::size_t j = 1; j <= right.size(); ++j) {
-            const auto is = [&](std::size_t l, std::size_t r) { return lower(left[l - 1]) == lower(right[r - 1]); };
+            const auto is = [&](std::size_t l, std::size_t r) {
+                return lowerCase(left[l - 1]) == lowerCase(right[r - 1]);
+            };
             row[j] = std::min({last[j] + 1, row[j - 1] + 1, last[j - 1] + (is(i, j) ? 0 : 1)});
             const bool isSwapped = i > 1 && j > 1 && is(i, j - 1) && is(i - 1, j);
             if (isSwapped) row[j] = std::min(row[j], beforeLast[j - 2] + 1);

@@ -1,6 +1,8 @@
 #include "hosts/simulated/json/json_reader.h"
+#include "quomi/util/utf8.h"
 
 #include <cmath>
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -145,8 +147,7 @@ std::string position(std::string_view text, std::size_t offset) {
     const auto line = std::ranges::count(before, '\n') + 1;
     const auto lastBreak = before.rfind('\n');
     const auto inLine = lastBreak == std::string_view::npos ? before : before.substr(lastBreak + 1);
-    const auto column =
-        std::ranges::count_if(inLine, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; });
+    const auto column = std::ranges::count_if(inLine, std::not_fn(isUtf8Continuation));
     return fmt::format("line {}, column {}", line, column + 1);
 }
 

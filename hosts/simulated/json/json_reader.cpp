@@ -1,6 +1,8 @@
 #include "hosts/simulated/json/json_reader.h"
 
 #include "hosts/simulated/json/did_you_mean.h"
+#include "quomi/util/ascii.h"
+#include "quomi/util/utf8.h"
 
 #include <cmath>
 
@@ -12,12 +14,9 @@ namespace {
 
 constexpr std::size_t kLongestShown = 40;
 
-/// The text up to a length, cut between characters.
 std::string shortened(std::string text) {
     if (text.size() <= kLongestShown) return text;
-    std::size_t end = kLongestShown;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
-    return text.substr(0, end) + "…";
+    return std::string(utf8Beginning(text, kLongestShown)) + "…";
 }
 
 std::string shown(const boost::json::value* value) {
@@ -30,10 +29,8 @@ std::string shown(const boost::json::value* value) {
 
 /// Only names that need no quotes stand in a path as they are.
 bool isPlainName(std::string_view key) {
-    const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
-    const auto digit = [](char c) { return c >= '0' && c <= '9'; };
-    return !key.empty() && letter(key.front()) &&
-           std::ranges::all_of(key, [&](char c) { return letter(c) || digit(c); });
+    return !key.empty() && !isDigit(key.front()) &&
+           std::ranges::all_of(key, [](char c) { return isLetterOrDigit(c) || c == '_'; });
 }
 
 std::optional<double> asNumber(const boost::json::value* value) {

@@ -17,9 +17,8 @@ namespace {
 
 /// Most texts need no escaping.
 void appendText(std::string& text, std::string_view plain) {
-    const auto special = std::count_if(plain.begin(), plain.end(), [](char c) {
-        return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\';
-    });
+    const auto special = std::ranges::count_if(
+        plain, [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == '"' || c == '\\'; });
     if (special > 0) {
         text += json::serialize(json::string_view(plain));
     } else {

@@ -41,7 +41,7 @@ ActionQueue::ActionQueue(const std::vector<Step>& steps, const Recordings& recor
     : steps_(steps), recordings_(recordings), occurrences_(steps) {}
 
 std::vector<ActionQueue::Playing>::iterator ActionQueue::earliestRecording() {
-    return std::min_element(playing_.begin(), playing_.end(), [](const Playing& a, const Playing& b) {
+    return std::ranges::min_element(playing_, [](const Playing& a, const Playing& b) {
         return std::tuple(a.at(), a.step) < std::tuple(b.at(), b.step);
     });
 }

@@ -167,8 +167,8 @@ std::vector<PlacedBeacon> placedBeacons(const Visit& visit) {
 
 template <class Kind>
 bool plays(const ActionQueue::Recordings& recordings) {
-    return std::any_of(recordings.begin(), recordings.end(),
-                       [](const auto& entry) { return std::holds_alternative<Kind>(entry.second); });
+    return std::ranges::any_of(recordings,
+                               [](const auto& entry) { return std::holds_alternative<Kind>(entry.second); });
 }
 
 /// Whether the phone model runs, which reports once a second.

@@ -6,6 +6,7 @@
 #include "quomi/model/settings.h"
 #include "quomi/sdk/authorization_manager.h"
 #include "quomi/sdk/sdk.h"
+#include "quomi/util/ascii.h"
 
 #include <map>
 #include <string>
@@ -232,7 +233,7 @@ const std::map<std::string_view, Call>& calls() {
 /// The name under which `app.properties` knows a property, to the call that sets it.
 std::string setterName(const std::string& property) {
     std::string name = "set" + property;
-    if (name[3] >= 'a' && name[3] <= 'z') name[3] = static_cast<char>(name[3] - 'a' + 'A');
+    name[3] = upperCase(name[3]);
     return name;
 }
 

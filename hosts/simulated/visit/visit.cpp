@@ -3,6 +3,7 @@
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/json/neutral_text.h"
 #include "hosts/simulated/visit/visit_readers.h"
+#include "quomi/util/ascii.h"
 #include "quomi/util/dates.h"
 
 #include <algorithm>
@@ -18,10 +19,6 @@ namespace {
 constexpr std::int64_t kFormatVersion = 1;
 constexpr const char* kNoSuchFile = "no such file";
 constexpr Duration kAfterLastStep = std::chrono::seconds(60);
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 /// Whether the text ends as an instant with an offset does: a time, then "Z" or ±hh, ±hhmm, ±hh:mm.
 bool namesOffset(std::string_view text) {

@@ -1,4 +1,5 @@
 #include "hosts/simulated/visit/visit_readers.h"
+#include "quomi/util/ascii.h"
 
 namespace quomi::simulated {
 namespace {
@@ -31,7 +32,7 @@ constexpr Field<Answer> kAnswerFields[] = {
 };
 
 bool isMethod(std::string_view text) {
-    return !text.empty() && std::ranges::all_of(text, [](char c) { return c >= 'A' && c <= 'Z'; });
+    return !text.empty() && std::ranges::all_of(text, isUpperCase);
 }
 
 /// A method, a blank and a path or an absolute URL. One with a query could never be met.

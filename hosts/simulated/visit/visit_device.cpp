@@ -1,4 +1,5 @@
 #include "hosts/simulated/visit/visit_readers.h"
+#include "quomi/util/ascii.h"
 
 #include <exception>
 #include <fstream>
@@ -52,11 +53,7 @@ std::vector<std::string> readTexts(const JsonNode& node) {
 /// Schemes know no case.
 std::vector<std::string> readSchemes(const JsonNode& node) {
     auto schemes = readTexts(node);
-    for (auto& scheme : schemes) {
-        for (char& letter : scheme) {
-            if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-        }
-    }
+    for (auto& scheme : schemes) scheme = lowerCase(scheme);
     return schemes;
 }
 

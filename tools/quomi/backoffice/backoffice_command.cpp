@@ -64,7 +64,7 @@ std::optional<int> read(std::vector<std::string> args, Options& options, std::os
         ->capture_default_str();
     app.add_option("--keep", options.keep, "Keep what devices send in this SQLite file, and go on with what is in it")
         ->type_name("FILE.sqlite");
-    std::reverse(args.begin(), args.end());  // as the library wants them
+    std::ranges::reverse(args);  // as the library wants them
     try {
         app.parse(std::move(args));
     } catch (const CLI::CallForHelp&) {

@@ -4,6 +4,7 @@
 #include "hosts/simulated/json/json_reader.h"
 #include "hosts/simulated/json/json_writer.h"
 #include "quomi/util/dates.h"
+#include "quomi/util/utf8.h"
 #include "quomi/util/uuid.h"
 #include "tools/quomi/backoffice/inbox.h"
 #include "tools/quomi/timeline/terminal_text.h"
@@ -116,12 +117,9 @@ void writeCampaign(std::string& page, const simulated::Campaign& campaign) {
     page += "</table>\n";
 }
 
-/// The beginning of a long text, cut between characters.
 std::string beginning(const std::string& text) {
     if (text.size() <= kShownBodyBytes) return text;
-    std::size_t end = kShownBodyBytes;
-    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) --end;
-    return text.substr(0, end) + " …";
+    return std::string(utf8Beginning(text, kShownBodyBytes)) + " …";
 }
 
 /// The user's record without the middle of its advertising identifier; "…" when it cannot be told where that is.

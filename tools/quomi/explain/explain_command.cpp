@@ -39,7 +39,7 @@ std::optional<int> parse(std::vector<std::string> args, Arguments& parsed, std::
                          ->check(CLI::Range(0.0, 1e9))
                          ->type_name("SECONDS");
     try {
-        std::reverse(args.begin(), args.end());
+        std::ranges::reverse(args);
         app.parse(args);
     } catch (const CLI::Success&) {
         out << app.help();

@@ -74,7 +74,7 @@ std::variant<Arguments, int> parseArguments(std::vector<std::string> args, std::
         ->type_name("OUT");
     for (const char* option : kNotYet) app.add_option(option, ignored)->group("");
     try {
-        std::reverse(args.begin(), args.end());
+        std::ranges::reverse(args);
         app.parse(args);
     } catch (const CLI::Success&) {
         out << app.help();

@@ -150,7 +150,7 @@ int runStore(std::vector<std::string> args, std::ostream& out, std::ostream& err
     make->add_option("file", options.file, "The file to make")->required()->type_name("FILE.sqlite");
     auto* info = app.add_subcommand("info", "Tell a store's version and its rows");
     info->add_option("file", options.file, "The store")->required()->type_name("FILE.sqlite");
-    std::reverse(args.begin(), args.end());  // as the library wants them
+    std::ranges::reverse(args);  // as the library wants them
     try {
         app.parse(std::move(args));
         return make->parsed() ? makeStore(options, err) : tellOfStore(options, out, err);

@@ -31,8 +31,8 @@ constexpr std::array<Range, 10> kWide = {{{0x1100, 0x115F},
 constexpr std::array<Range, 4> kCombining = {{{0x0300, 0x036F}, {0x1AB0, 0x1AFF}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}}};
 template <std::size_t n>
 bool isIn(const std::array<Range, n>& ranges, std::uint32_t codePoint) {
-    return std::any_of(ranges.begin(), ranges.end(),
-                       [&](const Range& range) { return codePoint >= range.first && codePoint <= range.last; });
+    return std::ranges::any_of(ranges,
+                               [&](const Range& range) { return codePoint >= range.first && codePoint <= range.last; });
 }
 
 std::size_t columnsOf(const Utf8Character& character) {

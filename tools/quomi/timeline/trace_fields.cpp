@@ -99,9 +99,9 @@ Coordinate placeOf(const json::object& record) {
 }
 
 std::string_view kindOf(const json::object& record) {
-    const auto known = std::find_if(kKinds.begin(), kKinds.end(), [&](auto kind) { return record.contains(kind); });
+    const auto known = std::ranges::find_if(kKinds, [&](auto kind) { return record.contains(kind); });
     if (known != kKinds.end()) return *known;
-    const auto other = std::find_if(record.begin(), record.end(), [](const auto& field) { return field.key() != "t"; });
+    const auto other = std::ranges::find_if(record, [](const auto& field) { return field.key() != "t"; });
     return other != record.end() ? std::string_view(other->key()) : std::string_view();
 }
 

@@ -254,7 +254,7 @@ TraceWords::Line TraceWords::response(const Record& record) {
     const auto status = numberOf(record, "response", 0);
     const bool good = status >= 200 && status < 300;
     auto text = fmt::format("{:<4} {}", textOf(record, "response"), shortURL(url));
-    const auto sent = std::find_if(sent_.begin(), sent_.end(), [&](const Sent& each) { return each.url == url; });
+    const auto sent = std::ranges::find_if(sent_, [&](const Sent& each) { return each.url == url; });
     if (sent != sent_.end()) {
         text += fmt::format("  after {:.2f} s", now_ - sent->at);
         sent_.erase(sent);

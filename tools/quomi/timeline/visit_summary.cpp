@@ -15,7 +15,7 @@ namespace json = boost::json;
 namespace {
 
 void count(std::vector<std::pair<std::string, std::size_t>>& counts, const std::string& what, std::size_t times = 1) {
-    const auto known = std::find_if(counts.begin(), counts.end(), [&](const auto& each) { return each.first == what; });
+    const auto known = std::ranges::find_if(counts, [&](const auto& each) { return each.first == what; });
     if (known != counts.end())
         known->second += times;
     else
@@ -134,7 +134,7 @@ void VisitSummary::request(const json::object& record) {
 void VisitSummary::response(const json::object& record) {
     count(outcomes_, textOf(record, "response"));
     const auto url = textOf(record, "url");
-    const auto sent = std::find_if(sent_.begin(), sent_.end(), [&](const Sent& each) { return each.url == url; });
+    const auto sent = std::ranges::find_if(sent_, [&](const Sent& each) { return each.url == url; });
     if (sent == sent_.end()) return;
     const auto status = numberOf(record, "response", 0);
     if (status >= 200 && status < 300) eventsUploaded_ += sent->events;
@@ -143,7 +143,7 @@ void VisitSummary::response(const json::object& record) {
 
 void VisitSummary::rule(const json::object& record) {
     const auto id = textOf(record, "rule");
-    auto known = std::find_if(rules_.begin(), rules_.end(), [&](const auto& each) { return each.first == id; });
+    auto known = std::ranges::find_if(rules_, [&](const auto& each) { return each.first == id; });
     if (known == rules_.end()) known = rules_.insert(rules_.end(), {id, {}});
     auto& fate = known->second;
     const auto decision = decisionOf(record);
