@@ -62,7 +62,7 @@ void becomeGet(HttpRequest& request) {
 
 }  // namespace
 
-std::optional<HttpOrigin> originOf(const std::string& url) {
+std::optional<HttpOrigin> httpOriginOf(const std::string& url) {
     const Url parsed = parseUrl(url);
     if (parsed == nullptr || url.find('\0') != std::string::npos) return std::nullopt;
     HttpOrigin origin{part(parsed, CURLUPART_SCHEME), lowerCase(part(parsed, CURLUPART_HOST)),
@@ -75,8 +75,8 @@ std::optional<HttpRequest> redirectedRequest(const HttpRequest& request, const H
     const auto location = std::ranges::find(response.headers, "location", &HttpHeaders::value_type::first);
     if (!isRedirect(response.status) || location == response.headers.end()) return std::nullopt;
     std::string url = resolve(request.url, location->second);
-    const auto from = originOf(request.url);
-    const auto to = originOf(url);
+    const auto from = httpOriginOf(request.url);
+    const auto to = httpOriginOf(url);
     if (!from || !to || (from->scheme == "https" && to->scheme == "http")) return std::nullopt;
 
     HttpRequest next = request;

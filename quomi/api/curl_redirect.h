@@ -20,7 +20,7 @@ struct HttpOrigin {
 };
 
 /// The origin of an absolute http or https URL; nothing for any other text.
-[[nodiscard]] std::optional<HttpOrigin> originOf(const std::string& url);
+[[nodiscard]] std::optional<HttpOrigin> httpOriginOf(const std::string& url);
 
 /// The request that follows this answer to `request`; nothing when the answer is no redirect or may not be followed.
 [[nodiscard]] std::optional<HttpRequest> redirectedRequest(const HttpRequest& request, const HttpResponse& response);

@@ -139,7 +139,7 @@ std::optional<HttpFailure> CurlTransfer::prepare() {
 }
 
 std::optional<HttpFailure> CurlTransfer::checkRequest() const {
-    const auto origin = originOf(request_.url);
+    const auto origin = httpOriginOf(request_.url);
     if (!origin) return connectionFailure("The URL is not an absolute http or https URL");
     if (!isToken(request_.method)) return connectionFailure("The method cannot be sent");
     for (const auto& [name, value] : request_.headers) {

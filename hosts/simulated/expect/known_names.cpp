@@ -55,7 +55,7 @@ KnownNames::KnownNames(const Visit& visit) {
 void KnownNames::addAnswer(std::string_view key, const Answer& answer) {
     const auto* body = std::get_if<json::value>(&answer.body);
     if (const auto* text = std::get_if<std::string>(&answer.body)) {
-        auto parsed = parseJson(*text);
+        auto parsed = quomi::parseJson(*text);
         if (parsed) body = parsed_.emplace_back(std::make_shared<const json::value>(std::move(*parsed))).get();
     }
     if (body == nullptr) return;

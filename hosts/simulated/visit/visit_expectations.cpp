@@ -13,17 +13,17 @@ namespace {
 constexpr std::int64_t kMostTimes = 1'000'000'000;
 
 /// What the keys of one expectation are read into. A subject behind `before` is read in the same way.
-struct Reading {
+struct ExpectationReading {
     const Visit& visit;
     Expectation& expectation;
     Subject& subject;
 };
 
-using Read = void (*)(const JsonNode& node, Reading& reading);
-using Key = Field<Reading>;
+using Read = void (*)(const JsonNode& node, ExpectationReading& reading);
+using Key = Field<ExpectationReading>;
 
 /// The subject that a key names; there is one.
-Subject& begin(const JsonNode& node, std::string_view key, Reading& reading) {
+Subject& begin(const JsonNode& node, std::string_view key, ExpectationReading& reading) {
     auto& subject = reading.subject;
     if (!subject.key.empty()) {
         node.refuse(fmt::format("expected one subject, found \"{}\" and \"{}\"", subject.key, key));
@@ -43,27 +43,27 @@ void mentionInEvent(const JsonNode& event, Subject& subject) {
     mention(event["geofence_id"], Mention::Kind::geofence, subject);
 }
 
-void readRule(const JsonNode& node, Reading& reading) {
+void readRule(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "rule", reading);
     subject.members = {{"rule", node.text()}, {"decision", "executed"}};
     mention(node, Mention::Kind::rule, subject);
 }
 
 /// A notification need not have a body, so "*" asks for none.
-void readNotification(const JsonNode& node, Reading& reading) {
+void readNotification(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "notification", reading);
     subject.members = {{"notification", "*"}};
     if (const auto body = node.text(); body != "*") subject.members["body"] = body;
 }
 
-void readEvent(const JsonNode& node, Reading& reading) {
+void readEvent(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "event", reading);
     if (!node.isObject()) return node.fail("an object");
     subject.members = {{"delegate", "didLogEvent"}, {"event", node.raw()}};
     mentionInEvent(node, subject);
 }
 
-void readRequest(const JsonNode& node, Reading& reading) {
+void readRequest(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "request", reading);
     const auto text = node.text() == "*" ? "* *" : node.text();
     const auto blank = text.find(' ');
@@ -76,17 +76,17 @@ void readRequest(const JsonNode& node, Reading& reading) {
     subject.urlPath = path;
 }
 
-void readDelegate(const JsonNode& node, Reading& reading) {
+void readDelegate(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "delegate", reading);
     subject.members = {{"delegate", node.text()}};
     mention(node, Mention::Kind::delegate, subject);
 }
 
-void readError(const JsonNode& node, Reading& reading) {
+void readError(const JsonNode& node, ExpectationReading& reading) {
     begin(node, "error", reading).members = {{"error", json::object{{"code", node.integer()}}}};
 }
 
-void readRecord(const JsonNode& node, Reading& reading) {
+void readRecord(const JsonNode& node, ExpectationReading& reading) {
     auto& subject = begin(node, "record", reading);
     const auto members = node.raw();
     if (!members.is_object() || members.get_object().empty()) return node.fail("an object that is not empty");
@@ -99,13 +99,13 @@ void readRecord(const JsonNode& node, Reading& reading) {
     mentionInEvent(node["event"], subject);
 }
 
-void readDecision(const JsonNode& node, Reading& reading) {
+void readDecision(const JsonNode& node, ExpectationReading& reading) {
     if (reading.subject.key != "rule") return node.refuse("expected \"decision\" only beside \"rule\"");
     reading.subject.members["decision"] = node.text();
     mention(node, Mention::Kind::decision, reading.subject);
 }
 
-void readOwner(const JsonNode& node, Reading& reading) {
+void readOwner(const JsonNode& node, ExpectationReading& reading) {
     if (reading.subject.key != "rule") return node.refuse("expected \"of\" only beside \"rule\"");
     reading.subject.members["owner"] = node.text();
     mention(node, Mention::Kind::owner, reading.subject);
@@ -113,7 +113,7 @@ void readOwner(const JsonNode& node, Reading& reading) {
 
 // ---- conditions
 
-void readTimes(const JsonNode& node, Reading& reading) {
+void readTimes(const JsonNode& node, ExpectationReading& reading) {
     auto& expectation = reading.expectation;
     if (!node.isObject()) {
         expectation.least = node.integer(0, kMostTimes);
@@ -129,7 +129,7 @@ void readTimes(const JsonNode& node, Reading& reading) {
     if (!node.has("min") && !node.has("max")) node.refuse("expected \"min\", \"max\" or both");
 }
 
-void readNever(const JsonNode& node, Reading& reading) {
+void readNever(const JsonNode& node, ExpectationReading& reading) {
     node.onlyTrue();
     reading.expectation.least = 0;
     reading.expectation.most = 0;
@@ -165,11 +165,11 @@ Duration readMoment(const JsonNode& node, const Visit& visit, Duration earliest)
     return {};
 }
 
-void readFrom(const JsonNode& node, Reading& reading) {
+void readFrom(const JsonNode& node, ExpectationReading& reading) {
     reading.expectation.from = readMoment(node, reading.visit, Duration::zero());
 }
 
-void readUntil(const JsonNode& node, Reading& reading) {
+void readUntil(const JsonNode& node, ExpectationReading& reading) {
     const auto from = reading.expectation.from.value_or(Duration::zero());
     reading.expectation.until = readMoment(node, reading.visit, from);
     if (*reading.expectation.until < from) node.fail("a time not before \"from\"");
@@ -181,11 +181,11 @@ constexpr Key kSubjectKeys[] = {
     {"rule", readRule},
     {"notification", readNotification},
     {"webPage",
-     [](const JsonNode& n, Reading& r) {
+     [](const JsonNode& n, ExpectationReading& r) {
          begin(n, "webPage", r).members = {{"webPage", n.text()}};
      }},
     {"openURL",
-     [](const JsonNode& n, Reading& r) {
+     [](const JsonNode& n, ExpectationReading& r) {
          begin(n, "openURL", r).members = {{"openURL", n.text()}};
      }},
     {"event", readEvent},
@@ -204,9 +204,9 @@ void requireSubject(const JsonNode& node, const Subject& subject) {
     node.refuse(fmt::format("expected one of the subjects {}, found none", list));
 }
 
-void readBefore(const JsonNode& node, Reading& reading) {
-    Reading other{reading.visit, reading.expectation, reading.expectation.before.emplace()};
-    readObject<Reading>(node, kSubjectKeys, other);
+void readBefore(const JsonNode& node, ExpectationReading& reading) {
+    ExpectationReading other{reading.visit, reading.expectation, reading.expectation.before.emplace()};
+    readObject<ExpectationReading>(node, kSubjectKeys, other);
     requireSubject(node, other.subject);
 }
 
@@ -218,8 +218,8 @@ constexpr auto kKeys = joined(kSubjectKeys, kConditions);
 
 void readExpectation(const JsonNode& node, const Visit& visit, Expectation& expectation) {
     expectation.path = node.path();
-    Reading reading{visit, expectation, expectation.subject};
-    readObject<Reading>(node, kKeys, reading);
+    ExpectationReading reading{visit, expectation, expectation.subject};
+    readObject<ExpectationReading>(node, kKeys, reading);
     requireSubject(node, expectation.subject);
     for (const char* other : {"times", "before"}) {
         if (node.has("never") && node.has(other)) {

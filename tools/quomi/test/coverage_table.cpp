@@ -12,10 +12,10 @@ namespace quomi::tool {
 
 namespace {
 
-constexpr std::string_view kGood = "\x1b[32m";
+constexpr std::string_view kSeen = "\x1b[32m";
 constexpr std::string_view kPartly = "\x1b[33m";
-constexpr std::string_view kBad = "\x1b[31m";
-constexpr std::string_view kQuiet = "\x1b[2m";
+constexpr std::string_view kNeverSeen = "\x1b[31m";
+constexpr std::string_view kHeading = "\x1b[2m";
 constexpr std::string_view kBold = "\x1b[1m";
 
 class Table {
@@ -34,7 +34,7 @@ public:
         printShare("gates seen to stop them", seen, gates);
         out_ << '\n';
         measure(campaign);
-        printRow(" ", "rule", "of", "considered", "acted", "never seen to stop it", kQuiet);
+        printRow(" ", "rule", "of", "considered", "acted", "never seen to stop it", kHeading);
         for (const auto& rule : campaign.rules) printRule(rule);
     }
 
@@ -50,7 +50,7 @@ private:
         if (part > 0) full = std::max<std::size_t>(full, 1);
         std::string bar;
         for (std::size_t i = 0; i < width; ++i) bar += i < full ? "█" : "░";
-        const auto colour = part == whole ? kGood : part == 0 ? kBad : kPartly;
+        const auto colour = part == whole ? kSeen : part == 0 ? kNeverSeen : kPartly;
         out_ << fmt::format("  {}  {} {:>3} %  {} of {}\n", leftAligned(what, 23), painted(bar, colour),
                             whole == 0 ? 100 : part * 100 / whole, part, whole);
     }
@@ -68,11 +68,11 @@ private:
         const auto missing = rule.gatesSeen(false);
         const bool isReached = rule.considered > 0;
         const auto gates = missing.empty() ? std::string("-") : fmt::format("{}", fmt::join(missing, ", "));
-        const auto colour = rule.acted > 0 ? kGood : isReached ? kPartly : kBad;
+        const auto colour = rule.acted > 0 ? kSeen : isReached ? kPartly : kNeverSeen;
         const char* sign = rule.acted > 0 ? "●" : isReached ? "◐" : "○";
         printRow(painted(sign, colour), neutralised(rule.rule), neutralised(rule.ownerName),
                  fmt::format("{}", rule.considered), fmt::format("{}", rule.acted), isReached ? gates : "never reached",
-                 isReached ? "" : kBad);
+                 isReached ? "" : kNeverSeen);
     }
 
     void printRow(const std::string& sign, std::string rule, std::string owner, const std::string& considered,

@@ -19,7 +19,7 @@ namespace quomi::tool {
 namespace {
 
 constexpr std::string_view kResetColour = "\x1b[0m";
-constexpr std::size_t kWide = 100;  // columns
+constexpr std::size_t kWideTerminal = 100;  // columns
 
 std::string_view colourOf(Tone tone) {
     switch (tone) {
@@ -93,7 +93,7 @@ private:
 
     void print(const std::string& line) { out_ << line << '\n'; }
 
-    [[nodiscard]] bool isNarrow() const { return terminal_.columns > 0 && terminal_.columns < kWide; }
+    [[nodiscard]] bool isNarrow() const { return terminal_.columns > 0 && terminal_.columns < kWideTerminal; }
 
     /// A narrow terminal has no room for the seconds.
     [[nodiscard]] std::string times(double seconds) const {
