@@ -80,8 +80,8 @@ struct UpdateBeacons {
 ///
 /// Blocks may be empty; one of them is called when a download has ended, except that a download of geofences that
 /// cannot begin (another one runs) calls none, deliberately: its caller never waits. An answer that cannot be stored
-/// counts as a success, deliberately: its rules stay due. Why
-/// it could not be stored goes to the debug log. Host's thread only.
+/// counts as a success, deliberately: its rules stay due. Why it could not be stored goes to the debug log. Host's
+/// thread only.
 class QuomiDataUpdater {
 public:
     /// True when a download was made, false when none was due.

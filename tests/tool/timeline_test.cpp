@@ -103,8 +103,7 @@ Summary  1 min 15 s
 TEST(Timeline, SaysThatTheSdkNeverRan) {
     const auto text = played({parsed(R"({"t":0,"call":"start","result":true,"error":null})"),
                               parsed(R"({"t":0,"delegate":"didLogEvent","event":{"type":"bluetooth_state"}})"),
-                              parsed(R"({"t":1,"console":"Quomi SDK Error: Failed to parse"})")},
-                             false);
+                              parsed(R"({"t":1,"console":"Quomi SDK Error: Failed to parse"})")});
     EXPECT_THAT(text, testing::HasSubstr("\n  the SDK never ran\n"));
     EXPECT_THAT(text, testing::Not(testing::HasSubstr("errors    0")));
 }
@@ -230,6 +229,8 @@ TEST(Timeline, EveryKindHasItsLine) {
         {R"("rule":"5","owner":"9","trigger":"on_exit","decision":"ruleMax","detail":{"count":3,"limit":3,"until":"2024-05-04T22:00:01.000Z"})",
          "§ rule        5 of 9 (exit): stopped by its limit: 3 of 3, until 00:00:01 on Sunday 2024-05-05"},
         {R"("console":"Quomi SDK Error: no")", "✗ console     Quomi SDK Error: no"},
+        {R"("console":"Quomi SDK Warning: no")", "✗ console     Quomi SDK Warning: no"},
+        {R"("console":"Quomi SDK error: no")", "✗ console     Quomi SDK error: no"},
         {R"("rule":"5","owner":"9","trigger":"on_entry","decision":"executed","detail":{"actions":["a","b"]})",
          "§ rule        5 of 9 (entry): executed: a, b"},
         {R"("unheardOf":"x","y":[{"z":1}])", R"(· other       unheardOf x  y [{"z":1}])"},

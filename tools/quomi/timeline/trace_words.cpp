@@ -19,6 +19,8 @@ namespace {
 constexpr std::size_t kLongestAddress = 90;
 constexpr std::size_t kLongestText = 160;
 constexpr double kShownMove = 100;  // metres
+/// What a line of the system log says when something failed.
+constexpr std::string_view kComplaints[] = {"Error", "error", "Warning"};
 
 std::int64_t proximityOf(const json::object& record) {
     const auto proximity = numberOf(objectOf(record, "userInfo"), "proximity", 0);
@@ -303,7 +305,8 @@ TraceWords::Line TraceWords::alert(const Record& record) {
 
 TraceWords::Line TraceWords::console(const Record& record) {
     const auto text = textOf(record, "console");
-    const bool isComplaint = text.find("Error") != std::string::npos;
+    const bool isComplaint = std::ranges::any_of(
+        kComplaints, [&text](std::string_view word) { return text.find(word) != std::string::npos; });
     return isComplaint ? TraceLine{"✗", "console", Tone::bad, text}
                        : TraceLine{"·", "console", Tone::quiet, text, Depth::traffic};
 }
