@@ -102,6 +102,7 @@ TEST_F(Durability, Events) {
         expectNothingLost(loggingAndUploading(logsFirst), 3 * 60);  // three events, each byte of their lines
         expectNothingLost(loggingAndUploading(logsFirst, LogLength::isLong), 20);
     }
+    expectNothingLost(beingRefused(), 10);
 }
 
 }  // namespace

@@ -24,15 +24,19 @@ boost::json::object longEvent(int number) {
     return {{"n", number}, {"x", std::string(QuomiDLogger::kShortLog / QuomiDLogger::kBatchSize, 'x')}};
 }
 
-/// A server that accepts what it is sent when it is told to, and keeps it.
+/// A server that accepts what it is sent when it is told to, and keeps it; but for one event that it refuses for good.
 class Server final : public Uploader {
 public:
-    explicit Server(Witness& witness) : witness_(witness) {}
+    Server(Witness& witness, std::optional<int> refused) : witness_(witness), refused_(refused) {}
 
     void sendDLogEvent(const QuomiDLog&, std::function<void()>, std::function<void(const Error&)>) override {}
     void sendBatteryAlert(const BatteryAlert&, std::function<void()>, std::function<void(const Error&)>) override {}
     void sendBatchOfLogEvents(const std::vector<QuomiDLog>& records, std::function<void()> success,
-                              std::function<void(const Error&)> /*failure*/) override {
+                              std::function<void(const Error&)> failure) override {
+        if (refused_ && std::ranges::any_of(records, [this](const auto& record) { return isRefused(record); })) {
+            waiting_.push_back([failure = std::move(failure)] { failure(Error{kHTTPErrorDomain, 413, {}}); });
+            return;
+        }
         witness_.handedOver = witness_.accepted;
         if (first.empty()) first = records;
         for (const auto& record : records) take(record);
@@ -40,6 +44,9 @@ public:
     }
     void answerAll() {
         for (; !waiting_.empty(); waiting_.pop_front()) waiting_.front()();
+    }
+    [[nodiscard]] bool isRefused(const QuomiDLog& record) const {
+        return boost::json::parse(record.logData.value()) == event(*refused_);
     }
 
     std::vector<QuomiDLog> first;
@@ -59,14 +66,15 @@ private:
     }
 
     Witness& witness_;
+    const std::optional<int> refused_;
     std::deque<std::function<void()>> waiting_;
 };
 
 /// The part of the SDK that logs and uploads, in one launch of the app.
 class Launch {
 public:
-    Launch(const Platform& platform, Witness& witness)
-        : platform_(platform), witness_(witness), server_(witness), loop_(platform, debugLog_) {
+    Launch(const Platform& platform, Witness& witness, std::optional<int> refused = std::nullopt)
+        : platform_(platform), witness_(witness), server_(witness, refused), loop_(platform, debugLog_) {
         loop_.setUploader(&server_);
     }
 
@@ -107,6 +115,25 @@ void logAndUpload(const Platform& platform, Witness& witness) {
     launch.log(kFirst + 1);
     launch.upload();
     launch.log(kFirst + 2);
+}
+
+void logAndBeRefused(const Platform& platform, Witness& witness) {
+    Launch launch(platform, witness, kFirst);
+    launch.log(kFirst);
+    launch.log(kFirst + 1);
+    for (std::size_t refusal = 0; refusal < QuomiDLogger::kMostRefusals; ++refusal) launch.upload();
+}
+
+/// An event that was set aside is not lost.
+void countRefused(const Platform& platform, Witness& witness) {
+    std::error_code error;
+    const auto file = platform.files.documentsDirectory() / kQuomiBORefusedLogFileName;
+    const auto refused =
+        QuomiDLog::quomiDLogsFromString(platform.files.read(file, error).value_or(""), platform.console);
+    for (const auto& record : refused) {
+        const auto number = boost::json::parse(record.logData.value()).at("n").to_number<std::size_t>();
+        witness.uploads.at(number) = std::max<std::uint8_t>(witness.uploads.at(number), 1);
+    }
 }
 
 std::vector<QuomiDLog> batchFile(const Platform& platform) {
@@ -156,6 +183,18 @@ Scenario loggingAndUploading(LogsFirst logsFirst, LogLength length) {
                     return complaint.empty() ? complaintOfUploads(witness, witness.accepted, 2) : complaint;
                 },
             .everyByte = length == LogLength::isShort};
+}
+
+Scenario beingRefused() {
+    return {.name = "an event is refused",
+            .prepare = {},
+            .act = logAndBeRefused,
+            .verify = [](const Platform& platform, const Witness& seen) {
+                Witness witness = seen;
+                const auto complaint = complaintOfLaunch(platform, witness, LogsFirst::no);
+                countRefused(platform, witness);
+                return complaint.empty() ? complaintOfUploads(witness, witness.accepted, 2) : complaint;
+            }};
 }
 
 std::string complaintAfterPowerLoss(const Platform& platform, Witness witness, int mostUploads, LogLength length) {
