@@ -143,42 +143,6 @@ private:
     std::shared_ptr<TimerEntry> entry_;
 };
 
-/// Holds its tasks itself, so that they end with it; the loop only holds a turn for each.
-class RunLoop::OwnedQueue final : public SerialQueue {
-public:
-    explicit OwnedQueue(std::weak_ptr<State> state) : state_(std::move(state)) {}
-
-    void post(Task task) override {
-        const auto state = state_.lock();
-        if (state == nullptr) return;
-        {
-            const std::lock_guard lock(waiting_->mutex);
-            waiting_->tasks.push_back(std::move(task));
-        }
-        state->post([weak = std::weak_ptr(waiting_)] {
-            if (const Task next = take(weak)) next();
-        });
-    }
-
-private:
-    struct Waiting {
-        std::mutex mutex;
-        std::deque<Task> tasks;
-    };
-
-    static Task take(const std::weak_ptr<Waiting>& weak) {
-        const auto waiting = weak.lock();
-        if (waiting == nullptr) return {};
-        const std::lock_guard lock(waiting->mutex);
-        Task task = std::move(waiting->tasks.front());
-        waiting->tasks.pop_front();
-        return task;
-    }
-
-    std::weak_ptr<State> state_;
-    std::shared_ptr<Waiting> waiting_ = std::make_shared<Waiting>();
-};
-
 RunLoop::RunLoop() : state_(std::make_shared<State>()) {}
 RunLoop::~RunLoop() = default;
 
@@ -217,10 +181,6 @@ void RunLoop::post(Task task) {
 
 void RunLoop::postToGlobalQueue(Task task) {
     state_->post(std::move(task));
-}
-
-std::unique_ptr<SerialQueue> RunLoop::makeSerialQueue() {
-    return std::make_unique<OwnedQueue>(state_);
 }
 
 std::unique_ptr<Timer> RunLoop::schedule(Duration delay, Duration interval, Task task) {

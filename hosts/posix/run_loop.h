@@ -9,12 +9,12 @@ namespace quomi::posix {
 
 /// The run loop port on real time. The thread that constructs it is the host's thread; only that thread runs it.
 ///
-/// One line of turns carries everything: posted tasks, tasks of the global queue, tasks of serial queues and timers. A
+/// One line of turns carries everything: posted tasks, tasks of the global queue and timers. A
 /// task takes its place when it is posted, a timer when it is due; where both are ready the earlier one runs first, so
 /// neither starves the other. No two tasks ever run at the same time. What a task throws is dropped.
 ///
 /// `post` and its like only append under a short lock and never wait for the host's thread. Destroying the loop drops
-/// what waits without running it; timers and serial queues that outlive it do nothing any more, while threads that post
+/// what waits without running it; timers that outlive it do nothing any more, while threads that post
 /// to the loop itself must have ended before.
 class RunLoop final : public quomi::RunLoop {
 public:
@@ -39,7 +39,6 @@ public:
 
     void post(Task task) override;
     void postToGlobalQueue(Task task) override;
-    [[nodiscard]] std::unique_ptr<SerialQueue> makeSerialQueue() override;
     [[nodiscard]] std::unique_ptr<Timer> scheduleOnce(Duration delay, Task task) override;
     [[nodiscard]] std::unique_ptr<Timer> scheduleRepeating(Duration interval, Task task) override;
     [[nodiscard]] bool isHostThread() const override;
@@ -52,7 +51,6 @@ private:
     struct State;
     class Run;
     class OwnedTimer;
-    class OwnedQueue;
     [[nodiscard]] std::unique_ptr<Timer> schedule(Duration delay, Duration interval, Task task);
 
     std::shared_ptr<State> state_;

@@ -114,20 +114,6 @@ private:
     std::shared_ptr<Events::Event> event_;
 };
 
-class VirtualLoop::OwnedQueue final : public SerialQueue {
-public:
-    explicit OwnedQueue(VirtualLoop& loop) : loop_(loop) {}
-    void post(Task task) override {
-        loop_.post([alive = std::weak_ptr(alive_), task = std::move(task)] {
-            if (!alive.expired()) task();
-        });
-    }
-
-private:
-    VirtualLoop& loop_;
-    std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
-};
-
 VirtualLoop::VirtualLoop(WallTime start, std::string timeZone, std::size_t mostTurns)
     : hostThread_(std::this_thread::get_id()),
       start_(start),
@@ -256,10 +242,6 @@ std::unique_ptr<Timer> VirtualLoop::scheduleOnce(Duration delay, Task task) {
 std::unique_ptr<Timer> VirtualLoop::scheduleRepeating(Duration interval, Task task) {
     const auto beat = std::max(interval, Duration(1));
     return schedule(Owner::app, Kind::timer, beat, beat, std::move(task));
-}
-
-std::unique_ptr<SerialQueue> VirtualLoop::makeSerialQueue() {
-    return std::make_unique<OwnedQueue>(*this);
 }
 
 WallTime VirtualLoop::now() const {

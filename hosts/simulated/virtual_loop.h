@@ -18,7 +18,7 @@ namespace quomi::simulated {
 /// The clock and the run loop of a simulated phone, on one virtual time that only whoever drives the phone moves.
 ///
 /// Monotonic time begins at 0. Code takes no time: every reading at an instant gives that instant. What runs at an
-/// instant runs in this order: turns (posted tasks, also those of the global queue and of serial queues) in order of
+/// instant runs in this order: turns (posted tasks, also those of the global queue) in order of
 /// posting, then timers in order of creation, then answers in order of creation; after each of them the turns that it
 /// posted. So two runs of the same program are the same.
 ///
@@ -98,7 +98,6 @@ public:
 
     void post(Task task) override;
     void postToGlobalQueue(Task task) override { post(std::move(task)); }
-    [[nodiscard]] std::unique_ptr<SerialQueue> makeSerialQueue() override;
     [[nodiscard]] std::unique_ptr<Timer> scheduleOnce(Duration delay, Task task) override;
     [[nodiscard]] std::unique_ptr<Timer> scheduleRepeating(Duration interval, Task task) override;
     [[nodiscard]] bool isHostThread() const override { return std::this_thread::get_id() == hostThread_; }
@@ -109,7 +108,6 @@ public:
 private:
     struct Events;
     class OwnedTimer;
-    class OwnedQueue;
     enum class Kind { turn, timer, answer, driversTurn };
     enum class Owner { app, phone };
 

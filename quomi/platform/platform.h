@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 namespace quomi {
 
 class Application;
@@ -33,6 +35,26 @@ struct Platform {
     Localization& localization;
     HttpTransport& http;
     Reachability& reachability;
+
+    /// The same phone, but `other` takes the place of each port that it implements; it too outlives every SDK made with
+    /// them.
+    template <class Other>
+    [[nodiscard]] Platform with(Other& other) const {
+        return {pick(clock, other),         pick(runLoop, other),     pick(location, other), pick(bluetooth, other),
+                pick(notifications, other), pick(application, other), pick(screens, other),  pick(device, other),
+                pick(files, other),         pick(defaults, other),    pick(console, other),  pick(localization, other),
+                pick(http, other),          pick(reachability, other)};
+    }
+
+private:
+    template <class Port, class Other>
+    [[nodiscard]] static Port& pick(Port& own, Other& other) {
+        if constexpr (std::is_base_of_v<Port, Other>) {
+            return other;
+        } else {
+            return own;
+        }
+    }
 };
 
 }  // namespace quomi

@@ -18,18 +18,10 @@ public:
     virtual ~Timer() = default;
 };
 
-/// An owned queue whose tasks run one after another in the order of posting. Dropping it drops the tasks that wait.
-class SerialQueue {
-public:
-    virtual ~SerialQueue() = default;
-    /// Queues a task; any thread.
-    virtual void post(Task task) = 0;
-};
-
 /// Port: the host's event loop. The library never owns one.
 ///
 /// "The host's thread" is the one thread on which the host calls the SDK and on which every callback of every port
-/// arrives. Tasks of the global queue and of serial queues never run at the same time as the host's thread is inside
+/// arrives. Tasks of the global queue never run at the same time as the host's thread is inside
 /// the SDK; a host without spare threads runs them as later turns of the same loop. A task posted from inside a task
 /// runs in a later turn, never before the running one has returned.
 class RunLoop {
@@ -41,9 +33,6 @@ public:
 
     /// Runs the task as work of the global concurrent queue. Any thread. No order among such tasks is promised.
     virtual void postToGlobalQueue(Task task) = 0;
-
-    /// A new serial queue. Host's thread.
-    [[nodiscard]] virtual std::unique_ptr<SerialQueue> makeSerialQueue() = 0;
 
     /// A timer that fires once, on the host's thread, `delay` from now on the monotonic clock (a delay below zero
     /// counts as zero; even then it fires in a later turn). Timers due at the same moment fire in order of creation.

@@ -24,7 +24,6 @@ public:
         changed_.notify_one();
     }
     void postToGlobalQueue(Task task) override { post(std::move(task)); }
-    std::unique_ptr<SerialQueue> makeSerialQueue() override { return nullptr; }
     std::unique_ptr<Timer> scheduleOnce(Duration, Task) override { return nullptr; }
     std::unique_ptr<Timer> scheduleRepeating(Duration, Task) override { return nullptr; }
     [[nodiscard]] bool isHostThread() const override { return true; }

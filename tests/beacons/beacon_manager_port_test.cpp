@@ -64,15 +64,9 @@ public:
 
 /// A manager on a phone whose location service is the writing one.
 struct BeaconManagerPorts : testing::Test {
-    Platform platformWith(LocationPlatform& other) {
-        const auto p = phone.platform();
-        return {p.clock,  p.runLoop, other,      p.bluetooth, p.notifications, p.application, p.screens,
-                p.device, p.files,   p.defaults, p.console,   p.localization,  p.http,        p.reachability};
-    }
-
     simulated::SimulatedPhone phone;
     WritingLocation location;
-    const Platform platform = platformWith(location);
+    const Platform platform = phone.platform().with(location);
     const QuomiSettings settings{{}, location};
     DebugLog debugLog{platform.files, platform.clock, {}};
     std::optional<QuomiBeaconManager> manager{std::in_place, kShop, platform, settings, debugLog};

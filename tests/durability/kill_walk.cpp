@@ -48,7 +48,7 @@ struct Launch {
     Launch(const fs::path& container, const Scenario& scenario)
         : phone({.container = container}),
           faulty(scenario.fault ? scenario.fault(phone.platform().files) : nullptr),
-          platform(withFiles(phone.platform(), faulty ? *faulty : phone.platform().files)) {}
+          platform(phone.platform().with(faulty ? *faulty : phone.platform().files)) {}
 
     simulated::SimulatedPhone phone;
     std::unique_ptr<Files> faulty;
@@ -179,11 +179,6 @@ bool runAndKill(const std::function<void()>& work) {
     }
     int status = 0;
     return process > 0 && ::waitpid(process, &status, 0) == process && WIFSIGNALED(status);
-}
-
-Platform withFiles(const Platform& p, Files& files) {
-    return {p.clock,  p.runLoop, p.location, p.bluetooth, p.notifications, p.application, p.screens,
-            p.device, files,     p.defaults, p.console,   p.localization,  p.http,        p.reachability};
 }
 
 }  // namespace quomi::test

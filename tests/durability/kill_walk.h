@@ -56,7 +56,4 @@ struct Walk {
 /// Runs the work in a child process, which is killed when it has returned: nothing is closed. False when it threw.
 bool runAndKill(const std::function<void()>& work);
 
-/// Replaces the phone's files by others.
-[[nodiscard]] Platform withFiles(const Platform& platform, Files& files);
-
 }  // namespace quomi::test

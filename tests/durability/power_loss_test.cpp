@@ -88,7 +88,7 @@ private:
 bool actUntilPowerFails(const Scenario& scenario, FailingPower& files, simulated::SimulatedPhone& phone,
                         Witness& witness) {
     try {
-        scenario.act(withFiles(phone.platform(), files), witness);
+        scenario.act(phone.platform().with(files), witness);
         return false;
     } catch (const PowerFails&) {
         return true;

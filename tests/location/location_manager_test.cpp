@@ -103,9 +103,7 @@ protected:
     simulated::SimulatedPhone phone;
     const Platform ports = phone.platform();
     TappedLocation tapped{ports.location};
-    const Platform platform{ports.clock,       ports.runLoop,      tapped,       ports.bluetooth,   ports.notifications,
-                            ports.application, ports.screens,      ports.device, ports.files,       ports.defaults,
-                            ports.console,     ports.localization, ports.http,   ports.reachability};
+    const Platform platform = ports.with(tapped);
     QuomiSettings settings{{}, platform.location};
     DebugLog debugLog{platform.files, platform.clock, {}};
     std::shared_ptr<QuomiLocationDelegate> delegate = std::make_shared<QuomiLocationDelegate>();

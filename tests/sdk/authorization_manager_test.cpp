@@ -117,13 +117,7 @@ TEST(AuthorizationManager, WaitsOnARealLoopWhileAnotherThreadAnswers) {
     const Platform base = phone.platform();
     posix::RunLoop loop;
     ThreadedCenter center(loop);
-    const Platform platform{base.clock,    loop,
-                            base.location, base.bluetooth,
-                            center,        base.application,
-                            base.screens,  base.device,
-                            base.files,    base.defaults,
-                            base.console,  base.localization,
-                            base.http,     base.reachability};
+    const Platform platform = base.with(loop).with(center);
     QuomiSettings settings({}, platform.location);
     QuomiSDK sdk(platform, settings);
     const QuomiAuthorizationManager manager(platform, sdk);

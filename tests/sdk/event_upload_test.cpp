@@ -271,10 +271,7 @@ public:
 
 TEST_F(EventUpload, BatchFileThatCannotBeRemovedIsNotSentWithoutAPause) {
     StubbornFiles files(host.platform.files);
-    const auto& p = host.platform;
-    const Platform platform{p.clock,       p.runLoop,      p.location, p.bluetooth,   p.notifications,
-                            p.application, p.screens,      p.device,   files,         p.defaults,
-                            p.console,     p.localization, p.http,     p.reachability};
+    const Platform platform = host.platform.with(files);
     loop = std::make_unique<EventUploadLoop>(platform, host.debugLog);
     loop->setUploader(&uploader);
     files.stays = kQuomiBOTmpLogFileName;

@@ -78,23 +78,6 @@ ScriptedAnswer scriptedAnswer(const Answer& answer) {
     return scripted;
 }
 
-Platform withTransport(const Platform& platform, HttpTransport& http) {
-    return {platform.clock,
-            platform.runLoop,
-            platform.location,
-            platform.bluetooth,
-            platform.notifications,
-            platform.application,
-            platform.screens,
-            platform.device,
-            platform.files,
-            platform.defaults,
-            platform.console,
-            platform.localization,
-            http,
-            platform.reachability};
-}
-
 /// What a reader of a recording gave, at the step's key.
 template <class List>
 bool keep(std::optional<List> list, const VisitError& why, Recording& recording, VisitError* error) {
@@ -221,7 +204,7 @@ public:
           settings_(deployment_, phone_.platform().location),
           wire_(servers ? makeWire(*servers) : nullptr),
           observedWire_(wire_ ? std::make_unique<ObservedTransport>(*wire_, wireObserver_) : nullptr),
-          platform_(observedWire_ ? withTransport(phone_.platform(), *observedWire_) : phone_.platform()),
+          platform_(observedWire_ ? phone_.platform().with(*observedWire_) : phone_.platform()),
           sdk_(platform_, settings_),
           ruleObserver_(std::make_shared<RuleObserver>(RuleObserver{[this](const RuleReport& report) {
               trace_.write("rule", boost::json::string(report.ruleId), traceRule(report));
