@@ -7,7 +7,6 @@ namespace {
 using enum AuthorizationStatus;
 
 const std::string kDenied = "console: Quomi SDK Warning: Location service is denied to the application!";
-const std::string kDisabled = "console: Quomi SDK Warning: Location services are globally disabled";
 const std::string kRequesting = "console: Quomi SDK: Location services not yet authorized, requesting access!";
 const std::string kGone =
     "console: Quomi SDK Warning: Location services status changed and are not available anymore. Beacon support will "
@@ -69,21 +68,6 @@ TEST(BeaconAuthorization, FollowsEachChangeOfThePermission) {
     }
 }
 
-TEST(BeaconAuthorization, LocationServicesThatAreOffAreOnlyAWarning) {
-    ManagerBench bench({.locationServices = false});
-    EXPECT_TRUE(bench.manager->start());
-    EXPECT_THAT(bench.news(),
-                ElementsAre(kDisabled, "monitor Quomi beacon", "range Quomi beacon", "range Quomi beacon"));
-    EXPECT_THAT(bench.report({heard(1)}), IsEmpty());
-    bench.phone.setLocationServices(true);
-    EXPECT_THAT(bench.news(), ElementsAre("range Quomi beacon"));
-    EXPECT_THAT(bench.report({heard(1)}), ElementsAre("found 1 at 2", "ping 1"));
-
-    ManagerBench both({.locationServices = false, .authorization = denied});
-    EXPECT_TRUE(both.manager->start());
-    EXPECT_THAT(both.news(), ElementsAre(kDisabled, kDenied, kGone));
-}
-
 TEST(BeaconAuthorization, ASecondStartFailsAndChangesNothing) {
     const auto bench = ManagerBench::started();
     bench->report({heard(1)});
@@ -107,40 +91,6 @@ TEST(BeaconAuthorization, APhoneThatMonitorsNoBeaconRegionsFailsAndCreatesNothin
     bench.phone.active();
     EXPECT_THAT(bench.news(), IsEmpty());
     EXPECT_EQ(bench.phone.loop().pendingEvents(), 0U);
-}
-
-// Extended background ranging
-
-TEST(ExtendedRanging, RunsWhenTheAppIsNotInTheBackground) {
-    for (const auto status : {authorizedAlways, authorizedWhenInUse}) {
-        for (const auto state : {ApplicationState::active, ApplicationState::inactive, ApplicationState::background}) {
-            ManagerBench bench({.authorization = status, .state = state});
-            bench.manager->setUseExtendedBackgroundRangingTime(true);
-            EXPECT_TRUE(bench.manager->useExtendedBackgroundRangingTime());
-            EXPECT_THAT(bench.news(), IsEmpty()) << "not before the start";
-            bench.manager->start();
-            EXPECT_EQ(testing::Value(bench.news(), testing::Contains("standard updates on")),
-                      state != ApplicationState::background);
-        }
-    }
-}
-
-TEST(ExtendedRanging, BeginsWheneverTheAppBecomesActive) {
-    ManagerBench bench({.state = ApplicationState::background});
-    bench.manager->setUseExtendedBackgroundRangingTime(true);
-    bench.manager->start();
-    bench.news();
-    bench.phone.foreground();
-    EXPECT_THAT(bench.news(), IsEmpty());
-    bench.phone.active();
-    EXPECT_THAT(bench.news(), ElementsAre("standard updates on"));
-    bench.phone.background();
-    EXPECT_THAT(bench.news(), IsEmpty()) << "what runs goes on in the background";
-    bench.manager->stop();
-    EXPECT_THAT(bench.news(),
-                ElementsAre("unrange Quomi beacon", "standard updates off", "unmonitor Quomi beacon", "end task 1"));
-    bench.phone.active();
-    EXPECT_THAT(bench.news(), IsEmpty());
 }
 
 }  // namespace

@@ -87,35 +87,6 @@ TEST(BeaconRegion, AnyBeaconRegionOfTheSameUUIDCounts) {
 
 // Monitoring
 
-TEST(BeaconRegion, MonitoringThatTheUserDeniesIsWrittenToTheConsole) {
-    const auto bench = ManagerBench::started();
-    bench->phone.monitoringFails("Quomi beacon", kCLErrorRegionMonitoringDenied);
-    EXPECT_THAT(bench->news(), ElementsAre("console: Quomi SDK Error: could not start monitoring for beacon region, "
-                                           "got error kCLErrorRegionMonitoringDenied.",
-                                           "failed 4"));
-    for (const std::int64_t code : {5, 0, -4}) {
-        bench->phone.monitoringFails("Quomi beacon", code);
-        EXPECT_THAT(bench->news(), ElementsAre(fmt::format("failed {}", code)));
-    }
-    EXPECT_TRUE(bench->manager->isStarted());
-    EXPECT_THAT(bench->report({heard(1)}), ElementsAre("found 1 at 2", "ping 1"));
-}
-
-TEST(BeaconRegion, ARegionThatThePhoneKeptAcrossARelaunchIsNotMonitoredAgain) {
-    ManagerBench before;
-    ASSERT_TRUE(before.manager->start());
-    before.news();
-    before.manager.reset();
-
-    ManagerBench after({.container = before.phone.container()});
-    ASSERT_TRUE(after.manager->start());
-    EXPECT_THAT(after.news(), ElementsAre("range Quomi beacon", "range Quomi beacon"));
-    after.phone.enterBeaconRegion(kShop);
-    EXPECT_THAT(after.news(), ElementsAre("range Quomi beacon", "enter"));
-    after.manager->stop();
-    EXPECT_THAT(after.news(), ElementsAre("unrange Quomi beacon", "unmonitor Quomi beacon"));
-}
-
 TEST(BeaconRegion, WhetherItIsMonitoredIsAskedByIdentifierAlone) {
     ManagerBench bench;
     bench.settings.beaconProximityIdentifier = "door";

@@ -197,7 +197,7 @@ TEST_F(VisitTest, ReadsThePhone) {
 
 TEST_F(VisitTest, RefusesFilesThatAreNone) {
     EXPECT_FALSE(Visit::load(folder_ / "no\nthing", &error_));
-    EXPECT_EQ(error_.path, "$");
+    EXPECT_EQ(error_.message, "no such file");
     EXPECT_EQ(error_.text().find('\n'), std::string::npos);
     EXPECT_FALSE(Visit::load(folder_ / "data", &error_));
     EXPECT_THAT(error_.message, HasSubstr("a folder"));

@@ -1,3 +1,5 @@
+#include "hosts/simulated/replay/replay.h"
+#include "hosts/simulated/visit/visit.h"
 #include "tests/tool/replay_support.h"
 
 #include <cstdlib>
@@ -55,24 +57,15 @@ INSTANTIATE_TEST_SUITE_P(Examples, ExampleVisit, testing::ValuesIn(visitsOfTheEx
     return visit.param.parent_path().filename().string() + "_" + visit.param.stem().string();
 });
 
-/// Each case of a visit, as a visit of its own.
-std::vector<boost::json::object> casesOf(boost::json::value visit) {
-    std::vector<boost::json::object> cases;
-    for (const auto& each : visit.at("cases").as_array()) {
-        auto made = visit;
-        for (const auto& [place, value] : each.at("set").as_object()) made.set_at_pointer(place, value);
-        made.as_object().erase("cases");
-        cases.push_back(made.as_object());
-    }
-    return cases;
-}
-
 TEST(VisitsOfTheTests, GiveRecordsOfTheTracesForm) {
-    const ReplayBench bench;
-    const fs::path folder = QUOMI_SOURCE_DIR "/tests/visits";
-    fs::copy_file(folder / "packets.csv", bench.folder() / "packets.csv");
-    for (const char* name : {"phone.json", "calls.json", "permissions.json", "time.json"}) {
-        for (const auto& visit : casesOf(asJson(contentOf(folder / name)))) EXPECT_EQ(bench.play(visit).status, 0);
+    for (const char* name : {"phone.json", "calls.json", "permissions.json", "answers.json", "time.json"}) {
+        const auto visit = simulated::Visit::load(fs::path(QUOMI_SOURCE_DIR) / "tests/visits" / name, nullptr);
+        ASSERT_TRUE(visit) << name;
+        for (const auto& each : visit->cases) {
+            const auto check = [](const boost::json::object& record) { EXPECT_EQ(formFault(record), ""); };
+            const auto replay = simulated::Replay::prepare(each, {}, check, nullptr);
+            ASSERT_TRUE(replay && replay->play()) << each.name;
+        }
     }
 }
 

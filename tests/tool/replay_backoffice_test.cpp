@@ -12,17 +12,6 @@ protected:
     ReplayBench bench;
 };
 
-TEST_F(ReplayBackofficeTest, WithoutABackOfficeEveryRequestIsNotFound) {
-    auto visit = shopVisit(R"([{"at": 0, "call": "start"}])");
-    visit.erase("backoffice");
-    visit["end"] = 30;
-    EXPECT_THAT(bench.play(visit).lines(),
-                ElementsAre("0 request GET /u_applications/query.json", "0 call start true", "0 category QuomiYesNo",
-                            "0.05 response 404 /u_applications/query.json",
-                            "0.05 delegate didReceiveErrorNotification error 404",
-                            "0.05 console Quomi SDK Error: Failed to retrieve Quomi application data"));
-}
-
 /// A visit to the shop of the examples with the campaign's file in the visit's folder.
 boost::json::object campaignVisit(const ReplayBench& bench, const char* timeline) {
     const std::filesystem::path campaign = QUOMI_SOURCE_DIR "/examples/shop/campaign.json";

@@ -139,12 +139,12 @@ TEST_F(ReplayCommandTest, ARelaunchFindsStoreAndRegionsAndHearsThePhoneOnlyAfter
     for (const char* name : {"Library/Application Support/QuomiData/QuomiData.sqlite", "phone.json"}) {
         EXPECT_TRUE(std::filesystem::is_regular_file(bench.state() / name)) << name;
     }
-    EXPECT_THAT(bench.play(visit, bench.keepState()).lines(),
-                ElementsAre("0 request GET /u_applications/limits.json", "0 range Quomi beacon", "0 call start true",
-                            "0 category QuomiYesNo", "0 range Quomi beacon",
-                            "0.05 response 200 /u_applications/limits.json",
-                            "0.05 request POST /u_app_users/find_or_create_by_udid.json",
-                            "0.1 response 200 /u_app_users/find_or_create_by_udid.json"));
+    EXPECT_THAT(
+        bench.play(visit, bench.keepState()).lines(),
+        ElementsAre("0 request GET /u_applications/limits.json", "0 range Quomi beacon", "0 call start true",
+                    "0 category QuomiYesNo", "0 range Quomi beacon", "0.05 response 200 /u_applications/limits.json",
+                    "0.05 request POST /u_app_users/find_or_create_by_udid.json",
+                    "0.1 response 200 /u_app_users/find_or_create_by_udid.json"));
 }
 
 }  // namespace

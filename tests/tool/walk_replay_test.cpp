@@ -2,15 +2,10 @@
 #include "tests/tool/replay_support.h"
 #include "tools/quomi/replay/geojson.h"
 
-#include <ctime>
-
 namespace quomi::test {
 namespace {
 
 namespace json = boost::json;
-
-const std::filesystem::path kTracks = QUOMI_SHARED_DATA_DIR "/tracks";
-const std::string kTown = QUOMI_SOURCE_DIR "/examples/town/visit.json";
 
 json::array featuresOf(const std::filesystem::path& path) {
     const auto collection = json::parse(contentOf(path));
@@ -34,20 +29,8 @@ std::map<std::string, int> kindsOf(const json::array& features) {
     return kinds;
 }
 
-/// Along the equator past the beacon of `world`, a point every ten seconds from 500 m before it.
-std::string passingTrack() {
-    std::string points;
-    for (int i = 0; i <= 20; ++i) {
-        points += fmt::format("<trkpt lat='0' lon='{}'><time>2020-01-01T00:{:02}:{:02}Z</time></trkpt>",
-                              10 + (i * 50 - 500) / 111319.49, i * 10 / 60, i * 10 % 60);
-    }
-    return "<gpx version='1.1'><trk><trkseg>" + points + "</trkseg></trk></gpx>";
-}
-
 class WalkReplayTest : public testing::Test {
 protected:
-    WalkReplayTest() { bench_.write("track.gpx", passingTrack()); }
-
     static json::object visit(std::string_view timeline) {
         auto visit = shopVisit(timeline);
         visit["world"] = asJson(fmt::format(
@@ -57,20 +40,6 @@ protected:
 
     ReplayBench bench_;
 };
-
-TEST_F(WalkReplayTest, ADeviceThatWalksPastABeaconFindsAndLosesIt) {
-    const auto played = bench_.play(visit(R"([{"at": 0, "call": "start"}, {"at": 2, "walk": {"gpx": "track.gpx"}}])"));
-    EXPECT_EQ(played.status, 0);
-    // 5 m a second, heard within 45.7 m of the beacon, that is from 91 to 109 s of the walk.
-    EXPECT_THAT(played.lines("delegate didFindNewBeacon"), ElementsAre("93.05 delegate didFindNewBeacon 1-7"));
-    EXPECT_THAT(played.lines("delegate didLoseBeaconSignal"), ElementsAre("116.05 delegate didLoseBeaconSignal 1-7"));
-    const auto exits = played.lines("delegate didExitBeaconRegion");
-    ASSERT_EQ(exits.size(), 1U);
-    EXPECT_THAT(exits[0], testing::StartsWith("141 "));
-    const auto faster =
-        bench_.play(visit(R"([{"at": 0, "call": "start"}, {"at": 2, "walk": {"gpx": "track.gpx", "speed": 4}}])"));
-    EXPECT_THAT(faster.lines("delegate didFindNewBeacon"), ElementsAre("25.05 delegate didFindNewBeacon 1-7"));
-}
 
 TEST_F(WalkReplayTest, ATrackThatCannotBePlayedIsRefusedWithItsPlace) {
     bench_.write("track.gpx", "<gpx version='1.1'>\n<trk><trkseg><trkpt lat='91' lon='0'/></trkseg></trk></gpx>");
