@@ -42,6 +42,10 @@ TEST_F(ReplayCommandTest, RefusesWrongArgumentsInOneLine) {
         EXPECT_THAT(run.err, HasSubstr(told));
         EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
     }
+    const auto homeless = bench.run({visit, "--state", visit + "/app"});  // a file is in the way
+    EXPECT_EQ(homeless.status, 2);
+    EXPECT_EQ(homeless.out, "");
+    EXPECT_THAT(homeless.err, HasSubstr(": $: the directory " + visit + "/app for the app cannot be made\n"));
     const auto help = bench.run({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, HasSubstr("--state"));

@@ -92,7 +92,7 @@ Summary  1 min 15 s
   beacons   2 seen
                                 first     last      found   lost       in view          near     immediate
     Käse  5D1B2C7E…4B90/1-1     23:59:53  23:59:55      1      1         9.0 s         7.0 s             -
-          5D1B2C7E…4B90/1-2     23:59:58  23:59:58      1      0    1 min  7 s             -    1 min  7 s
+          5D1B2C7E…4B90/1-2     23:59:58  23:59:58      1      0     1 min 7 s             -     1 min 7 s
   events    1 logged, 2 uploaded
   requests  3: 1 × 200, 1 × 500, 1 × 201
   errors    1
@@ -186,6 +186,21 @@ TEST(Timeline, BreaksLongLinesBetweenWordsAndLeavesTheSecondsOutWhereItIsNarrow)
                         "                          columns\n"),
               std::string::npos)
         << text;
+    EXPECT_THAT(
+        played({beacon(1, "didFindNewBeacon", 1, 2), beacon(1, "didFindNewBeacon", 2, 2)}, {.columns = 80}),
+        AllOf(HasSubstr("found       Käse  near "), HasSubstr("found             5D1B2C7E…4B90/1-2     near ")));
+}
+
+TEST(Timeline, ReadsNoRecordThatItCanDoWithout) {
+    auto read = smallTrace();
+    const auto whole = played(read);
+    EXPECT_GT(std::erase_if(read,
+                            [](const json::object& record) {
+                                const auto* operation = record.if_contains("delegate");
+                                return operation != nullptr && !Timeline::reads(operation->get_string());
+                            }),
+              0U);
+    EXPECT_EQ(played(read), whole);
 }
 
 TEST(Timeline, EveryKindHasItsLine) {
@@ -309,8 +324,8 @@ TEST(TerminalText, CountsColumnsAndCuts) {
     EXPECT_EQ(clipped("abcdefg", 6), "abcde…");
     EXPECT_EQ(clipped("面包店", 5), "面包…");
     EXPECT_EQ(spanText(9.94), "9.9 s");
-    EXPECT_EQ(spanText(59.6), "1 min  0 s");
-    EXPECT_EQ(spanText(7260), "2 h  1 min");
+    EXPECT_EQ(spanText(59.6), "1 min 0 s");
+    EXPECT_EQ(spanText(7260), "2 h 1 min");
 }
 
 TEST(VisitSummary, StayEndsWhenLostStoppedOrFoundAgain) {

@@ -24,6 +24,10 @@ bool isTreacherous(std::uint32_t codePoint) {
                                [&](const Range& range) { return codePoint >= range.first && codePoint <= range.last; });
 }
 
+bool isPrintableAscii(char byte) {
+    return byte >= 0x20 && byte < 0x7F;
+}
+
 void appendSafely(std::string& out, const Utf8Character& character, std::string_view bytes) {
     if (!character.valid || isTreacherous(character.codePoint)) {
         out += kReplacement;
@@ -42,6 +46,7 @@ void appendSafely(std::string& out, const Utf8Character& character, std::string_
 }  // namespace
 
 std::string neutralised(std::string_view text) {
+    if (std::ranges::all_of(text, isPrintableAscii)) return std::string(text);
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {

@@ -47,7 +47,7 @@ template <class... Arguments>
 void hearToo(std::function<void(Arguments...)>& traced, const std::function<void(Arguments...)>& own) {
     if (!own) return;
     traced = [first = std::move(traced), own](Arguments... arguments) {
-        first(arguments...);
+        if (first) first(arguments...);
         own(arguments...);
     };
 }

@@ -16,6 +16,8 @@
 #include "quomi/sdk/sdk.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include <boost/json/serialize.hpp>
@@ -209,7 +211,7 @@ public:
           ruleObserver_(std::make_shared<RuleObserver>(RuleObserver{[this](const RuleReport& report) {
               trace_.write("rule", boost::json::string(report.ruleId), traceRule(report));
           }})),
-          host_(platform_, sdk_, settings_, trace_, phone_, options.delegate) {
+          host_(platform_, sdk_, settings_, trace_, phone_, options.delegate, options.traces) {
         phone_.transport().setBaseURLs([this] { return std::vector{settings_.baseAPIUrl, visit_.app.baseURL}; });
         sdk_.setRuleObserver(ruleObserver_);
         if (const auto* scripted = std::get_if<ScriptedBackoffice>(&visit.backoffice)) script(*scripted);
@@ -385,8 +387,15 @@ std::unique_ptr<Replay> Replay::prepare(const Visit& visit, const ReplayOptions&
         if (!servers) return nullptr;
     }
     if (!sink) sink = [](const boost::json::object&) {};
-    return std::unique_ptr<Replay>(
-        new Replay(std::make_unique<Player>(visit, options, std::move(sink), servers, std::move(recordings))));
+    std::error_code failure;
+    if (!options.state.empty()) std::filesystem::create_directories(options.state, failure);
+    auto player = std::make_unique<Player>(visit, options, std::move(sink), servers, std::move(recordings));
+    const auto& container = player->phone().container();
+    if (!std::filesystem::is_directory(container, failure)) {
+        *error = visit.errorAt("$", fmt::format("the directory {} for the app cannot be made", container.string()));
+        return nullptr;
+    }
+    return std::unique_ptr<Replay>(new Replay(std::move(player)));
 }
 
 std::unique_ptr<Replay> Replay::load(const std::filesystem::path& file, const ReplayOptions& options,

@@ -32,6 +32,9 @@ struct ReplayOptions {
     /// The app's own delegate. It hears and decides in place of the visit's `app.delegate` with every function that it
     /// has when the replay is prepared; the trace has what it was told and what it answered.
     std::shared_ptr<const QuomiSDKDelegate> delegate{};
+    /// Which of the operations that tell the host something are traced. The others are not implemented, unless by the
+    /// app's own delegate, and cost next to nothing: most records of a long visit are pings and updates of beacons.
+    TracedOperations traces{};
     /// The app's container; empty for a fresh temporary one that is removed at the end.
     std::filesystem::path state{};
     /// Opens servers that take the place of the visit's back office. An empty result is a failure, of which it tells

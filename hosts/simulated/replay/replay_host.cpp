@@ -237,37 +237,44 @@ std::string setterName(const std::string& property) {
     return name;
 }
 
-std::shared_ptr<QuomiSDKDelegate> tracingDelegate(const Trace& trace) {
+/// What is not traced is not implemented, so that the SDK makes nothing for it.
+std::shared_ptr<QuomiSDKDelegate> tracingDelegate(const Trace& trace, const TracedOperations& traces) {
     auto delegate = std::make_shared<QuomiSDKDelegate>();
-    delegate->didReceiveErrorNotification = [&trace](QuomiSDK&, const Error& error) {
-        trace.write("delegate", "didReceiveErrorNotification", {{"error", traceError(error)}});
+    const auto implement = [&traces](auto& slot, const char* operation, auto traced) {
+        if (!traces || traces(operation)) slot = traced;
     };
-    delegate->didLogEvent = [&trace](QuomiSDK&, const json::object& event, WallTime time) {
+    implement(delegate->didReceiveErrorNotification, "didReceiveErrorNotification",
+              [&trace](QuomiSDK&, const Error& error) {
+                  trace.write("delegate", "didReceiveErrorNotification", {{"error", traceError(error)}});
+              });
+    implement(delegate->didLogEvent, "didLogEvent", [&trace](QuomiSDK&, const json::object& event, WallTime time) {
         trace.write("delegate", "didLogEvent", {{"event", event}, {"time", traceDate(time)}});
+    });
+    const auto about = [&](auto& slot, const char* operation, const char* key) {
+        implement(slot, operation,
+                  [&trace, operation, key](QuomiSDK&, const std::string& name, const json::object& userInfo) {
+                      trace.write("delegate", operation, {{key, json::value(name)}, {"userInfo", userInfo}});
+                  });
     };
-    const auto about = [&trace](const char* operation, const char* key) {
-        return [&trace, operation, key](QuomiSDK&, const std::string& name, const json::object& userInfo) {
-            trace.write("delegate", operation, {{key, json::value(name)}, {"userInfo", userInfo}});
-        };
-    };
-    delegate->didEnterBeaconRegion = about("didEnterBeaconRegion", "uuid");
-    delegate->didExitBeaconRegion = about("didExitBeaconRegion", "uuid");
-    delegate->didFindNewBeacon = about("didFindNewBeacon", "beacon");
-    delegate->didLoseBeaconSignal = about("didLoseBeaconSignal", "beacon");
-    delegate->didUpdateBeacon = about("didUpdateBeacon", "beacon");
-    delegate->didReceivePingFromBeacon = about("didReceivePingFromBeacon", "beacon");
-    delegate->didReceiveLocationChange = [&trace](QuomiSDK&, const Location& location) {
-        const auto& place = location.coordinate;
-        trace.write("delegate", "didReceiveLocationChange",
-                    {{"location", {{"lat", place.latitude}, {"lng", place.longitude}}}});
-    };
-    const auto aboutRegion = [&trace](const char* operation) {
-        return [&trace, operation](QuomiSDK&, const CircularRegion& region) {
+    about(delegate->didEnterBeaconRegion, "didEnterBeaconRegion", "uuid");
+    about(delegate->didExitBeaconRegion, "didExitBeaconRegion", "uuid");
+    about(delegate->didFindNewBeacon, "didFindNewBeacon", "beacon");
+    about(delegate->didLoseBeaconSignal, "didLoseBeaconSignal", "beacon");
+    about(delegate->didUpdateBeacon, "didUpdateBeacon", "beacon");
+    about(delegate->didReceivePingFromBeacon, "didReceivePingFromBeacon", "beacon");
+    implement(delegate->didReceiveLocationChange, "didReceiveLocationChange",
+              [&trace](QuomiSDK&, const Location& location) {
+                  const auto& place = location.coordinate;
+                  trace.write("delegate", "didReceiveLocationChange",
+                              {{"location", {{"lat", place.latitude}, {"lng", place.longitude}}}});
+              });
+    const auto aboutRegion = [&](auto& slot, const char* operation) {
+        implement(slot, operation, [&trace, operation](QuomiSDK&, const CircularRegion& region) {
             trace.write("delegate", operation, {{"region", traceRegion(region)}});
-        };
+        });
     };
-    delegate->didReceiveEnterRegionNotification = aboutRegion("didReceiveEnterRegionNotification");
-    delegate->didReceiveExitRegionNotification = aboutRegion("didReceiveExitRegionNotification");
+    aboutRegion(delegate->didReceiveEnterRegionNotification, "didReceiveEnterRegionNotification");
+    aboutRegion(delegate->didReceiveExitRegionNotification, "didReceiveExitRegionNotification");
     return delegate;
 }
 
@@ -287,7 +294,8 @@ std::shared_ptr<QuomiAuthorizationDelegate> tracingAuthorizationDelegate(const T
 }  // namespace
 
 ReplayHost::ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
-                       SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own)
+                       SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own,
+                       const TracedOperations& traces)
     : platform_(platform),
       sdk_(sdk),
       settings_(settings),
@@ -295,7 +303,7 @@ ReplayHost::ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& s
       phone_(phone),
       deciding_(trace, platform.runLoop),
       own_(std::move(own)),
-      delegate_(tracingDelegate(trace)),
+      delegate_(tracingDelegate(trace, traces)),
       authorizationDelegate_(tracingAuthorizationDelegate(trace)) {}
 
 ReplayHost::~ReplayHost() = default;

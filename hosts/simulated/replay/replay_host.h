@@ -31,8 +31,9 @@ struct CallStep;
 class ReplayHost {
 public:
     /// The references outlive the host. `own`, where there is one, is the app's delegate, which hears and decides too.
+    /// `traces` says which of the telling operations are traced, all when it is empty.
     ReplayHost(const Platform& platform, QuomiSDK& sdk, QuomiSettings& settings, const Trace& trace,
-               SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own);
+               SimulatedPhone& phone, std::shared_ptr<const QuomiSDKDelegate> own, const TracedOperations& traces);
     ~ReplayHost();
     ReplayHost(const ReplayHost&) = delete;
     ReplayHost& operator=(const ReplayHost&) = delete;

@@ -17,6 +17,9 @@ namespace quomi::simulated {
 /// Where a trace goes, record by record.
 using TraceSink = std::function<void(const boost::json::object&)>;
 
+/// Whether the trace has records of a delegate operation that tells: "didUpdateBeacon". Empty for all of them.
+using TracedOperations = std::function<bool(std::string_view operation)>;
+
 /// Writes the trace of a visit: what the SDK did that the outside could see, one record at a time. docs/traces.md
 /// describes every record. One thread.
 class Trace {

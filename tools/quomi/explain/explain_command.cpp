@@ -65,9 +65,11 @@ int runExplain(std::vector<std::string> args, const Terminal& terminal, std::ost
     }
     const LocalClock clock(visit->start, visit->timeZone);
     const BeaconNames names(labelsOf(*visit));
-    RuleStory story(out, clock, names, arguments.rule, arguments.hasAt ? std::optional(arguments.at) : std::nullopt);
+    RuleStory story(out, clock, names, arguments.rule, arguments.hasAt ? std::optional(arguments.at) : std::nullopt,
+                    terminal.columns);
     Playing playing(err, terminal.showsProgress);
     auto options = wireReplay(*visit);
+    options.traces = [](auto) { return false; };  // the story is in the records of rules
     options.goesOn = [&](Duration at, Duration end) { return playing.goesOn(at, end); };
     const auto replay = simulated::Replay::prepare(
         *visit, options,

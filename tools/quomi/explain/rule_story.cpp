@@ -90,8 +90,12 @@ bool passesLimits(std::optional<RuleDecision> decision) {
 }  // namespace
 
 RuleStory::RuleStory(std::ostream& out, const LocalClock& clock, const BeaconNames& names, std::string rule,
-                     std::optional<double> at)
-    : out_(out), clock_(clock), names_(names), rule_(std::move(rule)), at_(at) {}
+                     std::optional<double> at, std::size_t columns)
+    : out_(out), clock_(clock), names_(names), rule_(std::move(rule)), at_(at), columns_(columns) {}
+
+void RuleStory::say(const std::string& sentences, std::size_t indent) {
+    out_ << wrapped(sentences, columns_, indent) << '\n';
+}
 
 std::string RuleStory::moment(double seconds) const {
     return fmt::format("{} ({:.10g} s)", clock_.clock(seconds), seconds);
@@ -119,8 +123,9 @@ void RuleStory::record(const json::object& record) {
     const auto& detail = objectOf(record, "detail");
     if (decision == RuleDecision::latched) latchEnds_.push_back(seconds + numberOf(detail, "seconds", 0));
     if (decision == RuleDecision::askServer) ++unanswered_;
-    out_ << fmt::format("At {}, {} of {}{}: {}.\n", moment(seconds), triggerWord(textOf(record, "trigger")),
-                        names_.label(textOf(record, "owner")), isAfterWait ? ", after the wait" : "", reason(record));
+    say(fmt::format("At {}, {} of {}{}: {}.", moment(seconds), triggerWord(textOf(record, "trigger")),
+                    names_.label(textOf(record, "owner")), isAfterWait ? ", after the wait" : "", reason(record)),
+        2);
     if (!decision || !rowOf(*decision).begins) ++outcomes_;
     if (decision == RuleDecision::executed) ++executed_;
     if (detail.contains("until")) limit_ = detail;
@@ -142,11 +147,12 @@ void RuleStory::finish() {
     const auto rule = neutralised(rule_);
     const auto when = at_ ? "Until " + moment(*at_) : std::string("In this visit");
     if (last_.empty()) {
-        out_ << fmt::format("{} no event reached rule {}. Rules that events reached: {}.\n", when, rule,
-                            others_.empty() ? "none" : fmt::format("{}", fmt::join(others_, ", ")));
+        say(fmt::format("{} no event reached rule {}. Rules that events reached: {}.", when, rule,
+                        others_.empty() ? "none" : fmt::format("{}", fmt::join(others_, ", "))));
     } else {
-        out_ << fmt::format("\n{} rule {} was judged {} and ran {}.\n{}\n", when, rule, times(outcomes_),
-                            times(executed_), next());
+        out_ << '\n';
+        say(fmt::format("{} rule {} was judged {} and ran {}.", when, rule, times(outcomes_), times(executed_)));
+        say(next());
     }
     out_.flush();
 }

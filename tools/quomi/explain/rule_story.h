@@ -19,15 +19,17 @@ namespace quomi::tool {
 /// at the end when it could act next. No control character of the trace reaches the stream.
 class RuleStory {
 public:
-    /// With `at` the story ends there (seconds). Stream and names outlive it.
+    /// With `at` the story ends there (seconds). Sentences are wrapped to so many columns, with 0 they are not. Stream
+    /// and names outlive it.
     RuleStory(std::ostream& out, const LocalClock& clock, const BeaconNames& names, std::string rule,
-              std::optional<double> at);
+              std::optional<double> at, std::size_t columns = 0);
 
     /// Takes the next record of the trace.
     void record(const boost::json::object& record);
     void finish();
 
 private:
+    void say(const std::string& sentences, std::size_t indent = 0);
     [[nodiscard]] std::string moment(double seconds) const;
     [[nodiscard]] std::string reason(const boost::json::object& record) const;
     /// Takes note that such a wait is over; whether there was one.
@@ -40,6 +42,7 @@ private:
     const BeaconNames& names_;
     const std::string rule_;
     const std::optional<double> at_;
+    const std::size_t columns_;
     std::size_t outcomes_ = 0;
     std::size_t executed_ = 0;
     std::deque<double> latchEnds_;  // of the latch times that run, in order

@@ -160,6 +160,7 @@ int playVisit(const simulated::Visit& visit, const Arguments& arguments, const T
     };
     Drawing drawing(visit, arguments.geojson);
     auto options = wireReplay(visit, arguments.state, arguments.server);
+    if (!arguments.json && !arguments.geojson) options.traces = &Timeline::reads;
     options.goesOn = [&](Duration at, Duration end) { return out.good() && playing.goesOn(at, end); };
     drawing.listen(options, sink);
     simulated::VisitError error;

@@ -10,6 +10,7 @@
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -28,9 +29,15 @@ std::string gateOf(const json::object& record) {
     return textOf(objectOf(record, "detail"), "code") == "204" ? kOutsideHours : kOutsideDates;
 }
 
+bool speaksOfDelegate(const simulated::Expectation& expectation) {
+    return expectation.subject.members.contains("delegate") ||
+           (expectation.before && expectation.before->members.contains("delegate"));
+}
+
 /// A campaign is served inside of the replay: without sockets, many cases run at once and none waits for another.
-simulated::ReplayOptions optionsOfCase() {
+simulated::ReplayOptions optionsOfCase(const simulated::Visit& visit) {
     simulated::ReplayOptions options;
+    if (std::ranges::none_of(visit.expectations, speaksOfDelegate)) options.traces = [](auto) { return false; };
     options.readTrack = simulated::readGpxFile;
     options.goesOn = [](Duration, Duration) { return Playing::signal() == 0; };
     return options;
@@ -45,7 +52,7 @@ public:
     CaseResult run() {
         simulated::VisitError error;
         const auto replay = simulated::Replay::prepare(
-            visit_, optionsOfCase(), [this](const json::object& record) { take(record); }, &error);
+            visit_, optionsOfCase(visit_), [this](const json::object& record) { take(record); }, &error);
         if (replay == nullptr) return {Outcome::invalid, error.text()};
         if (!replay->play()) return {Outcome::failed, "the app did not come to rest"};
         return judged();

@@ -16,7 +16,7 @@ std::string_view proximityWord(std::int64_t proximity) {
     return proximity >= 0 && proximity < 8 ? words[static_cast<std::size_t>(proximity)] : words[0];
 }
 
-BeaconNames::BeaconNames(Labels labels) : labels_(std::move(labels)) {
+BeaconNames::BeaconNames(Labels labels, bool labelsAlone) : labels_(std::move(labels)), labelsAlone_(labelsAlone) {
     for (auto& [key, label] : labels_) {
         label = clipped(neutralised(label), 40);
         columns_ = std::max(columns_, columnsOf(label));
@@ -43,6 +43,7 @@ std::string BeaconNames::fullName(std::string_view name) const {
     auto text = leftAligned(shortName(name), 20);
     if (columns_ == 0) return text;
     const auto* label = find(name);
+    if (labelsAlone_ && label != nullptr) return leftAligned(*label, columns_);
     return leftAligned(label != nullptr ? *label : "", columns_) + "  " + text;
 }
 

@@ -18,7 +18,8 @@ using Labels = std::map<std::string, std::string, std::less<>>;
 /// How a beacon is called on a line: its label and the short form of its name ("5D1B2C7E…4B90/1-3").
 class BeaconNames {
 public:
-    explicit BeaconNames(Labels labels);
+    /// With `labelsAlone` a beacon that has a label is called by that alone.
+    explicit BeaconNames(Labels labels, bool labelsAlone = false);
     [[nodiscard]] std::string shortName(std::string_view name) const;
     /// Label and short name, padded so that those of all labelled beacons line up.
     [[nodiscard]] std::string fullName(std::string_view name) const;
@@ -29,6 +30,7 @@ private:
     [[nodiscard]] const std::string* find(std::string_view key) const;
 
     Labels labels_;
+    const bool labelsAlone_;
     std::size_t columns_ = 0;
 };
 

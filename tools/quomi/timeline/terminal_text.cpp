@@ -105,8 +105,8 @@ std::string spanText(double seconds) {
     if (seconds < 9.95) return fmt::format("{:.1f} s", std::max(seconds, 0.0));
     const auto whole = std::llround(seconds);
     if (whole < 60) return fmt::format("{} s", whole);
-    if (whole < 3600) return fmt::format("{} min {:2} s", whole / 60, whole % 60);
-    return fmt::format("{} h {:2} min", whole / 3600, whole % 3600 / 60);
+    if (whole < 3600) return fmt::format("{} min {} s", whole / 60, whole % 60);
+    return fmt::format("{} h {} min", whole / 3600, whole % 3600 / 60);
 }
 
 }  // namespace quomi::tool

@@ -54,7 +54,7 @@ public:
           terminal_(terminal),
           depth_(options.depth),
           clock_(options.start, options.timeZone),
-          names_(std::move(options.labels)),
+          names_(std::move(options.labels), isNarrow()),
           words_(names_, clock_),
           folding_([this](const TimedLine& line) { print(line); },
                    [this](auto... repeated) { printRepeated(repeated...); }) {

@@ -7,6 +7,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <boost/json/fwd.hpp>
 
@@ -28,6 +29,9 @@ public:
         Labels labels;               ///< people's names of beacons ("Bakery") and rule owners
         Depth depth = Depth::story;  ///< how deep it goes
     };
+
+    /// Whether it has a use for records of a delegate operation. A ping says what the update beside it says.
+    [[nodiscard]] static bool reads(std::string_view operation) { return operation != "didReceivePingFromBeacon"; }
 
     Timeline(std::ostream& out, const Terminal& terminal, Options options);
     ~Timeline();
