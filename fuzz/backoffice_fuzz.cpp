@@ -3,6 +3,7 @@
 #include "hosts/simulated/campaign/campaign.h"
 #include "hosts/simulated/campaign/device_report.h"
 #include "tools/quomi/backoffice/backoffice_page.h"
+#include "tools/quomi/backoffice/inbox.h"
 
 #include <array>
 
