@@ -19,10 +19,14 @@ int downloadAllBeacons(QuomiDataUpdater& updater, const QuomiSettings& settings,
     if (settings.beaconSecurityMode == kBeaconSecurityModeRotatingAdvertisement) {
         uuids.push_back(settings.beaconProximityUUIDSecure);
     }
+    QuomiDataUpdater::Success success;
+    QuomiDataUpdater::Failure failure;
+    if (ended) {
+        success = [ended](bool) { ended(); };
+        failure = [ended](const Error&) { ended(); };
+    }
     for (const auto& text : uuids) {
-        const auto uuid = Uuid::parse(text).value_or(Uuid());
-        updater.performFullBeaconsDataUpdate(
-            {uuid}, [ended](bool) { ended(); }, [ended](const Error&) { ended(); });
+        updater.performFullBeaconsDataUpdate({Uuid::parse(text).value_or(Uuid())}, success, failure);
     }
     return static_cast<int>(uuids.size());
 }

@@ -16,7 +16,8 @@ class QuomiDataUpdater;
 struct QuomiSettings;
 
 /// Downloads all beacons that the settings watch: those of the normal UUID, in the rotating mode those of the secure
-/// one as well. `ended` is called at the end of each download, good or bad; the result is how many there are.
+/// one as well. `ended`, which may be empty, is called at the end of each download, good or bad; the result is how many
+/// there are.
 int downloadAllBeacons(QuomiDataUpdater& updater, const QuomiSettings& settings, const std::function<void()>& ended);
 
 /// The host's synchronisations with the server that wait for their downloads. Host's thread only.

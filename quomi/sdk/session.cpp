@@ -459,7 +459,7 @@ void Session::updateAllRulesData() {
         },
         [this] {
             if (!sdk_.settings.beaconEnabled || dataUpdater_ == nullptr) return;
-            downloadAllBeacons(*dataUpdater_, sdk_.settings, [] {});
+            downloadAllBeacons(*dataUpdater_, sdk_.settings, {});
         });
 }
 

@@ -25,7 +25,7 @@ public:
     /// Whether more was asked for.
     [[nodiscard]] bool isExceeded() const { return isExceeded_; }
     /// The text is read: whoever goes on with its value may add to it freely.
-    void liftBound() { left_ = static_cast<std::size_t>(-1); }
+    void liftBound() { left_ = static_cast<std::size_t>(-1) / 2; }  // the reader still gives some back
 
 private:
     class Temporary final : public boost::json::memory_resource {

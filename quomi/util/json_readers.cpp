@@ -61,8 +61,8 @@ std::optional<json::value> parseJson(std::string_view text, std::optional<Error>
 
 std::optional<json::value> parseForeignJson(std::string_view text, std::optional<Error>* error) {
     constexpr std::size_t kTimesTheText = 4;
-    constexpr std::size_t kAlwaysAllowed = 65536;
-    const std::size_t pieceSize = std::clamp<std::size_t>(text.size(), 1024, kAlwaysAllowed);
+    constexpr std::size_t kAlwaysAllowed = std::size_t{1} << 20;  // a list of short numbers takes nine times its text
+    const std::size_t pieceSize = std::clamp<std::size_t>(text.size(), 1024, 65536);
     const auto memory = std::make_shared<JsonMemory>(kTimesTheText * text.size() + kAlwaysAllowed, pieceSize);
     try {
         std::array<unsigned char, 4096> buffer;

@@ -26,7 +26,7 @@ inline constexpr int kJSONErrorTooLarge = 3841;
 [[nodiscard]] QUOMI_EXPORT std::optional<boost::json::value> parseJson(std::string_view text,
                                                                        std::optional<Error>* error = nullptr);
 
-/// Like `parseJson`, for the text of a stranger: reading it takes at most four times the text's length, and 64 KiB, of
+/// Like `parseJson`, for the text of a stranger: reading it takes at most four times the text's length, and 1 MiB, of
 /// memory. The value's memory goes all at once, with the last value that was taken out of it.
 [[nodiscard]] QUOMI_EXPORT std::optional<boost::json::value> parseForeignJson(std::string_view text,
                                                                               std::optional<Error>* error = nullptr);
