@@ -1,8 +1,11 @@
 #include "bench/bench_store.h"
 
 #include "bench/bench_phone.h"
+#include "quomi/api/api_client.h"
+#include "quomi/data/data_updater.h"
 #include "quomi/data/parser.h"
-#include "quomi/util/json_readers.h"
+#include "quomi/diagnostics/debug_log.h"
+#include "quomi/platform/run_loop.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +24,29 @@ void appendRule(std::string& text, int geofence, const char* trigger) {
                    R"("max_events_period":86400,"latch_time":30}},"action":{{"notify_user":"Welcome to shop {0}",)"
                    R"("open_url":"https://shop.test/offers/{0}"}}}})",
                    geofence, trigger);
+}
+
+/// Answers with one text, which it hands over.
+class OneAnswer final : public HttpTransport {
+public:
+    OneAnswer(RunLoop& runLoop, std::string text) : runLoop_(runLoop), text_(std::move(text)) {}
+    std::unique_ptr<HttpTask> send(HttpRequest /*request*/, Completion completion) override {
+        runLoop_.post([this, completion = std::move(completion)] {
+            completion(HttpResponse{200, {}, std::move(text_)});
+        });
+        return std::make_unique<HttpTask>();
+    }
+
+private:
+    RunLoop& runLoop_;
+    std::string text_;
+};
+
+/// Of a phone that may be told much.
+Deployment roomy() {
+    Deployment deployment;
+    deployment.maxResponseBytes = std::uint64_t{128} << 20;
+    return deployment;
 }
 
 [[noreturn]] void fail(const char* what) {
@@ -60,16 +86,26 @@ void placeAt(QuomiGeofence& geofence, double latitude, double longitude, double 
     geofence.updatedAt = WallTime(std::chrono::days(20000));
 }
 
-BenchStore::BenchStore() {
+BenchStore::BenchStore() : settings(roomy(), platform.location) {
     std::optional<Error> error;
     data = QuomiData::create(file, false, platform, errors, &error);
     if (data == nullptr) fail("the store did not open");
 }
 
-bool BenchStore::download(const std::string& answer) {
-    const auto value = parseJson(answer);
+bool BenchStore::download(std::string answer) {
+    OneAnswer transport(platform.runLoop, std::move(answer));
+    Platform answering{
+        platform.clock,       platform.runLoop,      platform.location, platform.bluetooth,   platform.notifications,
+        platform.application, platform.screens,      platform.device,   platform.files,       platform.defaults,
+        platform.console,     platform.localization, transport,         platform.reachability};
+    phone.jumpClock(std::chrono::hours(24 * 20'000));
+    DebugLog debugLog(platform.files, platform.clock, [] { return false; });
+    QuomiAPI client(settings.baseAPIUrl, answering, settings, debugLog);
     QuomiDataApiResponseParser parser(*data, errors, platform, settings);
-    return value && parser.parseAndSaveApiGeofencesResponseData(*value);
+    QuomiDataUpdater updater(*data, client, parser, platform, settings, debugLog);
+    updater.performFullGeofencesDataUpdate({52.5, 13.4, kGeofenceDownloadRadius});
+    phone.runTurns();
+    return !updater.geofencesDataNeedUpdating();
 }
 
 void BenchStore::fillGeofences(int count, const std::function<void(int, QuomiGeofence&)>& place) {

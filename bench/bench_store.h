@@ -22,8 +22,8 @@ void placeAt(QuomiGeofence& geofence, double latitude, double longitude, double 
 /// A phone with an empty store.
 struct BenchStore {
     BenchStore();
-    /// Takes the answer in as a download does: text, value, rows. False when it is not taken.
-    bool download(const std::string& answer);
+    /// Has geofences downloaded; the server gives this answer. False when it is not taken.
+    bool download(std::string answer);
     /// Geofences without rules, or beacons of the UUID of every benchmark with one rule, made by number; saved.
     void fillGeofences(int count, const std::function<void(int, QuomiGeofence&)>& place);
     void fillBeacons(int count);
@@ -31,7 +31,7 @@ struct BenchStore {
     simulated::SimulatedPhone phone;
     Platform platform = phone.platform();
     QuomiErrors errors{platform.localization};
-    QuomiSettings settings{Deployment(), platform.location};
+    QuomiSettings settings;  // of a deployment that allows long answers
     std::filesystem::path file = QuomiData::dataStorageDirectory(platform) / kQuomiSQLiteStoreFile;
     std::unique_ptr<QuomiData> data;
 };

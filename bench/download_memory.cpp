@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 namespace {
 
@@ -25,8 +26,9 @@ long long statusBytes(const std::string& name) {
 int main() {
     quomi::bench::BenchStore store;
     const auto before = statusBytes("VmRSS:");
-    const auto answer = quomi::bench::geofencesAnswer(kGeofences);
-    if (!store.download(answer)) return 1;
-    std::printf("%zu %lld\n", answer.size(), statusBytes("VmHWM:") - before);
+    auto answer = quomi::bench::geofencesAnswer(kGeofences);
+    const std::size_t size = answer.size();
+    if (!store.download(std::move(answer))) return 1;
+    std::printf("%zu %lld\n", size, statusBytes("VmHWM:") - before);
     return 0;
 }
