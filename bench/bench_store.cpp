@@ -94,10 +94,7 @@ BenchStore::BenchStore() : settings(roomy(), platform.location) {
 
 bool BenchStore::download(std::string answer) {
     OneAnswer transport(platform.runLoop, std::move(answer));
-    Platform answering{
-        platform.clock,       platform.runLoop,      platform.location, platform.bluetooth,   platform.notifications,
-        platform.application, platform.screens,      platform.device,   platform.files,       platform.defaults,
-        platform.console,     platform.localization, transport,         platform.reachability};
+    const Platform answering = platform.with(transport);
     phone.jumpClock(std::chrono::hours(24 * 20'000));
     DebugLog debugLog(platform.files, platform.clock, [] { return false; });
     QuomiAPI client(settings.baseAPIUrl, answering, settings, debugLog);
