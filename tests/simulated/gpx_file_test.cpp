@@ -72,7 +72,7 @@ TEST(GpxFileTest, SaysWhereAFileIsWrong) {
     std::optional<Error> error;
     EXPECT_FALSE(readGpxFile("/nowhere/t.gpx", &error));
     EXPECT_EQ(error->code, 1);
-    EXPECT_EQ(error->localizedDescription(), "/nowhere/t.gpx: cannot be read");
+    EXPECT_EQ(error->localizedDescription(), "/nowhere/t.gpx: no such file");
 }
 
 TEST(GpxFileTest, DeepNestingIsNoDanger) {

@@ -64,7 +64,7 @@ TEST(PacketFile, ErrorsNameFileAndLine) {
     }
     std::optional<Error> error;
     EXPECT_FALSE(readPacketFile("/nowhere/p.csv", &error));
-    EXPECT_EQ(error->localizedDescription(), "/nowhere/p.csv: cannot be read");
+    EXPECT_EQ(error->localizedDescription(), "/nowhere/p.csv: no such file");
     EXPECT_FALSE(readPacketFile("/", &error)) << "a folder";
 }
 

@@ -82,7 +82,7 @@ TEST(BackofficeCommand, RefusesBadArgumentsAndCampaigns) {
         {{kExample, "--port", "http"}, 2, "http"},
         {{kExample, "more"}, 2, "more"},
         {{kExample, "--prot", "1"}, 2, "--prot"},
-        {{"/nowhere.json"}, 2, "/nowhere.json: expected a readable file"},
+        {{"/nowhere.json"}, 2, "/nowhere.json: no such file"},
         {{broken.string()}, 2, "$.limits.max_events: expected an integer"},
     };
     for (const auto& [args, status, err] : cases) {

@@ -11,6 +11,7 @@
 #include "tools/quomi/timeline/trace_fields.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <exception>
 
@@ -29,15 +30,20 @@ std::string gateOf(const json::object& record) {
     return textOf(objectOf(record, "detail"), "code") == "204" ? kOutsideHours : kOutsideDates;
 }
 
-bool speaksOfDelegate(const simulated::Expectation& expectation) {
-    return expectation.subject.members.contains("delegate") ||
-           (expectation.before && expectation.before->members.contains("delegate"));
+/// Whether records of the delegate may match: those of the other subjects are written by the phone and by the rules.
+bool mayBeToldByDelegate(const simulated::Subject& subject) {
+    static constexpr std::array kOthers = {"rule", "notification", "webPage", "openURL", "request"};
+    return std::ranges::find(kOthers, subject.key) == kOthers.end();
+}
+
+bool needsDelegate(const simulated::Expectation& expectation) {
+    return mayBeToldByDelegate(expectation.subject) || (expectation.before && mayBeToldByDelegate(*expectation.before));
 }
 
 /// A campaign is served inside of the replay: without sockets, many cases run at once and none waits for another.
 simulated::ReplayOptions optionsOfCase(const simulated::Visit& visit) {
     simulated::ReplayOptions options;
-    if (std::ranges::none_of(visit.expectations, speaksOfDelegate)) options.traces = [](auto) { return false; };
+    if (std::ranges::none_of(visit.expectations, needsDelegate)) options.traces = [](auto) { return false; };
     options.readTrack = simulated::readGpxFile;
     options.goesOn = [](Duration, Duration) { return Playing::signal() == 0; };
     return options;
