@@ -130,8 +130,7 @@ void Session::makeRouters() {
 
 std::unique_ptr<QuomiActionExecutor> Session::makeActionExecutor() {
     return std::make_unique<QuomiActionExecutor>(ActionExecutorContext{
-        sdk_.platform, sdk_.webPages, sdk_.host,
-        [this](const boost::json::object& event) { logEvent(event); },
+        sdk_.platform, sdk_.webPages, sdk_.host, [this](const boost::json::object& event) { logEvent(event); },
         [this] {
             const auto& user = sdk_.user;
             return user != nullptr && user->properties() ? *user->properties() : boost::json::object();

@@ -32,8 +32,8 @@ enum class LogLength { isShort, isLong };
 /// the batch file first and as it is, at most one batch repeats, and nothing arrives that nobody logged.
 [[nodiscard]] Scenario loggingAndUploading(LogsFirst logsFirst, LogLength length = LogLength::isShort);
 
-/// A process logs an event that the server refuses for good, which is set aside, and one that it accepts. After the kill
-/// each accepted event has arrived or is set aside.
+/// A process logs an event that the server refuses for good, which is set aside, and one that it accepts. After the
+/// kill each accepted event has arrived or is set aside.
 [[nodiscard]] Scenario beingRefused();
 
 /// What the next launch after a loss of power may miss besides: events that were accepted after the last hand-over, or

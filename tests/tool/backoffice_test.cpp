@@ -464,7 +464,8 @@ TEST(BackofficePage, EscapesTheCampaignAndCutsLongLists) {
             "proximity_uid": "5D1B2C7E-30A4-4F5B-9E0D-8C6A2F714B9F"}})",
                                i == 0 ? "" : ",", i);
     }
-    const simulated::Campaign campaign = campaignOf(R"({"application": {"namespace_uid": "shop"}, "beacons": [)" + beacons + "]}");
+    const simulated::Campaign campaign =
+        campaignOf(R"({"application": {"namespace_uid": "shop"}, "beacons": [)" + beacons + "]}");
     const std::string page = startPage(campaign, Inbox(), "http://h", {});
     EXPECT_THAT(page, HasSubstr("<td>b99</td><td>&lt;i&gt;\uFFFD&amp;</td>"));
     EXPECT_THAT(page, HasSubstr("and 1 more"));

@@ -35,7 +35,8 @@ int run(const std::vector<std::string>& words) {
         return quomi::tool::ReplayCommand(terminal).run({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
     if (command == "test") {
-        return quomi::tool::TestCommand(terminal.hasColours).run({words.begin() + 1, words.end()}, std::cout, std::cerr);
+        return quomi::tool::TestCommand(terminal.hasColours)
+            .run({words.begin() + 1, words.end()}, std::cout, std::cerr);
     }
     if (command == "explain")
         return quomi::tool::runExplain({words.begin() + 1, words.end()}, terminal, std::cout, std::cerr);

@@ -23,8 +23,8 @@ public:
     explicit BackofficeCommand(WaitForStop waitForStop = nullptr);
 
     /// `args` are those after the command's name. Exit status: 0 stopped (or help was asked for); 2 the arguments,
-    /// the campaign or the file to keep are wrong, with one line on `err`; 1 the port cannot be had. The streams are written to
-    /// from several threads, one at a time.
+    /// the campaign or the file to keep are wrong, with one line on `err`; 1 the port cannot be had. The streams are
+    /// written to from several threads, one at a time.
     int run(const std::vector<std::string>& args, std::ostream& out, std::ostream& err);
 
 private:
