@@ -36,7 +36,7 @@ std::string withMoreEvents(bool ofItsGroup, const json::object& detail) {
 
 /// What has to happen before the rule acts, by what became of it last; for limits see `whenLimitAllows`.
 std::string conditionAfter(const json::object& record) {
-    const std::string anyEvent = "at its next event, as far as its limits allow";
+    std::string anyEvent = "at its next event, as far as its limits allow";
     const auto decision = decisionOf(record);
     const auto& detail = objectOf(record, "detail");
     if (!decision) return anyEvent;

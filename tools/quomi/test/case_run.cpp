@@ -25,7 +25,7 @@ namespace {
 
 /// "inactive" is told apart by what its owner is outside of: its dates or its opening hours.
 std::string gateOf(const json::object& record) {
-    const auto decision = textOf(record, "decision");
+    auto decision = textOf(record, "decision");
     if (decision != "inactive") return decision;
     return textOf(objectOf(record, "detail"), "code") == "204" ? kOutsideHours : kOutsideDates;
 }

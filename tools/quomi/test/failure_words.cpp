@@ -96,6 +96,7 @@ std::vector<std::string> nearestOf(std::vector<Sentence> sentences) {
     sentences.resize(std::min(all, ExpectationWatch::kKept));
     std::ranges::sort(sentences, {}, &Sentence::number);
     std::vector<std::string> lines;
+    lines.reserve(sentences.size() + 1);
     for (auto& sentence : sentences) lines.push_back(std::move(sentence.text));
     if (all > lines.size()) lines.push_back(fmt::format("(and {} more)", all - lines.size()));
     return lines;
