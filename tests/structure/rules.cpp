@@ -72,7 +72,7 @@ const std::vector<Library>& libraries() {
         {"GeographicLib/", {"quomi/location/", "hosts/", "tools/"}},
         {"CLI/", {"tools/"}},
         {"httplib", {"tools/"}},
-        {"pugixml", {"hosts/simulated/gpx/", "tools/quomi/test/"}},
+        {"pugixml", {"hosts/simulated/gpx/", "tools/quomi/testing/"}},
         {"iostream", {"hosts/", "tools/"}},
         {"cstdio", {"hosts/", "tools/"}},
         {"stdio.h", {"hosts/", "tools/"}},

@@ -1,4 +1,4 @@
-#include "tools/quomi/test/test_command.h"
+#include "tools/quomi/testing/test_command.h"
 
 #include "tests/tool/replay_support.h"
 

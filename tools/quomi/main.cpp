@@ -3,7 +3,7 @@
 #include "tools/quomi/replay/playing.h"
 #include "tools/quomi/replay/replay_command.h"
 #include "tools/quomi/store/store_command.h"
-#include "tools/quomi/test/test_command.h"
+#include "tools/quomi/testing/test_command.h"
 #include "tools/quomi/timeline/terminal.h"
 
 #include <csignal>

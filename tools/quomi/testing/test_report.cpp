@@ -1,4 +1,4 @@
-#include "tools/quomi/test/test_report.h"
+#include "tools/quomi/testing/test_report.h"
 
 #include "hosts/simulated/json/json_writer.h"
 #include "tools/quomi/timeline/terminal_text.h"

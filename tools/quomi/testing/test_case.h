@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/quomi/test/case_run.h"
+#include "tools/quomi/testing/case_run.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/quomi/test/campaign_gates.h"
-#include "tools/quomi/test/case_run.h"
+#include "tools/quomi/testing/campaign_gates.h"
+#include "tools/quomi/testing/case_run.h"
 
 #include <iosfwd>
 #include <map>

@@ -1,4 +1,4 @@
-#include "tools/quomi/test/coverage.h"
+#include "tools/quomi/testing/coverage.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
-#include "tools/quomi/test/junit_report.h"
+#include "tools/quomi/testing/junit_report.h"
 
-#include "tools/quomi/test/test_report.h"
+#include "tools/quomi/testing/test_report.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "tools/quomi/test/failure_words.h"
+#include "tools/quomi/testing/failure_words.h"
 
 #include "hosts/simulated/expect/subject_match.h"
 #include "hosts/simulated/json/json_writer.h"

@@ -1,4 +1,4 @@
-#include "tools/quomi/test/coverage.h"
+#include "tools/quomi/testing/coverage.h"
 
 #include "hosts/simulated/campaign/campaign.h"
 #include "hosts/simulated/expect/known_names.h"

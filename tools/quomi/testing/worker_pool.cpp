@@ -1,4 +1,4 @@
-#include "tools/quomi/test/worker_pool.h"
+#include "tools/quomi/testing/worker_pool.h"
 
 #include <algorithm>
 #include <condition_variable>

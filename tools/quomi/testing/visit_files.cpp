@@ -1,4 +1,4 @@
-#include "tools/quomi/test/visit_files.h"
+#include "tools/quomi/testing/visit_files.h"
 
 #include "quomi/util/json_readers.h"
 #include "tools/quomi/timeline/terminal_text.h"

@@ -1,4 +1,4 @@
-#include "tools/quomi/test/campaign_gates.h"
+#include "tools/quomi/testing/campaign_gates.h"
 
 #include "tools/quomi/timeline/trace_fields.h"
 

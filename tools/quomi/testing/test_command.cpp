@@ -1,13 +1,13 @@
-#include "tools/quomi/test/test_command.h"
+#include "tools/quomi/testing/test_command.h"
 
 #include "hosts/simulated/json/json_writer.h"
 #include "tools/quomi/replay/geojson.h"
 #include "tools/quomi/replay/playing.h"
-#include "tools/quomi/test/coverage.h"
-#include "tools/quomi/test/junit_report.h"
-#include "tools/quomi/test/test_report.h"
-#include "tools/quomi/test/visit_files.h"
-#include "tools/quomi/test/worker_pool.h"
+#include "tools/quomi/testing/coverage.h"
+#include "tools/quomi/testing/junit_report.h"
+#include "tools/quomi/testing/test_report.h"
+#include "tools/quomi/testing/visit_files.h"
+#include "tools/quomi/testing/worker_pool.h"
 #include "tools/quomi/timeline/terminal_text.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "hosts/simulated/expect/expectation_watch.h"
-#include "tools/quomi/test/case_run.h"
+#include "tools/quomi/testing/case_run.h"
 #include "tools/quomi/timeline/beacon_names.h"
 #include "tools/quomi/timeline/local_clock.h"
 

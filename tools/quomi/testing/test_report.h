@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/quomi/test/test_case.h"
+#include "tools/quomi/testing/test_case.h"
 
 #include <iosfwd>
 #include <string>

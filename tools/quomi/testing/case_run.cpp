@@ -1,12 +1,12 @@
-#include "tools/quomi/test/case_run.h"
+#include "tools/quomi/testing/case_run.h"
 
 #include "hosts/simulated/expect/expectation_watch.h"
 #include "hosts/simulated/gpx/gpx_file.h"
 #include "hosts/simulated/replay/replay.h"
 #include "tools/quomi/replay/playing.h"
 #include "tools/quomi/replay/visit_labels.h"
-#include "tools/quomi/test/campaign_gates.h"
-#include "tools/quomi/test/failure_words.h"
+#include "tools/quomi/testing/campaign_gates.h"
+#include "tools/quomi/testing/failure_words.h"
 #include "tools/quomi/timeline/terminal_text.h"
 #include "tools/quomi/timeline/trace_fields.h"
 
